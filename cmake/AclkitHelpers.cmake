@@ -1,0 +1,65 @@
+# One way to declare a layer, a test and a benchmark, so that every component is built alike.
+
+function(aclkit_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                           -Wcast-align -Woverloaded-virtual -Wimplicit-fallthrough)
+  if(ACLKIT_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+function(aclkit_sanitize target)
+  if(ACLKIT_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-omit-frame-pointer
+                                             -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+  endif()
+endfunction()
+
+# aclkit_layer(NAME <layer> SOURCES <files...> [DEPENDS <layers...>])
+# An object library compiled into the shared aclkit library. Includes are rooted at the
+# project directory ("platform/fwk/Entity.h"); trace lines print paths relative to it.
+function(aclkit_layer)
+  cmake_parse_arguments(ARG "" "NAME" "SOURCES;DEPENDS" ${ARGN})
+  set(target aclkit_${ARG_NAME})
+  add_library(${target} OBJECT ${ARG_SOURCES})
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/aclkit>)
+  target_compile_options(${target} PUBLIC -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  if(ACLKIT_THREAD_SAFE_PTR)
+    target_compile_definitions(${target} PUBLIC FWK_THREAD_SAFE_PTR=1)
+  endif()
+  foreach(dep IN LISTS ARG_DEPENDS)
+    target_link_libraries(${target} PUBLIC aclkit_${dep})
+  endforeach()
+  aclkit_warnings(${target})
+  aclkit_sanitize(${target})
+  target_link_libraries(aclkit PUBLIC $<BUILD_INTERFACE:${target}>)
+endfunction()
+
+function(aclkit_finish_library)
+  target_include_directories(aclkit PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/aclkit>)
+  aclkit_sanitize(aclkit)
+endfunction()
+
+# aclkit_test(NAME <name> SOURCES <files...>): a GoogleTest executable registered with CTest.
+function(aclkit_test)
+  cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBS" ${ARGN})
+  add_executable(${ARG_NAME} ${ARG_SOURCES})
+  target_link_libraries(${ARG_NAME} PRIVATE aclkit::aclkit aclkit_testsupport GTest::gtest GTest::gmock
+                                            GTest::gtest_main ${ARG_LIBS})
+  aclkit_warnings(${ARG_NAME})
+  aclkit_sanitize(${ARG_NAME})
+  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT
+                       "GTEST_DEATH_TEST_STYLE=threadsafe")
+endfunction()
+
+# aclkit_benchmark(NAME <name> SOURCES <files...>)
+function(aclkit_benchmark)
+  cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBS" ${ARGN})
+  add_executable(${ARG_NAME} ${ARG_SOURCES})
+  target_link_libraries(${ARG_NAME} PRIVATE aclkit::aclkit benchmark::benchmark ${ARG_LIBS})
+  aclkit_warnings(${ARG_NAME})
+  aclkit_sanitize(${ARG_NAME})
+endfunction()

@@ -1,0 +1,24 @@
+# Installs the shared library, its public headers and a package config, so that another
+# project can use find_package(aclkit) and link aclkit::aclkit.
+include(CMakePackageConfigHelpers)
+
+aclkit_finish_library()
+
+install(TARGETS aclkit EXPORT aclkitTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(layer_dir platform)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${layer_dir}/
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/aclkit/${layer_dir}
+          FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+# The object layers are build-only; the installed library stands alone.
+install(EXPORT aclkitTargets NAMESPACE aclkit:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/aclkitConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/aclkitConfig.cmake INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/aclkitConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/aclkitConfig.cmake ${PROJECT_BINARY_DIR}/aclkitConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)

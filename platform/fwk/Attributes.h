@@ -1,0 +1,269 @@
+// Declaring an entity's attributes once.
+//
+// An entity type lists its attributes in one X-macro, in declaration order:
+//
+//   #define ACL_SUB_CONFIG_ATTRS(A)
+//     A(scalar, committed, bool, false)
+//     A(orderedMap, ruleBySequence, U32, UniqueId)
+//     A(hashMap, ipRuleById, UniqueId, IpRuleConfig)
+//     A(children, acl, String, AclConfig)
+//
+//   class AclSubConfig : public fwk::Entity {
+//     FWK_ENTITY(AclSubConfig, fwk::Entity, ACL_SUB_CONFIG_ATTRS)
+//    public:
+//     explicit AclSubConfig(const UniqueId& id);
+//   };
+//
+// and, in its source file, FWK_ENTITY_DEFINE(AclSubConfig, ACL_SUB_CONFIG_ATTRS) (or
+// FWK_ENTITY_DEFINE_WITH_OPS with a list of operations reachable by name). From that one
+// list come the storage, the accessors, the change notifications, the typed reactor
+// AclSubConfig::Reactor, the reflection entries and the generic copy.
+//
+// Kinds and what each generates (N is the attribute's name):
+//   scalar(N, T, default)        N(), NIs(value)
+//   customScalar(N, T, default)  N(), protected NStore(value); the class writes NIs itself
+//   constScalar(N, T, default)   N(), protected NStore(value); read-only to reflection and
+//                                skipped by the generic copy (construction arguments)
+//   orderedMap(N, K, V)          N() (the map), N(key), NIs(key, value), NDel(key), NDelAll()
+//   hashMap(N, K, V)             the same over a hash map
+//   children(N, K, E)            N() (the map), N(key) (null when absent),
+//                                NIs(key, ctor args...) creates the child (or returns the
+//                                existing one) with its parent link set, NDel(key), NDelAll()
+//   customChildren(N, K, E)      the same without NIs: the class creates children itself
+//                                (through fwk::detail::CollectionAccess::adoptChild), for
+//                                collections of mixed entity types
+// Reading an absent key yields the value type's default; a mutation that changes nothing
+// notifies nobody. The reactor has a virtual NChanged() (scalars) or NChanged(key) per
+// attribute, called for every change.
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "platform/fwk/Collections.h"
+#include "platform/fwk/Entity.h"
+#include "platform/fwk/Strep.h"
+
+namespace fwk::detail {
+
+// The only code that writes collections; every write notifies exactly when state changed.
+struct CollectionAccess {
+  template <class T>
+  static void setScalar(const Entity& owner, T& slot, const T& value, AttrId id) {
+    if (slot == value) return;
+    slot = value;
+    owner.notify(id);
+  }
+
+  template <class Map, class K, class V>
+  static void mapSet(const Entity& owner, Map& map, const K& key, const V& value, AttrId id) {
+    if constexpr (requires { value.get(); }) {
+      if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
+    }
+    if (map.assign(key, value)) owner.notify(id, &key);
+  }
+
+  template <class Map, class K>
+  static void mapDel(const Entity& owner, Map& map, const K& key, AttrId id) {
+    if (map.erase(key)) owner.notify(id, &key);
+  }
+
+  // Entries go one at a time, so each observer sees a consistent map at its notification.
+  template <class Map>
+  static void mapDelAll(const Entity& owner, Map& map, AttrId id) {
+    while (!map.empty()) {
+      auto key = map.popFirst();
+      owner.notify(id, &key);
+    }
+  }
+
+  template <class E, class K, class... Args>
+  static Ptr<E> childIs(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id,
+                        Args&&... args) {
+    if (const Ptr<E>* found = map.find(key)) return *found;
+    Ptr<E> child;
+    if constexpr (std::is_constructible_v<E, const K&, Args...>) {
+      child = new E(key, std::forward<Args>(args)...);
+    } else {
+      child = new E(std::forward<Args>(args)...);
+    }
+    EntityLinks::parentIs(*child, &parent);
+    if (child->name().empty()) EntityLinks::nameIs(*child, String(strep(key)));
+    child->hasNotificationActiveIs(true);
+    map.assign(key, child);
+    parent.notify(id, &key);
+    return child;
+  }
+
+  // Inserts an existing entity as a child (replacing what stood under key).
+  template <class E, class K>
+  static void adoptChild(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, const Ptr<E>& child,
+                         AttrId id) {
+    if (!child) throw NullArgumentError("null child entity is not allowed");
+    if (const Ptr<E>* found = map.find(key); found && *found == child) return;
+    if (child->parent() && child->parent() != &parent) {
+      throw Error("entity '" + child->fullName().str() + "' already has a parent");
+    }
+    if (map.contains(key)) childDel(parent, map, key, id);
+    EntityLinks::parentIs(*child, &parent);
+    if (child->name().empty()) EntityLinks::nameIs(*child, String(strep(key)));
+    map.assign(key, child);
+    parent.notify(id, &key);
+  }
+
+  template <class E, class K>
+  static void childDel(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id) {
+    const Ptr<E>* found = map.find(key);
+    if (!found) return;
+    Ptr<E> child = *found;  // keep it alive until the parent link is cleared
+    map.erase(key);
+    if (child->parent() == &parent) EntityLinks::parentIs(*child, nullptr);
+    child.reset();
+    parent.notify(id, &key);
+  }
+
+  template <class E, class K>
+  static void childDelAll(Entity& parent, OrderedMap<K, Ptr<E>>& map, AttrId id) {
+    while (!map.empty()) {
+      K key = map.begin()->first;
+      childDel(parent, map, key, id);
+    }
+  }
+};
+
+}  // namespace fwk::detail
+
+// ---- the passes over an attribute list -----------------------------------------------
+
+#define FWK_ATTR_ID_(name) ::fwk::AttrId{&staticType, name##AttrIndex}
+
+#define FWK_PASS_INDEX_(kind, name, ...) name##AttrIndex,
+
+#define FWK_PASS_DECL_(kind, ...) FWK_DECL_##kind(__VA_ARGS__)
+#define FWK_DECL_scalar(name, T, def)                                                        \
+ public:                                                                                     \
+  [[nodiscard]] const T& name() const noexcept { return name##_; }                           \
+  void name##Is(const T& value) {                                                            \
+    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name));   \
+  }                                                                                          \
+                                                                                             \
+ private:                                                                                    \
+  T name##_ = def;
+#define FWK_DECL_customScalar(name, T, def)                                                  \
+ public:                                                                                     \
+  [[nodiscard]] const T& name() const noexcept { return name##_; }                           \
+                                                                                             \
+ protected:                                                                                  \
+  void name##Store(const T& value) {                                                         \
+    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name));   \
+  }                                                                                          \
+                                                                                             \
+ private:                                                                                    \
+  T name##_ = def;
+#define FWK_DECL_constScalar(name, T, def) FWK_DECL_customScalar(name, T, def)
+#define FWK_DECL_MAP_(Map, name, K, V)                                                       \
+ public:                                                                                     \
+  [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept { return name##_; }            \
+  [[nodiscard]] V name(const K& key) const { return name##_.valueOr(key); }                  \
+  void name##Is(const K& key, const V& value) {                                              \
+    ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name)); \
+  }                                                                                          \
+  void name##Del(const K& key) {                                                             \
+    ::fwk::detail::CollectionAccess::mapDel(*this, name##_, key, FWK_ATTR_ID_(name));        \
+  }                                                                                          \
+  void name##DelAll() { ::fwk::detail::CollectionAccess::mapDelAll(*this, name##_, FWK_ATTR_ID_(name)); } \
+                                                                                             \
+ private:                                                                                    \
+  ::fwk::Map<K, V> name##_;
+#define FWK_DECL_orderedMap(name, K, V) FWK_DECL_MAP_(OrderedMap, name, K, V)
+#define FWK_DECL_hashMap(name, K, V) FWK_DECL_MAP_(HashMap, name, K, V)
+#define FWK_DECL_children(name, K, E)                                                        \
+ public:                                                                                     \
+  template <class... Args>                                                                   \
+  ::fwk::Ptr<E> name##Is(const K& key, Args&&... args) {                                     \
+    return ::fwk::detail::CollectionAccess::childIs<E>(*this, name##_, key, FWK_ATTR_ID_(name), \
+                                                       std::forward<Args>(args)...);         \
+  }                                                                                          \
+  FWK_DECL_customChildren(name, K, E)
+#define FWK_DECL_customChildren(name, K, E)                                                  \
+ public:                                                                                     \
+  [[nodiscard]] const ::fwk::OrderedMap<K, ::fwk::Ptr<E>>& name() const noexcept { return name##_; } \
+  [[nodiscard]] ::fwk::Ptr<E> name(const K& key) { return name##_.valueOr(key); }            \
+  [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const { return name##_.valueOr(key); } \
+  void name##Del(const K& key) {                                                             \
+    ::fwk::detail::CollectionAccess::childDel<E>(*this, name##_, key, FWK_ATTR_ID_(name));   \
+  }                                                                                          \
+  void name##DelAll() {                                                                      \
+    ::fwk::detail::CollectionAccess::childDelAll<E>(*this, name##_, FWK_ATTR_ID_(name));     \
+  }                                                                                          \
+                                                                                             \
+ private:                                                                                    \
+  ::fwk::OrderedMap<K, ::fwk::Ptr<E>> name##_;
+
+#define FWK_PASS_HANDLER_(kind, ...) FWK_HANDLER_##kind(__VA_ARGS__)
+#define FWK_HANDLER_scalar(name, ...) virtual void name##Changed() {}
+#define FWK_HANDLER_customScalar(name, ...) virtual void name##Changed() {}
+#define FWK_HANDLER_constScalar(name, ...) virtual void name##Changed() {}
+#define FWK_HANDLER_orderedMap(name, K, V) virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_hashMap(name, K, V) virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_children(name, K, E) virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_customChildren(name, K, E) virtual void name##Changed(const K&) {}
+
+#define FWK_PASS_CASE_(kind, ...) FWK_CASE_##kind(__VA_ARGS__)
+#define FWK_CASE_SCALAR_(name) \
+  case Notifier::name##AttrIndex:  \
+    name##Changed();               \
+    break;
+#define FWK_CASE_KEYED_(name, K)              \
+  case Notifier::name##AttrIndex:             \
+    name##Changed(change.template keyAs<K>()); \
+    break;
+#define FWK_CASE_scalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_customScalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
+#define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
+#define FWK_CASE_children(name, K, E) FWK_CASE_KEYED_(name, K)
+#define FWK_CASE_customChildren(name, K, E) FWK_CASE_KEYED_(name, K)
+
+// Inside the class body of an entity type.
+#define FWK_ENTITY(Class, Base, LIST)                                                        \
+ public:                                                                                     \
+  using FwkBase = Base;                                                                      \
+  static const ::fwk::TypeInfo& staticType();                                                \
+  static const char* fwkTypeName() { return #Class; }                                        \
+  [[nodiscard]] const ::fwk::TypeInfo& fwkType() const override { return staticType(); }     \
+  enum FwkAttrIndex : std::uint16_t { LIST(FWK_PASS_INDEX_) fwkAttrCount_ };                 \
+  class Reactor : public FwkBase::Reactor {                                                  \
+   public:                                                                                   \
+    using Notifier = Class;                                                                  \
+    Reactor() = default;                                                                     \
+    explicit Reactor(const Class* entity) { notifierIs(entity); }                            \
+    [[nodiscard]] const Class* notifier() const noexcept {                                   \
+      return static_cast<const Class*>(rawNotifier());                                       \
+    }                                                                                        \
+    void notifierIs(const Class* entity) { watch(entity); }                                  \
+    LIST(FWK_PASS_HANDLER_)                                                                  \
+                                                                                             \
+   protected:                                                                                \
+    void fwkDispatch(const ::fwk::Change& change) override {                                 \
+      if (change.owner != &Notifier::staticType()) {                                         \
+        FwkBase::Reactor::fwkDispatch(change);                                               \
+        return;                                                                              \
+      }                                                                                      \
+      switch (change.index) {                                                                \
+        LIST(FWK_PASS_CASE_)                                                                 \
+        default:                                                                             \
+          break;                                                                             \
+      }                                                                                      \
+    }                                                                                        \
+  };                                                                                         \
+  friend class ::fwk::detail::TypeBuilder<Class>;                                            \
+  LIST(FWK_PASS_DECL_)                                                                       \
+ public:
+
+namespace fwk::detail {
+template <class C>
+class TypeBuilder;
+}  // namespace fwk::detail

@@ -1,0 +1,88 @@
+// Enumerations that know their names.
+//
+//   #define ACL_API_TYPE_ENUMERATORS(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
+//   FWK_ENUM(ApiType, std::uint32_t, ACL_API_TYPE_ENUMERATORS)
+//
+// declares a plain enumeration ApiType with those enumerators and, in the same namespace:
+//   stringValue(v), valueToStrep(v)   the name ("commit": a trailing underscore is not part
+//                                     of the name; it only avoids clashing with a method)
+//   operator<<                        writes the name
+// and fwk::enumFromName<ApiType>("commit"), fwk::enumFromValue<ApiType>(0), which raise
+// fwk::EnumError for a name or number that is not an enumerator.
+#pragma once
+
+#include <cstdint>
+#include <concepts>
+#include <initializer_list>
+#include <type_traits>
+#include <iosfwd>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/fwk/String.h"
+
+namespace fwk {
+
+class EnumInfo {
+ public:
+  struct Enumerator {
+    std::int64_t value;
+    String name;
+  };
+  EnumInfo(std::string_view typeName, std::initializer_list<std::pair<std::int64_t, const char*>> list);
+
+  [[nodiscard]] const String& typeName() const noexcept { return typeName_; }
+  [[nodiscard]] const std::vector<Enumerator>& enumerators() const noexcept { return enumerators_; }
+  [[nodiscard]] const String* findName(std::int64_t value) const noexcept;
+  [[nodiscard]] const std::int64_t* findValue(std::string_view name) const noexcept;
+  // Raise EnumError when absent.
+  [[nodiscard]] const String& name(std::int64_t value) const;
+  [[nodiscard]] std::int64_t value(std::string_view name) const;
+
+ private:
+  String typeName_;
+  std::vector<Enumerator> enumerators_;
+};
+
+std::ostream& writeEnum(std::ostream& os, const EnumInfo& info, std::int64_t value);
+
+template <class E>
+concept FrameworkEnum = std::is_enum_v<E> && requires(E e) {
+  { fwkEnumInfo(e) } -> std::same_as<const EnumInfo&>;
+};
+
+template <FrameworkEnum E>
+const EnumInfo& enumInfo() {
+  return fwkEnumInfo(E{});
+}
+template <FrameworkEnum E>
+const String& enumName(E value) {
+  return enumInfo<E>().name(static_cast<std::int64_t>(value));
+}
+template <FrameworkEnum E>
+E enumFromValue(std::int64_t value) {
+  (void)enumInfo<E>().name(value);  // raises for a number that is not an enumerator
+  return static_cast<E>(value);
+}
+template <FrameworkEnum E>
+E enumFromName(std::string_view name) {
+  return static_cast<E>(enumInfo<E>().value(name));
+}
+
+}  // namespace fwk
+
+#define FWK_ENUM_ENUMERATOR_(id, number) id = (number),
+#define FWK_ENUM_ENTRY_(id, number) {static_cast<std::int64_t>(number), #id},
+
+#define FWK_ENUM(Name, Underlying, LIST)                                                     \
+  enum Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) };                                     \
+  inline const ::fwk::EnumInfo& fwkEnumInfo(Name) {                                          \
+    static const ::fwk::EnumInfo info(#Name, {LIST(FWK_ENUM_ENTRY_)});                       \
+    return info;                                                                             \
+  }                                                                                          \
+  inline const ::fwk::String& stringValue(Name value) { return ::fwk::enumName(value); }     \
+  inline const ::fwk::String& valueToStrep(Name value) { return ::fwk::enumName(value); }    \
+  inline std::ostream& operator<<(std::ostream& os, Name value) {                            \
+    return ::fwk::writeEnum(os, fwkEnumInfo(value), static_cast<std::int64_t>(value));       \
+  }

@@ -1,0 +1,139 @@
+// Intrusive reference counting: RefCounted is the mixin, Ptr<T> the counted pointer.
+//
+//   class Thing : public fwk::RefCounted { ... };
+//   fwk::Ptr<Thing> thing = new Thing;        // count 1
+//   fwk::Ptr<const Thing> view = thing;       // count 2, read-only view
+//
+// Null is a valid Ptr everywhere. With FWK_THREAD_SAFE_PTR defined to 1 the counts are
+// atomic; otherwise they are plain increments and objects must stay on one thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+#if FWK_THREAD_SAFE_PTR
+#include <atomic>
+#endif
+
+#include "platform/fwk/Errors.h"
+#include "platform/fwk/Hash.h"
+
+namespace fwk {
+
+#if FWK_THREAD_SAFE_PTR
+using RefCount = std::atomic<std::uint32_t>;
+#else
+using RefCount = std::uint32_t;
+#endif
+
+class RefCounted {
+ public:
+  RefCounted(const RefCounted&) = delete;
+  RefCounted& operator=(const RefCounted&) = delete;
+
+  [[nodiscard]] std::uint32_t fwkReferences() const noexcept { return refs_; }
+
+  void fwkRef() const noexcept {
+#if FWK_THREAD_SAFE_PTR
+    refs_.fetch_add(1, std::memory_order_relaxed);
+#else
+    ++refs_;
+#endif
+  }
+
+  void fwkUnref() const noexcept {
+#if FWK_THREAD_SAFE_PTR
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) zeroReferences();
+#else
+    if (--refs_ == 0) zeroReferences();
+#endif
+  }
+
+ protected:
+  RefCounted() = default;
+  virtual ~RefCounted() = default;
+  // Runs when the last reference goes away.
+  virtual void zeroReferences() const noexcept { delete this; }
+
+ private:
+  mutable RefCount refs_{0};
+};
+
+template <class T>
+class Ptr {
+ public:
+  using element_type = T;
+
+  constexpr Ptr() noexcept = default;
+  constexpr Ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
+  Ptr(T* raw) noexcept : raw_(raw) { acquire(); }  // NOLINT(google-explicit-constructor)
+  Ptr(const Ptr& other) noexcept : raw_(other.raw_) { acquire(); }
+  Ptr(Ptr&& other) noexcept : raw_(std::exchange(other.raw_, nullptr)) {}
+  template <class U>
+    requires std::is_convertible_v<U*, T*>
+  Ptr(const Ptr<U>& other) noexcept : raw_(other.get()) {  // NOLINT(google-explicit-constructor)
+    acquire();
+  }
+  template <class U>
+    requires std::is_convertible_v<U*, T*>
+  Ptr(Ptr<U>&& other) noexcept : raw_(other.release()) {}  // NOLINT(google-explicit-constructor)
+  ~Ptr() { releaseRef(); }
+
+  Ptr& operator=(const Ptr& other) noexcept {
+    Ptr(other).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(Ptr&& other) noexcept {
+    Ptr(std::move(other)).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(std::nullptr_t) noexcept {
+    reset();
+    return *this;
+  }
+
+  [[nodiscard]] T* get() const noexcept { return raw_; }
+  T& operator*() const noexcept {
+    FWK_DEBUG_ASSERT(raw_ != nullptr);
+    return *raw_;
+  }
+  T* operator->() const noexcept {
+    FWK_DEBUG_ASSERT(raw_ != nullptr);
+    return raw_;
+  }
+  explicit operator bool() const noexcept { return raw_ != nullptr; }
+
+  void reset() noexcept { Ptr().swap(*this); }
+  void swap(Ptr& other) noexcept { std::swap(raw_, other.raw_); }
+  // Gives up ownership without dropping the count; the caller adopts the reference.
+  [[nodiscard]] T* release() noexcept { return std::exchange(raw_, nullptr); }
+
+  template <class U>
+  friend bool operator==(const Ptr& a, const Ptr<U>& b) noexcept {
+    return a.get() == b.get();
+  }
+  friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return a.raw_ == nullptr; }
+  template <class U>
+  friend bool operator<(const Ptr& a, const Ptr<U>& b) noexcept {
+    return a.get() < b.get();
+  }
+  [[nodiscard]] std::size_t hash() const noexcept { return mixHash(reinterpret_cast<std::uintptr_t>(raw_)); }
+
+ private:
+  void acquire() const noexcept {
+    if (raw_) raw_->fwkRef();
+  }
+  void releaseRef() noexcept {
+    if (raw_) std::exchange(raw_, nullptr)->fwkUnref();
+  }
+
+  T* raw_ = nullptr;
+};
+
+template <class T, class... Args>
+Ptr<T> makePtr(Args&&... args) {
+  return Ptr<T>(new T(std::forward<Args>(args)...));
+}
+
+}  // namespace fwk

@@ -1,0 +1,207 @@
+// Type-erased values for reflection: what a scripting binding or a command front end
+// reads from and writes to an attribute or operation it only knows by name.
+//
+//   fwk::Value v = std::uint32_t{10};
+//   v.as<std::uint32_t>();          // 10; as<bool>() raises TypeConversionError
+//   v.type().name();                // "U32"
+//   v.strep();                      // "10"
+//   fwk::valueType<std::uint32_t>().parse("42")   // a Value holding 42
+//
+// ValueType describes one C++ type: its name, how to print it, how to parse it and, for
+// records, its fields in declaration order.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "platform/fwk/Enum.h"
+#include "platform/fwk/Errors.h"
+#include "platform/fwk/Ptr.h"
+#include "platform/fwk/Strep.h"
+#include "platform/fwk/String.h"
+
+namespace fwk {
+
+class Value;
+struct FieldInfo;
+
+class ValueType {
+ public:
+  String name;
+  std::string (*strepOf)(const void* object) = nullptr;
+  Value (*parse)(std::string_view text) = nullptr;
+  // Fields of a record type, in declaration order; empty for other types.
+  const std::vector<FieldInfo>& (*fields)() = nullptr;
+};
+
+template <class T>
+const ValueType& valueType();
+
+class Value {
+ public:
+  Value() = default;
+  template <class T>
+    requires(!std::is_same_v<std::decay_t<T>, Value>)
+  Value(T value)  // NOLINT(google-explicit-constructor)
+      : holder_(std::make_unique<Holder<Stored<T>>>(std::move(value))) {}
+  Value(const char* text) : Value(String(text)) {}  // NOLINT(google-explicit-constructor)
+  Value(const Value& other) : holder_(other.holder_ ? other.holder_->clone() : nullptr) {}
+  Value(Value&&) noexcept = default;
+  Value& operator=(const Value& other) {
+    if (this != &other) holder_.reset(other.holder_ ? other.holder_->clone() : nullptr);
+    return *this;
+  }
+  Value& operator=(Value&&) noexcept = default;
+  ~Value() = default;
+
+  [[nodiscard]] bool empty() const noexcept { return !holder_; }
+  [[nodiscard]] const ValueType* type() const noexcept { return holder_ ? &holder_->type() : nullptr; }
+  template <class T>
+  [[nodiscard]] bool is() const noexcept {
+    return holder_ && &holder_->type() == &valueType<T>();
+  }
+  // The held value; TypeConversionError when it holds another type.
+  template <class T>
+  const T& as() const {
+    if (!is<T>()) conversionFailed(valueType<T>().name);
+    return static_cast<const Holder<T>*>(holder_.get())->value;
+  }
+  [[nodiscard]] std::string strep() const { return holder_ ? holder_->strep() : std::string(); }
+
+ private:
+  template <class T>
+  using Stored = std::conditional_t<std::is_convertible_v<T, std::string_view> &&
+                                        !std::is_same_v<T, String>,
+                                    String, T>;
+  struct HolderBase {
+    virtual ~HolderBase() = default;
+    [[nodiscard]] virtual HolderBase* clone() const = 0;
+    [[nodiscard]] virtual const ValueType& type() const = 0;
+    [[nodiscard]] virtual std::string strep() const = 0;
+  };
+  template <class T>
+  struct Holder final : HolderBase {
+    explicit Holder(T v) : value(std::move(v)) {}
+    HolderBase* clone() const override { return new Holder(value); }
+    const ValueType& type() const override { return valueType<T>(); }
+    std::string strep() const override { return fwk::strep(value); }
+    T value;
+  };
+  [[noreturn]] void conversionFailed(const String& wanted) const;
+
+  std::unique_ptr<HolderBase> holder_;
+};
+
+// Field of a record, for reflection of value types.
+struct FieldInfo {
+  String name;
+  const ValueType* type;
+  Value (*get)(const void* record);
+  void (*set)(void* record, const Value& value);
+};
+
+// ---- type names ----------------------------------------------------------------------
+
+template <class T>
+struct TypeName;  // specialised below; records, enums and entities answer for themselves
+
+template <class T>
+String typeNameOf() {
+  if constexpr (FrameworkEnum<T>) {
+    return enumInfo<T>().typeName();
+  } else if constexpr (requires { T::fwkTypeName(); }) {
+    return String(T::fwkTypeName());
+  } else {
+    return String(TypeName<T>::value);
+  }
+}
+
+#define FWK_BUILTIN_TYPE_NAME_(Type, Text) \
+  template <>                              \
+  struct TypeName<Type> {                  \
+    static constexpr const char* value = Text; \
+  };
+FWK_BUILTIN_TYPE_NAME_(bool, "bool")
+FWK_BUILTIN_TYPE_NAME_(std::int8_t, "S8")
+FWK_BUILTIN_TYPE_NAME_(std::int16_t, "S16")
+FWK_BUILTIN_TYPE_NAME_(std::int32_t, "S32")
+FWK_BUILTIN_TYPE_NAME_(std::int64_t, "S64")
+FWK_BUILTIN_TYPE_NAME_(std::uint8_t, "U8")
+FWK_BUILTIN_TYPE_NAME_(std::uint16_t, "U16")
+FWK_BUILTIN_TYPE_NAME_(std::uint32_t, "U32")
+FWK_BUILTIN_TYPE_NAME_(std::uint64_t, "U64")
+FWK_BUILTIN_TYPE_NAME_(double, "double")
+FWK_BUILTIN_TYPE_NAME_(String, "String")
+#undef FWK_BUILTIN_TYPE_NAME_
+
+template <class E>
+struct TypeName<Ptr<E>> {
+  static inline const String value =
+      String(std::is_const_v<E> ? "Ptr<const " : "Ptr<") + std::remove_const_t<E>::fwkTypeName() + ">";
+};
+
+// ---- parsing -------------------------------------------------------------------------
+
+namespace detail {
+[[noreturn]] void parseFailed(const String& typeName, std::string_view text);
+bool parseBool(std::string_view text, bool& out);
+bool parseSigned(std::string_view text, std::int64_t& out);
+bool parseUnsigned(std::string_view text, std::uint64_t& out);
+bool parseDouble(std::string_view text, double& out);
+}  // namespace detail
+
+template <class T>
+T parseValue(std::string_view text) {
+  if constexpr (std::is_same_v<T, bool>) {
+    bool b = false;
+    if (!detail::parseBool(text, b)) detail::parseFailed(typeNameOf<T>(), text);
+    return b;
+  } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
+    std::int64_t n = 0;
+    if (!detail::parseSigned(text, n) || n < std::numeric_limits<T>::min() ||
+        n > std::numeric_limits<T>::max()) {
+      detail::parseFailed(typeNameOf<T>(), text);
+    }
+    return static_cast<T>(n);
+  } else if constexpr (std::is_integral_v<T>) {
+    std::uint64_t n = 0;
+    if (!detail::parseUnsigned(text, n) || n > std::numeric_limits<T>::max()) {
+      detail::parseFailed(typeNameOf<T>(), text);
+    }
+    return static_cast<T>(n);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    double d = 0;
+    if (!detail::parseDouble(text, d)) detail::parseFailed(typeNameOf<T>(), text);
+    return static_cast<T>(d);
+  } else if constexpr (std::is_same_v<T, String>) {
+    return String(text);
+  } else if constexpr (FrameworkEnum<T>) {
+    return enumFromName<T>(text);
+  } else if constexpr (requires { T::fwkParse(text); }) {
+    return T::fwkParse(text);
+  } else {
+    detail::parseFailed(typeNameOf<T>(), text);
+  }
+}
+
+template <class T>
+const ValueType& valueType() {
+  static const ValueType type = [] {
+    ValueType t;
+    t.name = typeNameOf<T>();
+    t.strepOf = [](const void* object) { return strep(*static_cast<const T*>(object)); };
+    t.parse = [](std::string_view text) { return Value(parseValue<T>(text)); };
+    if constexpr (requires { T::fwkFields(); }) t.fields = &T::fwkFields;
+    return t;
+  }();
+  return type;
+}
+
+}  // namespace fwk

@@ -1,0 +1,84 @@
+#include "platform/fwk/Collections.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/support/SampleTypes.h"
+
+namespace {
+
+using fwk::Ptr;
+using sample::Match;
+using sample::Node;
+
+Ptr<Node> nodeWith(std::initializer_list<std::uint32_t> seqs) {
+  Ptr<Node> node(new Node("n"));
+  node->hasNotificationActiveIs(true);
+  for (auto s : seqs) node->bySeqIs(s, fwk::String(std::to_string(s)));
+  return node;
+}
+
+std::vector<std::uint32_t> keys(const Node& node) {
+  std::vector<std::uint32_t> all;
+  for (const auto& [k, v] : node.bySeq()) all.push_back(k);
+  return all;
+}
+
+TEST(CollectionsTest, OrderedMapIteratesAscendingAndFindsBounds) {
+  Ptr<Node> node = nodeWith({30, 10, 20});
+  EXPECT_EQ(keys(*node), (std::vector<std::uint32_t>{10, 20, 30}));
+  EXPECT_EQ(node->bySeq().lowerBound(15)->first, 20u);
+  EXPECT_EQ(node->bySeq().lowerBound(20)->first, 20u);
+  EXPECT_EQ(node->bySeq().upperBound(20)->first, 30u);
+  EXPECT_TRUE(node->bySeq().lowerBound(31) == node->bySeq().end());
+  EXPECT_EQ(node->bySeq().last()->first, 30u);
+  EXPECT_EQ(node->bySeq(20), "20");
+  EXPECT_EQ(node->bySeq(25), "") << "an absent key reads as the default";
+  EXPECT_EQ(node->bySeq().find(25), nullptr);
+}
+
+TEST(CollectionsTest, IterationSurvivesRemovalOfTheCurrentAndOtherEntries) {
+  Ptr<Node> node = nodeWith({10, 20, 30, 40, 50});
+  std::vector<std::uint32_t> visited;
+  for (auto it = node->bySeq().begin(); it != node->bySeq().end(); ++it) {
+    std::uint32_t k = it->first;
+    visited.push_back(k);
+    if (k == 20) node->bySeqDel(20);  // the current entry
+    if (k == 30) node->bySeqDel(40);  // the next entry
+    if (k == 30) node->bySeqIs(45, "new");
+  }
+  EXPECT_EQ(visited, (std::vector<std::uint32_t>{10, 20, 30, 45, 50}));
+  EXPECT_EQ(keys(*node), (std::vector<std::uint32_t>{10, 30, 45, 50}));
+}
+
+TEST(CollectionsTest, RemovingEverythingWhileWalkingEmptiesTheMap) {
+  Ptr<Node> node = nodeWith({1, 2, 3});
+  int steps = 0;
+  for (const auto& entry : node->bySeq()) {
+    node->bySeqDel(entry.first);
+    ++steps;
+  }
+  EXPECT_EQ(steps, 3);
+  EXPECT_TRUE(node->bySeq().empty());
+}
+
+TEST(CollectionsTest, HashMapKeyedByRecordContent) {
+  Ptr<Node> node = nodeWith({});
+  Match a;
+  a.protocolIs(6);
+  Match sameAsA;
+  sameAsA.protocolIs(6);
+  Match b;
+  b.protocolIs(17);
+  node->byMatchIs(a, 1);
+  node->byMatchIs(sameAsA, 2);  // equal content: the same key
+  node->byMatchIs(b, 3);
+  EXPECT_EQ(node->byMatch().size(), 2u);
+  EXPECT_EQ(node->byMatch(a), 2u);
+  EXPECT_EQ(node->byMatch(Match()), 0u);
+  node->byMatchDel(sameAsA);
+  EXPECT_FALSE(node->byMatch().contains(a));
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include "platform/fwk/Entity.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/SampleTypes.h"
+
+namespace {
+
+using fwk::Ptr;
+using fwk::String;
+using sample::BigNode;
+using sample::Leaf;
+using sample::Node;
+
+Ptr<Node> activeNode(const char* name = "n") {
+  Ptr<Node> node(new Node(name));
+  node->hasNotificationActiveIs(true);
+  return node;
+}
+
+// Records every change it sees as "attribute[:key]".
+class Recorder : public Node::Reactor {
+ public:
+  explicit Recorder(const Node* node) : Node::Reactor(node) {}
+  std::vector<std::string> seen;
+  std::function<void()> onFlag;
+  void flagChanged() override {
+    seen.push_back("flag");
+    if (onFlag) onFlag();
+  }
+  void labelChanged() override { seen.push_back("label"); }
+  void bySeqChanged(const std::uint32_t& seq) override { seen.push_back("bySeq:" + std::to_string(seq)); }
+  void leafChanged(const std::uint32_t& key) override { seen.push_back("leaf:" + std::to_string(key)); }
+  void notifierDestroyed() override { seen.push_back("destroyed"); }
+};
+
+TEST(EntityTest, NotifiesOnlyRealChanges) {
+  Ptr<Node> node = activeNode();
+  Recorder r(node.get());
+  node->flagIs(false);       // the value it already holds
+  node->labelIs(String());   // likewise
+  node->bySeqDel(5);         // nothing to remove
+  EXPECT_TRUE(r.seen.empty());
+  node->flagIs(true);
+  node->bySeqIs(10, "a");
+  node->bySeqIs(10, "a");    // same value under the same key
+  node->bySeqIs(10, "b");
+  node->bySeqDel(10);
+  EXPECT_EQ(r.seen, (std::vector<std::string>{"flag", "bySeq:10", "bySeq:10", "bySeq:10"}));
+}
+
+TEST(EntityTest, NothingIsNotifiedUntilActive) {
+  Ptr<Node> node(new Node("quiet"));
+  Recorder r(node.get());
+  node->flagIs(true);
+  EXPECT_TRUE(r.seen.empty());
+  EXPECT_TRUE(node->flag()) << "the state changes even when nobody is told";
+  node->hasNotificationActiveIs(true);
+  node->flagIs(false);
+  EXPECT_EQ(r.seen.size(), 1u);
+}
+
+TEST(EntityTest, DelAllNotifiesEachKeyWithTheEntryAlreadyGone) {
+  Ptr<Node> node = activeNode();
+  for (std::uint32_t s : {30u, 10u, 20u}) node->bySeqIs(s, "x");
+  struct SizeWatcher : Node::Reactor {
+    using Node::Reactor::Reactor;
+    std::vector<std::pair<std::uint32_t, std::size_t>> seen;
+    void bySeqChanged(const std::uint32_t& seq) override {
+      EXPECT_FALSE(notifier()->bySeq().contains(seq));
+      seen.emplace_back(seq, notifier()->bySeq().size());
+    }
+  } watcher(node.get());
+  node->bySeqDelAll();
+  EXPECT_EQ(watcher.seen, (std::vector<std::pair<std::uint32_t, std::size_t>>{{10, 2}, {20, 1}, {30, 0}}));
+}
+
+TEST(EntityTest, ObserversMayComeAndGoDuringANotification) {
+  Ptr<Node> node = activeNode();
+  auto first = std::make_unique<Recorder>(node.get());
+  auto second = std::make_unique<Recorder>(node.get());
+  std::unique_ptr<Recorder> late;
+  Recorder* secondRaw = second.get();
+  // The first observer destroys the second and adds a third while being notified.
+  first->onFlag = [&] {
+    second.reset();
+    late = std::make_unique<Recorder>(node.get());
+  };
+  node->flagIs(true);
+  EXPECT_EQ(first->seen.size(), 1u);
+  EXPECT_EQ(late->seen.size(), 0u) << "an observer added during a change sees the next one";
+  EXPECT_EQ(node->notifieeList().size(), 2u);
+  (void)secondRaw;
+  // An observer that removes itself.
+  first->onFlag = [&] { first->notifierIs(nullptr); };
+  node->flagIs(false);
+  EXPECT_EQ(node->notifieeList().size(), 1u);
+  EXPECT_EQ(late->seen.size(), 1u);
+  node->flagIs(true);
+  EXPECT_EQ(first->seen.size(), 2u) << "a detached observer hears nothing more";
+}
+
+TEST(EntityTest, ReactorAndEntityMayDieInEitherOrder) {
+  Ptr<Node> node = activeNode();
+  {
+    Recorder shortLived(node.get());
+    EXPECT_EQ(node->notifieeList().size(), 1u);
+  }
+  EXPECT_TRUE(node->notifieeList().empty()) << "a destroyed reactor stops watching";
+
+  Recorder survivor(node.get());
+  node = nullptr;  // the entity goes first
+  EXPECT_EQ(survivor.notifier(), nullptr);
+  EXPECT_EQ(survivor.seen, std::vector<std::string>{"destroyed"});
+}
+
+TEST(EntityTest, AnEntityReleasedByItsOwnObserverSurvivesTheDispatch) {
+  Ptr<Node> node = activeNode();
+  Recorder r(node.get());
+  Recorder other(node.get());
+  r.onFlag = [&] { node = nullptr; };  // drops the last outside reference mid-notification
+  Node* raw = node.get();
+  raw->flagIs(true);
+  // Observers after the one that released it still hear the change, then the destruction.
+  EXPECT_EQ(other.seen, (std::vector<std::string>{"flag", "destroyed"}));
+  EXPECT_EQ(r.notifier(), nullptr);
+}
+
+TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {
+  Ptr<Node> node = activeNode("root");
+  Recorder r(node.get());
+  Ptr<Leaf> leaf = node->leafIs(4);
+  EXPECT_EQ(node->leafIs(4), leaf) << "Is on an existing key returns the existing child";
+  EXPECT_EQ(leaf->parent(), node.get());
+  EXPECT_EQ(leaf->key(), 4u);
+  EXPECT_EQ(leaf->fullName(), "/root/4");
+  EXPECT_TRUE(leaf->hasNotificationActive());
+  EXPECT_EQ(r.seen, std::vector<std::string>{"leaf:4"});
+  node->leafDel(4);
+  EXPECT_EQ(leaf->parent(), nullptr) << "a deleted child lives on, detached";
+  EXPECT_EQ(node->leaf(4), nullptr);
+  EXPECT_EQ(r.seen.size(), 2u);
+}
+
+TEST(EntityTest, DerivedReactorsHearBaseAttributes) {
+  Ptr<BigNode> big(new BigNode("big"));
+  big->hasNotificationActiveIs(true);
+  struct BigRecorder : BigNode::Reactor {
+    using BigNode::Reactor::Reactor;
+    int flags = 0;
+    int extras = 0;
+    void flagChanged() override { ++flags; }
+    void extraChanged() override { ++extras; }
+  } r(big.get());
+  big->flagIs(true);
+  big->extraIs(5);
+  EXPECT_EQ(r.flags, 1);
+  EXPECT_EQ(r.extras, 1);
+}
+
+TEST(EntityTest, CheckedConversions) {
+  Ptr<fwk::Entity> asEntity = Ptr<BigNode>(new BigNode("b"));
+  EXPECT_TRUE(fwk::dynCast<Node>(asEntity));
+  EXPECT_TRUE(fwk::cast<BigNode>(asEntity));
+  EXPECT_FALSE(fwk::dynCast<Leaf>(asEntity));
+  try {
+    (void)fwk::cast<Leaf>(asEntity);
+    FAIL();
+  } catch (const fwk::TypeConversionError& e) {
+    EXPECT_STREQ(e.what(), "entity '/b' of type BigNode is not a Leaf");
+  }
+  EXPECT_EQ(fwk::cast<Leaf>(Ptr<fwk::Entity>()), nullptr) << "null converts to null";
+  EXPECT_EQ(asEntity->fwkType().name(), "BigNode");
+  EXPECT_EQ(asEntity->fwkType().base(), &Node::staticType());
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+#include "platform/session/EntityCopy.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/fwk/Dir.h"
+#include "tests/support/SampleTypes.h"
+
+namespace {
+
+using Cli::Session::AttributeFilter;
+using Cli::Session::EntityCopy;
+using Cli::Session::EntityCopyHandler;
+using fwk::Dir;
+using fwk::Ptr;
+using fwk::String;
+using sample::Leaf;
+using sample::Match;
+using sample::Node;
+
+Ptr<Node> makeNode(const char* name) {
+  Ptr<Node> n(new Node(name));
+  n->hasNotificationActiveIs(true);
+  return n;
+}
+
+void fill(Node& n) {
+  n.flagIs(true);
+  n.labelIs("src");
+  n.bySeqIs(10, "a");
+  n.bySeqIs(20, "b");
+  Match m;
+  m.protocolIs(6);
+  n.byMatchIs(m, 1);
+  n.leafIs(1)->countIs(11);
+  n.leafIs(2)->countIs(22);
+  n.refIs(n.leaf(2));
+}
+
+// Counts notifications by attribute.
+struct Counter : Node::Reactor {
+  using Node::Reactor::Reactor;
+  int changes = 0;
+  void flagChanged() override { ++changes; }
+  void labelChanged() override { ++changes; }
+  void refChanged() override { ++changes; }
+  void bySeqChanged(const std::uint32_t&) override { ++changes; }
+  void byMatchChanged(const Match&) override { ++changes; }
+  void leafChanged(const std::uint32_t&) override { ++changes; }
+};
+
+TEST(EntityCopyTest, DeepCopyMakesDestinationEqualAndReportsChangesOnlyWhenThereAreSome) {
+  Ptr<Node> src = makeNode("src");
+  Ptr<Node> dest = makeNode("dest");
+  fill(*src);
+  dest->bySeqIs(30, "stale");
+  dest->leafIs(3);
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->copyTree(dest, src));
+  EXPECT_TRUE(dest->flag());
+  EXPECT_EQ(dest->label(), "src");
+  EXPECT_EQ(dest->bySeq().size(), 2u);
+  EXPECT_FALSE(dest->bySeq().contains(30));
+  EXPECT_EQ(dest->byMatch().size(), 1u);
+  ASSERT_EQ(dest->leaf().size(), 2u);
+  EXPECT_EQ(dest->leaf(2)->count(), 22u);
+  EXPECT_EQ(dest->leaf(2)->parent(), dest.get());
+  EXPECT_EQ(dest->ref(), dest->leaf(2)) << "a reference into the tree maps onto the copy";
+  EXPECT_EQ(dest->serial(), 7u);
+
+  Counter counter(dest.get());
+  EXPECT_FALSE(copy->copyTree(dest, src)) << "a second copy finds nothing to do";
+  EXPECT_EQ(counter.changes, 0);
+  src->leaf(1)->countIs(12);
+  EXPECT_TRUE(copy->copyTree(dest, src)) << "a change deep in a child counts";
+  EXPECT_EQ(dest->leaf(1)->count(), 12u);
+  EXPECT_EQ(counter.changes, 0) << "the child changed, not the node's own attributes";
+}
+
+TEST(EntityCopyTest, FilteredAttributesAreLeftAlone) {
+  Ptr<Node> src = makeNode("src");
+  Ptr<Node> dest = makeNode("dest");
+  fill(*src);
+  Ptr<AttributeFilter> filter(new AttributeFilter());
+  filter->attributeNameIs("label", true);
+  filter->attributeNameIs("leaf", true);
+  filter->attributeNameIs("ref", true);
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->doCopyEntityAttrs(dest, src, "", filter));
+  EXPECT_EQ(dest->label(), "");
+  EXPECT_TRUE(dest->leaf().empty());
+  EXPECT_TRUE(dest->flag());
+  // Only filtered attributes differ now: nothing to copy.
+  EXPECT_FALSE(copy->doCopyEntityAttrs(dest, src, "", filter));
+  filter->attributeNameIs("label", false);
+  EXPECT_TRUE(copy->doCopyEntityAttrs(dest, src, "", filter));
+  EXPECT_EQ(dest->label(), "src");
+}
+
+TEST(EntityCopyTest, RegisteredHandlersTakeOverTheirTypes) {
+  struct LeafHandler : EntityCopyHandler {
+    std::vector<std::string> paths;
+    bool handleEntity(const Ptr<EntityCopy>&, const Ptr<fwk::Entity>& dest, const Ptr<const fwk::Entity>& src,
+                      const String& name) override {
+      paths.push_back(name.str());
+      auto& d = fwk::cast<Leaf>(*dest);
+      const auto& s = fwk::cast<Leaf>(*src);
+      if (d.count() == s.count() * 2) return false;
+      d.countIs(s.count() * 2);
+      return true;
+    }
+  };
+  Ptr<LeafHandler> handler(new LeafHandler);
+  Cli::Session::CopyHandlerRegistry registry;
+  registry.handlerIs(Leaf::staticType(), handler);
+  Ptr<Node> src = makeNode("src");
+  Ptr<Node> dest = makeNode("dest");
+  fill(*src);
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  copy->registryIs(&registry);
+  EXPECT_TRUE(copy->copyTree(dest, src));
+  EXPECT_EQ(dest->leaf(1)->count(), 22u);
+  EXPECT_EQ(handler->paths, (std::vector<std::string>{"/src.leaf/1", "/src.leaf/2"}));
+  EXPECT_FALSE(copy->copyTree(dest, src));
+}
+
+TEST(EntityCopyTest, DirectoriesCopyMixedChildrenThroughTheirTypes) {
+  Ptr<Dir> src(new Dir("running"));
+  Ptr<Dir> dest(new Dir("candidate"));
+  src->entityIs<Node>("n")->labelIs("x");
+  src->mkdir("sub")->entityIs<Node>("deep")->flagIs(true);
+  dest->entityIs<Dir>("n");  // same name, other type: replaced
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->copyTree(dest, src));
+  auto n = fwk::dynCast<Node>(dest->lookup("n"));
+  ASSERT_TRUE(n);
+  EXPECT_EQ(n->label(), "x");
+  EXPECT_TRUE(n->hasNotificationActive());
+  EXPECT_TRUE(fwk::cast<Node>(dest->lookup("sub/deep"))->flag());
+  EXPECT_FALSE(copy->copyTree(dest, src));
+}
+
+TEST(EntityCopyTest, BadCopiesAreRefusedClearly) {
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  Ptr<Node> node = makeNode("n");
+  EXPECT_THROW(copy->doCopyEntityAttrs(node, nullptr, "", nullptr), fwk::NullArgumentError);
+  EXPECT_THROW(copy->doCopyEntityAttrs(node, Ptr<Leaf>(new Leaf(1)), "", nullptr), fwk::TypeConversionError);
+  // A child that needs construction arguments cannot be created by a generic copy.
+  Ptr<Node> src = makeNode("src");
+  src->rootedIs("r", 3u);
+  Ptr<Node> dest = makeNode("dest");
+  try {
+    copy->copyTree(dest, src);
+    FAIL();
+  } catch (const fwk::Error& e) {
+    EXPECT_NE(std::string(e.what()).find("cannot create a Rooted in Node::rooted"), std::string::npos) << e.what();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,106 @@
+#include "platform/trace/Trace.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "tests/support/SampleTypes.h"
+
+// Counts every allocation in this test binary, to show that a disabled trace makes none.
+namespace {
+std::atomic<long> allocations{0};
+}  // namespace
+void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+struct CountingPiece {
+  int* formatted;
+};
+std::ostream& operator<<(std::ostream& os, const CountingPiece& piece) {
+  ++*piece.formatted;
+  return os << "piece";
+}
+
+int evaluated = 0;
+int sideEffect() {
+  ++evaluated;
+  return 42;
+}
+
+fwk::TraceFacility& facility() { return fwk::TraceFacility::get("TraceTest"); }
+
+TEST(TraceTest, ADisabledLevelEvaluatesFormatsAndAllocatesNothing) {
+  facility().levelsIs(0);
+  facility().levelIs(3, true);
+  fwk::TraceCapture capture;
+  int formatted = 0;
+  evaluated = 0;
+  long before = allocations.load();
+  for (int i = 0; i < 100; ++i) {
+    FWK_TRACE(facility(), 2, "text " << CountingPiece{&formatted} << sideEffect() << std::string(100, 'x'));
+  }
+  long after = allocations.load();
+  EXPECT_EQ(after - before, 0);
+  EXPECT_EQ(formatted, 0);
+  EXPECT_EQ(evaluated, 0);
+  EXPECT_TRUE(capture.lines().empty());
+  FWK_TRACE(facility(), 3, "text " << CountingPiece{&formatted} << sideEffect());
+  EXPECT_EQ(formatted, 1);
+  EXPECT_EQ(evaluated, 1);
+  ASSERT_EQ(capture.lines().size(), 1u);
+  EXPECT_EQ(capture.lines()[0].message, "text piece42");
+}
+
+TEST(TraceTest, LinesCarryFacilityLevelPositionAndPieces) {
+  facility().levelsUpToIs(9);
+  fwk::TraceCapture capture;
+  fwk::Ptr<sample::Node> node(new sample::Node("n"));
+  fwk::Ptr<sample::Node> none;
+  FWK_TRACE(facility(), 7, "seq " << 4294967295u << " ok " << true << " at " << node << " " << none << " "
+                                  << sample::blue_ << " " << fwk::String("s") << " " << 1.5);
+  ASSERT_EQ(capture.lines().size(), 1u);
+  const auto& line = capture.lines()[0];
+  EXPECT_EQ(line.facility, "TraceTest");
+  EXPECT_EQ(line.level, 7);
+  EXPECT_EQ(line.file, "tests/platform/trace/TraceTest.cpp") << "paths are relative to the project";
+  EXPECT_EQ(line.function, "TestBody");
+  EXPECT_EQ(line.message, "seq 4294967295 ok true at /n <null> blue s 1.5");
+  EXPECT_EQ(fwk::formatTrace(fwk::TraceRecord{&facility(), 7, "f.cpp", 3, "fn", "msg"}), "TraceTest[7] f.cpp:3 fn: msg");
+  facility().levelsIs(0);
+}
+
+TEST(TraceTest, FacilitiesAreSharedByNameAndEnabledFromOptions) {
+  EXPECT_EQ(&fwk::TraceFacility::get("Shared"), &fwk::TraceFacility::get("Shared"));
+  fwk::enableTraces("OptA/2-4,OptB,OptC/9");
+  EXPECT_EQ(fwk::TraceFacility::get("OptA").levels(), 0b11100);
+  EXPECT_EQ(fwk::TraceFacility::get("OptB").levels(), 0x3FF);
+  EXPECT_TRUE(fwk::TraceFacility::get("OptC").enabled(9));
+  EXPECT_FALSE(fwk::TraceFacility::get("OptC").enabled(8));
+  EXPECT_THROW(fwk::enableTraces("OptD/10"), fwk::Error);
+  EXPECT_THROW(fwk::enableTraces("OptD/x"), fwk::Error);
+  EXPECT_THROW(fwk::TraceFacility::get("OptD").levelIs(10, true), fwk::RangeError);
+}
+
+TEST(TraceTest, CaptureRestoresThePreviousSink) {
+  facility().levelsUpToIs(0);
+  fwk::TraceCapture outer;
+  {
+    fwk::TraceCapture inner;
+    FWK_TRACE(facility(), 0, "inner");
+    EXPECT_EQ(inner.count("inner"), 1u);
+  }
+  FWK_TRACE(facility(), 0, "outer");
+  EXPECT_EQ(outer.messages("TraceTest"), std::vector<std::string>{"outer"});
+  facility().levelsIs(0);
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+#include "tests/support/SampleTypes.h"
+
+#include <cctype>
+#include <string>
+
+#include "platform/fwk/Reflection.h"
+
+namespace sample {
+
+FWK_RECORD_DEFINE(Match, SAMPLE_MATCH_FIELDS)
+FWK_RECORD_DEFINE(TaggedMatch, SAMPLE_TAGGED_MATCH_FIELDS)
+FWK_ENTITY_DEFINE(Leaf, SAMPLE_LEAF_ATTRS)
+FWK_ENTITY_DEFINE(Rooted, SAMPLE_ROOTED_ATTRS)
+FWK_ENTITY_DEFINE_WITH_OPS(Node, SAMPLE_NODE_ATTRS, SAMPLE_NODE_OPS)
+FWK_ENTITY_DEFINE(BigNode, SAMPLE_BIG_NODE_ATTRS)
+
+U32 Node::leafCountAbove(U32 threshold) const {
+  U32 n = 0;
+  for (const auto& [key, child] : leaf()) n += child->count() > threshold ? 1 : 0;
+  return n;
+}
+
+String Node::rename(const String& text, bool upper) {
+  std::string s = text.str();
+  if (upper) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  }
+  labelIs(String(s));
+  return label();
+}
+
+void Node::clear() {
+  bySeqDelAll();
+  leafDelAll();
+}
+
+}  // namespace sample
