@@ -141,24 +141,57 @@ class MapAttr final : public AttrInfo {
     C& dest = cast<C>(destEntity);
     const Map& from = cast<C>(srcEntity).*member_;
     const Map& to = dest.*member_;
-    bool changed = false;
+    // Plan first, write second: the walk never sees its own writes, and two equal maps cost
+    // one pass with no allocation.
     std::vector<K> stale;
-    for (const auto& entry : to) {
-      if (!from.contains(entry.first)) stale.push_back(entry.first);
+    std::vector<const typename Map::value_type*> writes;
+    if constexpr (requires { from.lowerBound(std::declval<const K&>()); }) {
+      auto s = from.begin();
+      auto d = to.begin();
+      const auto sEnd = from.end();
+      const auto dEnd = to.end();
+      while (s != sEnd || d != dEnd) {
+        if (s == sEnd || (d != dEnd && d->first < s->first)) {
+          stale.push_back(d->first);
+          ++d;
+        } else if (d == dEnd || s->first < d->first) {
+          writes.push_back(&*s);
+          ++s;
+        } else {
+          if (!sameValue(d->second, s->second, context)) writes.push_back(&*s);
+          ++s;
+          ++d;
+        }
+      }
+    } else {
+      for (const auto& entry : to) {
+        if (!from.contains(entry.first)) stale.push_back(entry.first);
+      }
+      for (const auto& entry : from) {
+        const V* current = to.find(entry.first);
+        if (!current || !sameValue(*current, entry.second, context)) writes.push_back(&entry);
+      }
     }
     for (const K& key : stale) del_(dest, key);
-    changed = !stale.empty();
-    for (const auto& [key, value] : from) {
-      V resolved = resolveForCopy(value, context);
-      const V* current = to.find(key);
-      if (current && *current == resolved) continue;
-      set_(dest, key, resolved);
-      changed = true;
+    for (const auto* entry : writes) {
+      if constexpr (isEntityPtr<V>()) {
+        set_(dest, entry->first, resolveForCopy(entry->second, context));
+      } else {
+        set_(dest, entry->first, entry->second);
+      }
     }
-    return changed;
+    return !stale.empty() || !writes.empty();
   }
 
  private:
+  static bool sameValue(const V& current, const V& source, CopyContext& context) {
+    if constexpr (isEntityPtr<V>()) {
+      return current == resolveForCopy(source, context);
+    } else {
+      return current == source;
+    }
+  }
+
   Map C::*member_;
   Setter set_;
   Deleter del_;

@@ -133,6 +133,16 @@ class TraceLine {
     }
     return *this;
   }
+  template <class E>
+    requires std::is_base_of_v<Entity, std::remove_const_t<E>>
+  TraceLine& operator<<(E* entity) {
+    if (entity) {
+      stream() << entity->fullName();
+    } else {
+      stream() << "<null>";
+    }
+    return *this;
+  }
   template <class T>
   TraceLine& operator<<(const T& piece) {
     stream() << piece;
