@@ -42,7 +42,7 @@ class OrderedMap {
   using mapped_type = V;
   using value_type = typename Storage::value_type;
 
-  class const_iterator {
+  class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
    public:
     using iterator_category = std::forward_iterator_tag;
     using value_type = typename Storage::value_type;
@@ -180,7 +180,7 @@ class HashMap {
   using value_type = typename Storage::value_type;
 
   // Iteration must not overlap a change to the map; debug builds check that.
-  class const_iterator {
+  class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
    public:
     using iterator_category = std::forward_iterator_tag;
     using value_type = typename Storage::value_type;

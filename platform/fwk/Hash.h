@@ -43,9 +43,7 @@ struct Hash {
       return value.hash();
     } else if constexpr (requires { { value.hash(0u) } -> std::convertible_to<std::size_t>; }) {
       return value.hash(0u);
-    } else if constexpr (std::is_enum_v<T>) {
-      return mixHash(static_cast<std::uint64_t>(value));
-    } else if constexpr (std::is_integral_v<T>) {
+    } else if constexpr (std::is_enum_v<T> || std::is_integral_v<T>) {
       return mixHash(static_cast<std::uint64_t>(value));
     } else if constexpr (std::is_floating_point_v<T>) {
       double d = value == 0 ? 0.0 : static_cast<double>(value);  // +0 and -0 hash alike

@@ -34,6 +34,7 @@ class String {
   [[nodiscard]] std::string_view view() const noexcept {
     return rep_ ? std::string_view(rep_->data, rep_->size) : std::string_view();
   }
+  // NOLINTNEXTLINE(readability-identifier-naming): the standard name
   [[nodiscard]] const char* c_str() const noexcept { return rep_ ? rep_->data : ""; }
   [[nodiscard]] std::string str() const { return std::string(view()); }
   [[nodiscard]] std::size_t size() const noexcept { return rep_ ? rep_->size : 0; }
