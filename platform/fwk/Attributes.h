@@ -24,6 +24,9 @@
 //   customScalar(N, T, default)  N(), protected NStore(value); the class writes NIs itself
 //   constScalar(N, T, default)   N(), protected NStore(value); read-only to reflection and
 //                                skipped by the generic copy (construction arguments)
+//   statusScalar(N, T, default)  like scalar, but the generic copy leaves it alone: state
+//                                that belongs to the tree it was written in (stamps, flags
+//                                set by whoever applied the configuration)
 //   orderedMap(N, K, V)          N() (the map), N(key), NIs(key, value), NDel(key), NDelAll()
 //   hashMap(N, K, V)             the same over a hash map
 //   children(N, K, E)            N() (the map), N(key) (null when absent),
@@ -32,7 +35,7 @@
 //   customChildren(N, K, E)      the same without NIs: the class creates children itself
 //                                (through fwk::detail::CollectionAccess::adoptChild), for
 //                                collections of mixed entity types
-// Reading an absent key yields the value type's default; a mutation that changes nothing
+// Reading an absent key yields a default-constructed value; a mutation that changes nothing
 // notifies nobody. The reactor has a virtual NChanged() (scalars) or NChanged(key) per
 // attribute, called for every change.
 #pragma once
@@ -162,10 +165,14 @@ struct CollectionAccess {
  private:                                                                                    \
   T name##_ = def;
 #define FWK_DECL_constScalar(name, T, def) FWK_DECL_customScalar(name, T, def)
+#define FWK_DECL_statusScalar(name, T, def) FWK_DECL_scalar(name, T, def)
 #define FWK_DECL_MAP_(Map, name, K, V)                                                       \
  public:                                                                                     \
   [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept { return name##_; }            \
-  [[nodiscard]] V name(const K& key) const { return name##_.valueOr(key); }                  \
+  [[nodiscard]] V name(const K& key) const {                                                 \
+    const V* found = name##_.find(key);                                                      \
+    return found ? *found : V();                                                             \
+  }                                                                                          \
   void name##Is(const K& key, const V& value) {                                              \
     ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name)); \
   }                                                                                          \
@@ -205,6 +212,7 @@ struct CollectionAccess {
 #define FWK_HANDLER_scalar(name, ...) virtual void name##Changed() {}
 #define FWK_HANDLER_customScalar(name, ...) virtual void name##Changed() {}
 #define FWK_HANDLER_constScalar(name, ...) virtual void name##Changed() {}
+#define FWK_HANDLER_statusScalar(name, ...) virtual void name##Changed() {}
 #define FWK_HANDLER_orderedMap(name, K, V) virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_hashMap(name, K, V) virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_children(name, K, E) virtual void name##Changed(const K&) {}
@@ -222,6 +230,7 @@ struct CollectionAccess {
 #define FWK_CASE_scalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_customScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_children(name, K, E) FWK_CASE_KEYED_(name, K)

@@ -7,6 +7,7 @@
 //   stringValue(v), valueToStrep(v)   the name ("commit": a trailing underscore is not part
 //                                     of the name; it only avoids clashing with a method)
 //   operator<<                        writes the name
+// FWK_ENUM_CLASS declares a scoped enumeration with the same helpers.
 // and fwk::enumFromName<ApiType>("commit"), fwk::enumFromValue<ApiType>(0), which raise
 // fwk::EnumError for a name or number that is not an enumerator.
 #pragma once
@@ -75,8 +76,16 @@ E enumFromName(std::string_view name) {
 #define FWK_ENUM_ENUMERATOR_(id, number) id = (number),
 #define FWK_ENUM_ENTRY_(id, number) {static_cast<std::int64_t>(number), #id},
 
-#define FWK_ENUM(Name, Underlying, LIST)                                                     \
-  enum Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) };                                     \
+#define FWK_ENUM(Name, Underlying, LIST)          \
+  enum Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
+  FWK_ENUM_HELPERS_(Name, LIST)
+
+// The same for a scoped enumeration (AclType::ip).
+#define FWK_ENUM_CLASS(Name, Underlying, LIST)          \
+  enum class Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
+  FWK_ENUM_HELPERS_(Name, LIST)
+
+#define FWK_ENUM_HELPERS_(Name, LIST)                                                        \
   inline const ::fwk::EnumInfo& fwkEnumInfo(Name) {                                          \
     static const ::fwk::EnumInfo info(#Name, {LIST(FWK_ENUM_ENTRY_)});                       \
     return info;                                                                             \

@@ -10,8 +10,8 @@
 //   // in the source file: FWK_RECORD_DEFINE(IpFilterBase, IP_FILTER_BASE_FIELDS)
 //
 // gives each field a getter N() and a setter NIs(v), and the record ==, < (a total order,
-// field by field after the base's fields), hash(seed), stream output and reflection of its
-// fields. A ranged field rejects values outside [min, max], in its setter and in the
+// field by field after the base's fields), hash(seed), stream output (the fields that
+// differ from a default record: "Match{protocol=6}") and reflection of its fields. A ranged field rejects values outside [min, max], in its setter and in the
 // default constructor, with RangeError("IpFilterBase::tni < 0 or > 16777215 not allowed").
 #pragma once
 
@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/fwk/Collections.h"
 #include "platform/fwk/Hash.h"
 #include "platform/fwk/String.h"
 
@@ -111,11 +112,23 @@ int compareValues(const T& a, const T& b) {
       ::fwk::String(#name), &::fwk::valueType<T>(),                                            \
       [](const void* r) { return ::fwk::Value(static_cast<const C*>(r)->name()); },            \
       [](void* r, const ::fwk::Value& v) { static_cast<C*>(r)->name##Is(v.as<T>()); }});
-#define FWK_RECORD_PRINT_(kind, name, ...)                  \
-  os << (first ? "" : ", ") << #name "=" << ::fwk::strep(name##_); \
-  first = false;
+#define FWK_RECORD_PRINT_(kind, name, ...)                              \
+  if (!(name##_ == ::fwk::detail::defaultValue<C>().name##_)) {         \
+    os << (first ? "" : ", ") << #name "=" << ::fwk::strep(name##_);    \
+    first = false;                                                      \
+  }
 
-#define FWK_RECORD_DEFINE(Class, LIST)                                       \
+// FWK_RECORD_DEFINE_FIELDS leaves out the stream output, for a record that writes its own.
+#define FWK_RECORD_DEFINE(Class, LIST)                              \
+  FWK_RECORD_DEFINE_FIELDS(Class, LIST)                             \
+  std::ostream& operator<<(std::ostream& os, const Class& record) { \
+    os << #Class "{";                                               \
+    bool first = true;                                              \
+    record.fwkPrintFields(os, first);                               \
+    return os << "}";                                               \
+  }
+
+#define FWK_RECORD_DEFINE_FIELDS(Class, LIST)                               \
   const std::vector<::fwk::FieldInfo>& Class::fwkFields() {                 \
     static const std::vector<::fwk::FieldInfo> fields = [] {                \
       std::vector<::fwk::FieldInfo> all;                                    \
@@ -130,12 +143,7 @@ int compareValues(const T& a, const T& b) {
     LIST(FWK_RECORD_INFO_)                                                  \
   }                                                                         \
   void Class::fwkPrintFields(std::ostream& os, bool& first) const {         \
+    using C = Class;                                                        \
     FwkRecordBase::fwkPrintFields(os, first);                               \
     LIST(FWK_RECORD_PRINT_)                                                 \
-  }                                                                         \
-  std::ostream& operator<<(std::ostream& os, const Class& record) {         \
-    os << #Class "{";                                                       \
-    bool first = true;                                                      \
-    record.fwkPrintFields(os, first);                                       \
-    return os << "}";                                                       \
   }

@@ -76,10 +76,11 @@ class ScalarAttr final : public AttrInfo {
   using AttrInfo::set;
 
   using Setter = void (*)(C&, const T&);
-  ScalarAttr(const char* name, std::uint16_t index, T C::*member, Setter setter)
+  ScalarAttr(const char* name, std::uint16_t index, T C::*member, Setter setter, bool copied)
       : AttrInfo(name, AttrKind::scalar, index, nullptr, ::fwk::valueType<T>().name, &::fwk::valueType<T>(), setter != nullptr),
         member_(member),
-        setter_(setter) {
+        setter_(setter),
+        copied_(copied) {
     refersToEntities_ = isEntityPtr<T>();
   }
   Value get(const Entity& e) const override { return Value(cast<C>(e).*member_); }
@@ -88,7 +89,7 @@ class ScalarAttr final : public AttrInfo {
     setter_(cast<C>(e), v.as<T>());
   }
   bool copy(Entity& dest, const Entity& src, CopyContext& context, const String&) const override {
-    if (!setter_) return false;
+    if (!copied_) return false;
     T value = resolveForCopy(cast<C>(src).*member_, context);
     if (cast<C>(dest).*member_ == value) return false;
     setter_(cast<C>(dest), value);
@@ -98,6 +99,7 @@ class ScalarAttr final : public AttrInfo {
  private:
   T C::*member_;
   Setter setter_;
+  bool copied_;
 };
 
 template <class C, class Map>
@@ -124,7 +126,8 @@ class MapAttr final : public AttrInfo {
     refersToEntities_ = isEntityPtr<V>();
   }
   Value get(const Entity& e, const Value& key) const override {
-    return Value((cast<C>(e).*member_).valueOr(key.as<K>()));
+    const V* found = (cast<C>(e).*member_).find(key.as<K>());
+    return found ? Value(*found) : Value(V());
   }
   void set(Entity& e, const Value& key, const Value& v) const override {
     set_(cast<C>(e), key.as<K>(), v.as<V>());
@@ -258,12 +261,18 @@ class ChildrenAttr final : public AttrInfo {
  private:
   AttrId id() const { return AttrId{&C::staticType, index()}; }
 
-  // A new destination child of the source child's own type: through its factories when the
-  // collection holds mixed types, else from the key.
+  // A new destination child of the source child's own type: with the source's construction
+  // arguments when the type says how (a static fwkConstructLike(src)), else from the key,
+  // else through the type's factories (collections of mixed types).
   Ptr<E> createLike(C& dest, Map& to, const K& key, const E& srcChild) const {
     const TypeInfo& type = srcChild.fwkType();
     if (&type == &E::staticType()) {
-      if constexpr (std::is_constructible_v<E, const K&> || std::is_default_constructible_v<E>) {
+      if constexpr (requires { E::fwkConstructLike(srcChild); }) {
+        Ptr<E> child = E::fwkConstructLike(srcChild);
+        child->hasNotificationActiveIs(true);
+        CollectionAccess::adoptChild<E>(dest, to, key, child, id());
+        return child;
+      } else if constexpr (std::is_constructible_v<E, const K&> || std::is_default_constructible_v<E>) {
         return CollectionAccess::childIs<E>(dest, to, key, id());
       }
     }
@@ -372,8 +381,9 @@ class TypeBuilder {
   explicit TypeBuilder(TypeInfo& type) : type_(type) {}
 
   template <class T>
-  void scalar(const char* name, std::uint16_t index, T C::*member, void (*setter)(C&, const T&)) {
-    type_.attrIs(std::make_unique<ScalarAttr<C, T>>(name, index, member, setter));
+  void scalar(const char* name, std::uint16_t index, T C::*member, void (*setter)(C&, const T&),
+              bool copied = true) {
+    type_.attrIs(std::make_unique<ScalarAttr<C, T>>(name, index, member, setter, copied));
   }
   template <class Map>
   void map(const char* name, AttrKind kind, std::uint16_t index, Map C::*member,
@@ -458,7 +468,9 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
 #define FWK_REFLECT_scalar(name, T, def) \
   b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, [](C& c, const T& v) { c.name##Is(v); });
 #define FWK_REFLECT_customScalar(name, T, def) FWK_REFLECT_scalar(name, T, def)
-#define FWK_REFLECT_constScalar(name, T, def) b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, nullptr);
+#define FWK_REFLECT_constScalar(name, T, def) b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, nullptr, false);
+#define FWK_REFLECT_statusScalar(name, T, def) \
+  b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, [](C& c, const T& v) { c.name##Is(v); }, false);
 #define FWK_REFLECT_MAP_(Map, kind, name, K, V)                                                  \
   b.map<::fwk::Map<K, V>>(                                                                       \
       #name, ::fwk::kind, C::name##AttrIndex, &C::name##_,                                       \

@@ -49,6 +49,7 @@ class String {
   friend bool operator==(const String& a, const char* b) noexcept {
     return a.view() == std::string_view(b);
   }
+  friend bool operator==(const String& a, const std::string& b) noexcept { return a.view() == b; }
   friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept {
     return a.view() <=> b.view();
   }

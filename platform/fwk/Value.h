@@ -37,8 +37,10 @@ class ValueType {
   String name;
   std::string (*strepOf)(const void* object) = nullptr;
   Value (*parse)(std::string_view text) = nullptr;
-  // Fields of a record type, in declaration order; empty for other types.
+  // Fields of a record type, in declaration order; null for other types.
   const std::vector<FieldInfo>& (*fields)() = nullptr;
+  // Enumerators of an enumeration; null for other types.
+  const EnumInfo* enumInfo = nullptr;
 };
 
 template <class T>
@@ -74,6 +76,10 @@ class Value {
     return static_cast<const Holder<T>*>(holder_.get())->value;
   }
   [[nodiscard]] std::string strep() const { return holder_ ? holder_->strep() : std::string(); }
+  // The held object, for type-erased code that knows its type from a ValueType (record
+  // fields are read and written through FieldInfo with it).
+  [[nodiscard]] const void* data() const noexcept { return holder_ ? holder_->data() : nullptr; }
+  [[nodiscard]] void* data() noexcept { return holder_ ? holder_->data() : nullptr; }
 
  private:
   template <class T>
@@ -85,6 +91,7 @@ class Value {
     [[nodiscard]] virtual HolderBase* clone() const = 0;
     [[nodiscard]] virtual const ValueType& type() const = 0;
     [[nodiscard]] virtual std::string strep() const = 0;
+    [[nodiscard]] virtual void* data() = 0;
   };
   template <class T>
   struct Holder final : HolderBase {
@@ -92,6 +99,7 @@ class Value {
     HolderBase* clone() const override { return new Holder(value); }
     const ValueType& type() const override { return valueType<T>(); }
     std::string strep() const override { return fwk::strep(value); }
+    void* data() override { return &value; }
     T value;
   };
   [[noreturn]] void conversionFailed(const String& wanted) const;
@@ -199,6 +207,7 @@ const ValueType& valueType() {
     t.strepOf = [](const void* object) { return strep(*static_cast<const T*>(object)); };
     t.parse = [](std::string_view text) { return Value(parseValue<T>(text)); };
     if constexpr (requires { T::fwkFields(); }) t.fields = &T::fwkFields;
+    if constexpr (FrameworkEnum<T>) t.enumInfo = &enumInfo<T>();
     return t;
   }();
   return type;

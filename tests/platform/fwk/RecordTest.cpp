@@ -81,7 +81,13 @@ TEST(RecordTest, ReflectionListsFieldsInOrderAndPrints) {
   EXPECT_EQ(fields[3].get(&t).as<std::uint32_t>(), 12u);
   std::ostringstream os;
   os << t;
-  EXPECT_EQ(os.str(), "TaggedMatch{protocol=0, tni=0, note=, label=12, inner=Match{protocol=0, tni=0, note=}}");
+  EXPECT_EQ(os.str(), "TaggedMatch{label=12}") << "only what differs from a default record";
+  Match inner;
+  inner.noteIs("n");
+  t.innerIs(inner);
+  os.str("");
+  os << t;
+  EXPECT_EQ(os.str(), "TaggedMatch{label=12, inner=Match{note=n}}");
 }
 
 }  // namespace

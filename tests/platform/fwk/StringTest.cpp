@@ -32,6 +32,8 @@ TEST(StringTest, ComparesOrdersAndHashesByContent) {
   EXPECT_LT(String("ab"), String("abc"));
   EXPECT_LT(String(), String("a"));
   EXPECT_EQ(a, "acl1");
+  EXPECT_TRUE(a == std::string("acl1"));
+  EXPECT_TRUE(std::string("acl2") != a);
   std::set<String> ordered{c, a, String("acl10")};
   EXPECT_EQ(*ordered.begin(), "acl1");
   EXPECT_EQ(*std::next(ordered.begin()), "acl10");

@@ -2,23 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
+#include "tests/support/AllocationCounter.h"
 #include "tests/support/SampleTypes.h"
-
-// Counts every allocation in this test binary, to show that a disabled trace makes none.
-namespace {
-std::atomic<long> allocations{0};
-}  // namespace
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -44,11 +29,11 @@ TEST(TraceTest, ADisabledLevelEvaluatesFormatsAndAllocatesNothing) {
   fwk::TraceCapture capture;
   int formatted = 0;
   evaluated = 0;
-  long before = allocations.load();
+  long long before = alloccount::allocations();
   for (int i = 0; i < 100; ++i) {
     FWK_TRACE(facility(), 2, "text " << CountingPiece{&formatted} << sideEffect() << std::string(100, 'x'));
   }
-  long after = allocations.load();
+  long long after = alloccount::allocations();
   EXPECT_EQ(after - before, 0);
   EXPECT_EQ(formatted, 0);
   EXPECT_EQ(evaluated, 0);

@@ -1,0 +1,41 @@
+// Where ACLs are bound: per family and direction, a map from interface to ACL name.
+//
+//   intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(IntfId("Ethernet1"), "acl1");
+#pragma once
+
+#include "model/Types.h"
+#include "platform/fwk/Attributes.h"
+
+namespace Acl {
+
+#define ACL_INTF_ATTRS(A) A(constScalar, direction, AclDirection, AclDirection::in) A(hashMap, intf, IntfId, fwk::String)
+
+// The bindings of one family and direction: interface to ACL name.
+class AclIntf : public fwk::Entity {
+  FWK_ENTITY(AclIntf, fwk::Entity, ACL_INTF_ATTRS)
+
+ public:
+  explicit AclIntf(AclDirection direction) { directionStore(direction); }
+};
+
+#define ACL_INTF_TYPE_CONFIG_ATTRS(A) \
+  A(constScalar, type, AclType, AclType::ip) A(children, intf, AclDirection, AclIntf)
+
+class IntfTypeConfig : public fwk::Entity {
+  FWK_ENTITY(IntfTypeConfig, fwk::Entity, ACL_INTF_TYPE_CONFIG_ATTRS)
+
+ public:
+  explicit IntfTypeConfig(AclType type) { typeStore(type); }
+};
+
+#define ACL_INTF_CONFIG_ATTRS(A) A(children, config, AclType, IntfTypeConfig)
+
+// The ACL bindings of all families.
+class IntfConfig : public fwk::Entity {
+  FWK_ENTITY(IntfConfig, fwk::Entity, ACL_INTF_CONFIG_ATTRS)
+
+ public:
+  explicit IntfConfig(const fwk::String& name = fwk::String()) : Entity(name) {}
+};
+
+}  // namespace Acl

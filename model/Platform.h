@@ -1,0 +1,98 @@
+// What the platform publishes and how the library and the dataplanes talk: capabilities
+// (ParamConfig), requests (HwConfig), overall and per-dataplane status.
+#pragma once
+
+#include "model/Types.h"
+#include "platform/fwk/Attributes.h"
+
+namespace Acl {
+
+// One flag per capability; a platform that publishes nothing supports nothing.
+// dpiSkipNonZero and mplsSkipNonZero say that the deep-inspection and MPLS skip in force
+// are non-zero (such matches cannot then be programmed).
+#define ACL_PARAM_CONFIG_ATTRS(A)                        \
+  A(scalar, aclSupported, bool, false)                   \
+  A(scalar, ip6AclSupported, bool, false)                \
+  A(scalar, discontiguousMaskSupported, bool, false)     \
+  A(scalar, ipMirrorSupported, bool, false)              \
+  A(scalar, ip6MirrorSupported, bool, false)             \
+  A(scalar, macMirrorSupported, bool, false)             \
+  A(scalar, copyToCpuSupported, bool, false)             \
+  A(scalar, loggingSupported, bool, false)               \
+  A(scalar, ipDscpSupported, bool, false)                \
+  A(scalar, ip6DscpSupported, bool, false)               \
+  A(scalar, ipDscpMaskSupported, bool, false)            \
+  A(scalar, ip6DscpMaskSupported, bool, false)           \
+  A(scalar, ecnSupported, bool, false)                   \
+  A(scalar, ipLengthSupported, bool, false)              \
+  A(scalar, outerVlanSupported, bool, false)             \
+  A(scalar, innerVlanSupported, bool, false)             \
+  A(scalar, dpiNvgreSupported, bool, false)              \
+  A(scalar, dpiGreSupported, bool, false)                \
+  A(scalar, dpiVxlanSupported, bool, false)              \
+  A(scalar, dpiGtpSupported, bool, false)                \
+  A(scalar, dpiUserL4Supported, bool, false)             \
+  A(scalar, dpiPayloadSupported, bool, false)            \
+  A(scalar, vaclSupported, bool, false)                  \
+  A(scalar, tcpFlagsSupported, bool, false)              \
+  A(scalar, mplsTwoLabelSupported, bool, false)          \
+  A(scalar, mplsSupported, bool, false)                  \
+  A(scalar, ip6HopLimitSupported, bool, false)           \
+  A(scalar, dpiSkipNonZero, bool, false)                 \
+  A(scalar, mplsSkipNonZero, bool, false)
+
+class ParamConfig : public fwk::Entity {
+  FWK_ENTITY(ParamConfig, fwk::Entity, ACL_PARAM_CONFIG_ATTRS)
+
+ public:
+  explicit ParamConfig(const String& name = String()) : Entity(name) {}
+  // Sets every "...Supported" flag (the skip flags stay as they are): a platform that can
+  // program everything.
+  void allSupportedIs(bool supported);
+};
+
+#define ACL_HW_CONFIG_ATTRS(A) A(scalar, dpAclUpdateRequestTime, double, 0.0)
+
+// Requests from the library to the dataplanes.
+class HwConfig : public fwk::Entity {
+  FWK_ENTITY(HwConfig, fwk::Entity, ACL_HW_CONFIG_ATTRS)
+
+ public:
+  explicit HwConfig(const String& name = String()) : Entity(name) {}
+};
+
+// Overall ACL status: the number of payload elements a rule may carry, per family.
+#define ACL_STATUS_ATTRS(A) A(scalar, ipPayloadCapacity, U16, 0) A(scalar, macPayloadCapacity, U16, 0)
+
+class Status : public fwk::Entity {
+  FWK_ENTITY(Status, fwk::Entity, ACL_STATUS_ATTRS)
+
+ public:
+  explicit Status(const String& name = String()) : Entity(name) {}
+};
+
+// One dataplane's report (its name is the entity name): whether it reports hardware
+// status at all, when it last applied the ACL configuration, and its errors by key.
+#define ACL_STATUS_DP_ATTRS(A)                      \
+  A(scalar, waitForHwStatus, bool, false)           \
+  A(scalar, dpAclUpdateTime, double, 0.0)           \
+  A(orderedMap, error, fwk::String, fwk::String)
+
+class StatusDp : public fwk::Entity {
+  FWK_ENTITY(StatusDp, fwk::Entity, ACL_STATUS_DP_ATTRS)
+
+ public:
+  explicit StatusDp(const String& name = String()) : Entity(name) {}
+};
+
+#define ACL_CHECKPOINT_STATUS_ATTRS(A) A(scalar, checkpointTime, double, 0.0) A(scalar, sequence, U64, 0)
+
+// A checkpoint a client may hand to a session; the library only holds it.
+class CheckpointStatus : public fwk::Entity {
+  FWK_ENTITY(CheckpointStatus, fwk::Entity, ACL_CHECKPOINT_STATUS_ATTRS)
+
+ public:
+  explicit CheckpointStatus(const String& name = String()) : Entity(name) {}
+};
+
+}  // namespace Acl

@@ -1,0 +1,158 @@
+// Basic value types of the ACL model: identities, families, directions, addresses,
+// interface ids and VRF names.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string_view>
+
+#include "platform/fwk/Enum.h"
+#include "platform/fwk/Hash.h"
+#include "platform/fwk/String.h"
+
+namespace Acl {
+
+using U8 = std::uint8_t;
+using U16 = std::uint16_t;
+using U32 = std::uint32_t;
+using U64 = std::uint64_t;
+using fwk::String;
+
+// ACL families. Code that dispatches on the family treats every value but ip and ipv6 as mac.
+#define ACL_TYPES(E) E(ip, 0) E(ipv6, 1) E(mac, 2)
+FWK_ENUM_CLASS(AclType, U32, ACL_TYPES)
+
+#define ACL_DIRECTIONS(E) E(in, 0) E(out, 1)
+FWK_ENUM_CLASS(AclDirection, U32, ACL_DIRECTIONS)
+
+#define ACL_RULE_ACTIONS(E) E(permit, 0) E(deny, 1)
+FWK_ENUM_CLASS(RuleAction, U8, ACL_RULE_ACTIONS)
+
+// How a value is matched. `any` (1) is the default and means "no match on this value";
+// platforms support TTL and hop-limit options only in that kind.
+#define ACL_VALUE_OPS(E) E(eq, 0) E(any, 1) E(neq, 2) E(lt, 3) E(gt, 4) E(range, 5)
+FWK_ENUM_CLASS(ValueOp, U32, ACL_VALUE_OPS)
+
+// Identifies one sub-configuration or one rule. A default-constructed UniqueId is a fresh
+// identity, distinct from every other one made in this process.
+class UniqueId {
+ public:
+  UniqueId() { doInit(); }
+  UniqueId(U32 high, U32 low) : high_(high), low_(low) {}
+
+  // Gives this identifier a fresh value.
+  void doInit();
+  [[nodiscard]] U64 val() const noexcept { return (U64{high_} << 32) | low_; }
+  [[nodiscard]] U32 high() const noexcept { return high_; }
+  [[nodiscard]] U32 low() const noexcept { return low_; }
+  [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(val()); }
+  friend bool operator==(const UniqueId&, const UniqueId&) = default;
+  friend auto operator<=>(const UniqueId&, const UniqueId&) = default;
+
+  static const char* fwkTypeName() { return "UniqueId"; }
+  static UniqueId fwkParse(std::string_view text);
+
+ private:
+  U32 high_ = 0xFFFFFFFF;
+  U32 low_ = 0xFFFFFFFF;
+};
+std::ostream& operator<<(std::ostream& os, const UniqueId& id);
+
+// An IPv4 address or mask, printed dotted.
+class Ip4Addr {
+ public:
+  constexpr Ip4Addr() = default;
+  constexpr explicit Ip4Addr(U32 value) : value_(value) {}
+  [[nodiscard]] constexpr U32 value() const noexcept { return value_; }
+  [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
+  friend bool operator==(const Ip4Addr&, const Ip4Addr&) = default;
+  friend auto operator<=>(const Ip4Addr&, const Ip4Addr&) = default;
+  static const char* fwkTypeName() { return "Ip4Addr"; }
+  // "10.1.2.3"; fwk::TypeConversionError otherwise.
+  static Ip4Addr fwkParse(std::string_view text);
+
+ private:
+  U32 value_ = 0;
+};
+std::ostream& operator<<(std::ostream& os, const Ip4Addr& addr);
+
+// An IPv6 address, printed in its compressed text form.
+class Ip6Addr {
+ public:
+  constexpr Ip6Addr() = default;
+  constexpr Ip6Addr(U64 high, U64 low) : high_(high), low_(low) {}
+  [[nodiscard]] constexpr U64 high() const noexcept { return high_; }
+  [[nodiscard]] constexpr U64 low() const noexcept { return low_; }
+  [[nodiscard]] std::size_t hash() const noexcept { return fwk::hashCombine(fwk::mixHash(high_), low_); }
+  friend bool operator==(const Ip6Addr&, const Ip6Addr&) = default;
+  friend auto operator<=>(const Ip6Addr&, const Ip6Addr&) = default;
+  static const char* fwkTypeName() { return "Ip6Addr"; }
+  static Ip6Addr fwkParse(std::string_view text);
+
+ private:
+  U64 high_ = 0;
+  U64 low_ = 0;
+};
+std::ostream& operator<<(std::ostream& os, const Ip6Addr& addr);
+
+// A 48-bit Ethernet address or mask, printed "00:1c:73:00:00:01".
+class MacAddr {
+ public:
+  constexpr MacAddr() = default;
+  constexpr explicit MacAddr(U64 value) : value_(value & 0xFFFFFFFFFFFFULL) {}
+  [[nodiscard]] constexpr U64 value() const noexcept { return value_; }
+  [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
+  friend bool operator==(const MacAddr&, const MacAddr&) = default;
+  friend auto operator<=>(const MacAddr&, const MacAddr&) = default;
+  static const char* fwkTypeName() { return "MacAddr"; }
+  // "00:1c:73:00:00:01" or "001c.7300.0001".
+  static MacAddr fwkParse(std::string_view text);
+
+ private:
+  U64 value_ = 0;
+};
+std::ostream& operator<<(std::ostream& os, const MacAddr& addr);
+
+// An interface, named as the operator names it ("Ethernet1", "Vlan10").
+class IntfId {
+ public:
+  IntfId() = default;
+  explicit IntfId(String name) : name_(std::move(name)) {}
+  [[nodiscard]] const String& name() const noexcept { return name_; }
+  [[nodiscard]] std::size_t hash() const noexcept { return name_.hash(); }
+  friend bool operator==(const IntfId&, const IntfId&) = default;
+  friend auto operator<=>(const IntfId& a, const IntfId& b) { return a.name_ <=> b.name_; }
+  static const char* fwkTypeName() { return "IntfId"; }
+  static IntfId fwkParse(std::string_view text) { return IntfId(String(text)); }
+
+ private:
+  String name_;
+};
+std::ostream& operator<<(std::ostream& os, const IntfId& intf);
+
+struct VlanIntfId {
+  // True for a VLAN interface: "Vlan" followed by a VLAN number from 1 to 4094.
+  static bool isVlanIntfId(const IntfId& intf);
+};
+
+// The name of a VRF, at most maxLength bytes.
+class VrfName {
+ public:
+  static constexpr U32 maxLength = 100;
+  VrfName() = default;
+  explicit VrfName(String value) { valueIs(std::move(value)); }
+  [[nodiscard]] const String& value() const noexcept { return value_; }
+  // fwk::RangeError "VrfName::value::bytes > VrfName::maxLength not allowed".
+  void valueIs(String value);
+  [[nodiscard]] std::size_t hash() const noexcept { return value_.hash(); }
+  friend bool operator==(const VrfName&, const VrfName&) = default;
+  friend auto operator<=>(const VrfName& a, const VrfName& b) { return a.value_ <=> b.value_; }
+  static const char* fwkTypeName() { return "VrfName"; }
+  static VrfName fwkParse(std::string_view text) { return VrfName(String(text)); }
+
+ private:
+  String value_;
+};
+std::ostream& operator<<(std::ostream& os, const VrfName& vrf);
+
+}  // namespace Acl

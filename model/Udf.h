@@ -1,0 +1,42 @@
+// User-defined-field aliases: named payload elements that rules refer to, with the lists of
+// the rules (by ACL and sequence) that use each alias.
+#pragma once
+
+#include "model/Rules.h"
+#include "platform/fwk/Attributes.h"
+
+namespace Acl {
+
+#define ACL_UDF_ACE_LIST_ATTRS(A) A(orderedMap, seq, U32, bool)
+
+// The sequence numbers of one ACL's rules that use an alias.
+class UdfAceList : public fwk::Entity {
+  FWK_ENTITY(UdfAceList, fwk::Entity, ACL_UDF_ACE_LIST_ATTRS)
+
+ public:
+  explicit UdfAceList(const String& aclName) : Entity(aclName) {}
+};
+
+#define ACL_UDF_ALIAS_PAYLOAD_ATTRS(A) \
+  A(scalar, value, PayloadValue, {}) A(children, aceListForAcl, fwk::String, UdfAceList)
+
+// One alias: its value, and per ACL name the rules that use it.
+class UdfAliasPayload : public fwk::Entity {
+  FWK_ENTITY(UdfAliasPayload, fwk::Entity, ACL_UDF_ALIAS_PAYLOAD_ATTRS)
+
+ public:
+  explicit UdfAliasPayload(const String& alias) : Entity(alias) {}
+};
+
+#define ACL_UDF_ALIAS_ATTRS(A) \
+  A(children, ipAlias, fwk::String, UdfAliasPayload) A(children, macAlias, fwk::String, UdfAliasPayload)
+
+// The aliases used by IPv4 and by MAC lists.
+class UdfAlias : public fwk::Entity {
+  FWK_ENTITY(UdfAlias, fwk::Entity, ACL_UDF_ALIAS_ATTRS)
+
+ public:
+  explicit UdfAlias(const String& name = String()) : Entity(name) {}
+};
+
+}  // namespace Acl

@@ -1,0 +1,173 @@
+#include "model/AclConfig.h"
+
+#include <gtest/gtest.h>
+
+#include "model/Mounts.h"
+#include "platform/fwk/Reflection.h"
+#include "platform/session/EntityCopy.h"
+#include "platform/store/StateStore.h"
+
+namespace {
+
+using namespace Acl;
+using fwk::Ptr;
+
+IpRuleConfig ipRule(U8 protocol, U16 port) {
+  IpRuleConfig rule;
+  IpFilter f;
+  f.protocolIs(protocol);
+  f.protocolMaskIs(0xFF);
+  f.dstPortIs(RangeMatch(ValueOp::eq, port));
+  rule.filterIs(f);
+  return rule;
+}
+
+Ptr<AclSubConfig> filledSubConfig(Input::Config& config) {
+  Ptr<AclConfig> acl = config.configIs(AclType::ip)->aclIs("acl1", AclType::ip, false, false);
+  Ptr<AclSubConfig> sub = acl->subConfigIs(UniqueId());
+  for (U32 seq : {10u, 20u, 30u}) {
+    UniqueId id;
+    sub->ruleBySequenceIs(seq, id);
+    sub->ipRuleByIdIs(id, ipRule(6, static_cast<U16>(seq)));
+  }
+  UniqueId v6;
+  Ip6RuleConfig rule6;
+  Ip6Filter f6;
+  f6.srcIs(Ip6Addr::fwkParse("2001:db8::"));
+  f6.srcPrefixLenIs(32);
+  rule6.filterIs(f6);
+  sub->ip6RuleByIdIs(v6, rule6);
+  MacRuleConfig mac;
+  MacFilter mf;
+  mf.mplsLabelIs(100);
+  mac.filterIs(mf);
+  sub->macRuleByIdIs(UniqueId(), mac);
+  sub->remarkBySequenceIs(15, RemarkConfig(String("web")));
+  sub->countersEnabledIs(true);
+  sub->committedIs(true);
+  acl->currCfgIs(sub);
+  return sub;
+}
+
+TEST(AclConfigTest, SubConfigDeclaresItsFlagsFirstAndItsMapsInOrder) {
+  std::vector<std::string> names;
+  for (const fwk::AttrInfo* a : AclSubConfig::staticType().attrs()) names.push_back(a->name().str());
+  EXPECT_EQ(names, (std::vector<std::string>{"opaque", "committed", "ruleBySequence", "remarkBySequence",
+                                             "ipRuleById", "ip6RuleById", "macRuleById", "countersEnabled",
+                                             "fragmentsEnabled", "id"}));
+}
+
+TEST(AclConfigTest, ASubConfigRoundTripsThroughTheGenericCopy) {
+  Ptr<Input::Config> config(new Input::Config());
+  config->hasNotificationActiveIs(true);
+  Ptr<AclSubConfig> src = filledSubConfig(*config);
+  Ptr<AclSubConfig> dest(new AclSubConfig(UniqueId()));
+  dest->hasNotificationActiveIs(true);
+  Ptr<Cli::Session::EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->doCopyEntityAttrs(dest, src, "", nullptr));
+  for (const fwk::AttrInfo* attr : AclSubConfig::staticType().attrs()) {
+    if (attr->name() == "committed" || attr->name() == "id") continue;
+    if (attr->isCollection()) {
+      auto keys = attr->keys(*src);
+      EXPECT_EQ(attr->size(*dest), keys.size()) << attr->name();
+      for (const auto& key : keys) EXPECT_EQ(attr->get(*dest, key).strep(), attr->get(*src, key).strep());
+    } else {
+      EXPECT_EQ(attr->get(*dest).strep(), attr->get(*src).strep()) << attr->name();
+    }
+  }
+  EXPECT_FALSE(dest->committed()) << "committed belongs to the tree it was set in";
+  EXPECT_NE(dest->id(), src->id()) << "an identity is a construction argument";
+  EXPECT_FALSE(copy->doCopyEntityAttrs(dest, src, "", nullptr)) << "equal after the copy";
+}
+
+TEST(AclConfigTest, AWholeInputTreeCopiesGenerically) {
+  Ptr<Input::Config> running(new Input::Config("running"));
+  running->hasNotificationActiveIs(true);
+  Ptr<AclSubConfig> sub = filledSubConfig(*running);
+  running->config(AclType::ip)->acl("acl1")->dynamicIs(true);
+  Ptr<Input::Config> candidate(new Input::Config("candidate"));
+  Ptr<Cli::Session::EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->copyTree(candidate, running));
+  Ptr<AclConfig> acl = candidate->config(AclType::ip)->acl("acl1");
+  ASSERT_TRUE(acl);
+  EXPECT_EQ(acl->type(), AclType::ip);
+  EXPECT_TRUE(acl->dynamic());
+  ASSERT_TRUE(acl->currCfg());
+  EXPECT_EQ(acl->currCfg()->parent(), acl.get()) << "the current version points into the copy";
+  EXPECT_EQ(acl->currCfg()->ipRuleById().size(), 3u);
+  EXPECT_EQ(acl->currCfg()->id(), sub->id()) << "versions keep their identity across trees";
+  EXPECT_FALSE(copy->copyTree(candidate, running));
+}
+
+TEST(AclConfigTest, AclsKeepTheirConstructionArgumentsAndVersions) {
+  Ptr<Input::Config> config(new Input::Config());
+  config->hasNotificationActiveIs(true);
+  EXPECT_EQ(config->config(AclType::mac), nullptr);
+  Ptr<Input::AclTypeConfig> macs = config->configIs(AclType::mac);
+  EXPECT_EQ(macs->type(), AclType::mac);
+  Ptr<AclConfig> acl = macs->aclIs("m1", AclType::mac, true, true);
+  EXPECT_EQ(acl->name(), "m1");
+  EXPECT_TRUE(acl->standard());
+  EXPECT_TRUE(acl->readonly());
+  EXPECT_FALSE(acl->fwkType().attr("readonly").writable());
+  UniqueId id;
+  Ptr<AclSubConfig> v1 = acl->subConfigIs(id);
+  EXPECT_EQ(acl->subConfigIs(id), v1) << "an existing version is returned, not replaced";
+  EXPECT_EQ(v1->id(), id);
+  EXPECT_EQ(v1->fullName(), "/mac/m1/" + std::to_string(id.val()));
+  macs->aclDel("m1");
+  EXPECT_EQ(macs->acl("m1"), nullptr);
+}
+
+#define RULE_COUNT_ATTRS(A) A(hashMap, ipCount, Acl::IpRuleConfig, Acl::U32) A(hashMap, macCount, Acl::MacRuleConfig, Acl::U32)
+
+// Rule records key hash maps by content, as the edit session's counting maps do.
+class RuleCounts : public fwk::Entity {
+  FWK_ENTITY(RuleCounts, fwk::Entity, RULE_COUNT_ATTRS)
+};
+FWK_ENTITY_DEFINE(RuleCounts, RULE_COUNT_ATTRS)
+
+TEST(AclConfigTest, RuleRecordsKeyHashMapsByContent) {
+  Ptr<RuleCounts> counts(new RuleCounts());
+  counts->ipCountIs(ipRule(6, 80), 1);
+  counts->ipCountIs(ipRule(6, 80), 2);
+  counts->ipCountIs(ipRule(17, 80), 5);
+  EXPECT_EQ(counts->ipCount().size(), 2u);
+  EXPECT_EQ(counts->ipCount(ipRule(6, 80)), 2u);
+  EXPECT_EQ(counts->ipCount(ipRule(6, 81)), 0u);
+  MacRuleConfig withLabels;
+  MacFilter f;
+  f.mplsIs(MplsFilter::fwkParse("16 17"));
+  withLabels.filterIs(f);
+  counts->macCountIs(withLabels, 1);
+  MacRuleConfig same = withLabels;
+  EXPECT_EQ(counts->macCount(same), 1u);
+}
+
+TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {
+  fwk::StateStore store;
+  AclMounts mounts = mountAcl(store);
+  EXPECT_EQ(mountAcl(store).config, mounts.config);
+  EXPECT_EQ(store.find(fwk::mountPoint::aclIntfConfig), mounts.intfConfig);
+  EXPECT_EQ(mounts.intfConfig->config(AclType::ip), nullptr);
+  Ptr<AclIntf> in = mounts.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in);
+  in->intfIs(IntfId(String("Ethernet1")), "acl1");
+  in->intfIs(IntfId(String("Ethernet1")), "acl2");
+  EXPECT_EQ(in->intf().size(), 1u);
+  EXPECT_EQ(in->intf(IntfId(String("Ethernet1"))), "acl2");
+  EXPECT_EQ(in->direction(), AclDirection::in);
+
+  Ptr<StatusDp> dp = mounts.statusDpDir->entityIs<StatusDp>("dp1");
+  dp->errorIs("b", "second");
+  dp->errorIs("a", "first");
+  EXPECT_EQ(dp->error().begin()->second, "first") << "errors are kept in key order";
+  mounts.paramConfig->allSupportedIs(true);
+  EXPECT_TRUE(mounts.paramConfig->ip6HopLimitSupported());
+  EXPECT_FALSE(mounts.paramConfig->dpiSkipNonZero());
+
+  Ptr<UdfAliasPayload> alias = mounts.udfAlias->ipAliasIs("key");
+  alias->aceListForAclIs("acl1")->seqIs(10, true);
+  EXPECT_EQ(alias->aceListForAclIs("acl1")->seq().size(), 1u);
+}
+
+}  // namespace

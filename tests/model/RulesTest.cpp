@@ -1,0 +1,182 @@
+#include "model/Rules.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "platform/fwk/Value.h"
+#include "tests/support/RecordProbe.h"
+
+namespace {
+
+using namespace Acl;
+
+template <class T>
+std::string text(const T& value) {
+  std::ostringstream os;
+  os << value;
+  return os.str();
+}
+
+template <class F>
+std::string rangeMessage(F&& f) {
+  try {
+    f();
+  } catch (const fwk::RangeError& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+TEST(RulesTest, RangeLimitsHoldAtTheirBoundariesWithExactMessages) {
+  IpFilter ip;
+  ip.tniIs(16777215);
+  ip.vniIs(16777215);
+  EXPECT_EQ(rangeMessage([&] { ip.tniIs(16777216); }), "IpFilterBase::tni < 0 or > 16777215 not allowed");
+  EXPECT_EQ(rangeMessage([&] { ip.vniIs(16777216); }), "IpFilterBase::vni < 0 or > 16777215 not allowed");
+  EXPECT_EQ(ip.tni(), 16777215u);
+  Ip6Filter ip6;
+  EXPECT_EQ(rangeMessage([&] { ip6.tniIs(16777216); }), "IpFilterBase::tni < 0 or > 16777215 not allowed");
+  MacFilter mac;
+  mac.mplsLabelIs(0xFFFFF);
+  mac.mplsInnerLabelIs(0xFFFFF);
+  EXPECT_EQ(rangeMessage([&] { mac.mplsLabelIs(0x100000); }), "MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed");
+  EXPECT_EQ(rangeMessage([&] { mac.mplsInnerLabelIs(0x100000); }),
+            "MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed");
+  EXPECT_EQ(mac.mplsLabel(), 0xFFFFFu);
+  // Through reflection the same checks apply.
+  fwk::Value rule{IpRuleConfig()};
+  const auto& filterField = IpRuleConfig::fwkFields().back();
+  fwk::Value filter = filterField.get(rule.data());
+  for (const auto& f : IpFilter::fwkFields()) {
+    if (f.name == "tni") {
+      EXPECT_THROW(f.set(filter.data(), fwk::Value(U32{16777216})), fwk::RangeError);
+    }
+  }
+}
+
+// Changing any one field, however deep, must make a record unequal, ordered one way and
+// (all but certainly) hash differently: a field forgotten in ==, < or hash shows here.
+template <class Record>
+void everyFieldCounts() {
+  const fwk::ValueType& type = fwk::valueType<Record>();
+  std::vector<probe::FieldPath> paths = probe::leafFields(type);
+  ASSERT_FALSE(paths.empty());
+  for (const probe::FieldPath& path : paths) {
+    SCOPED_TRACE(type.name.str() + "." + probe::describe(path));
+    fwk::Value changed{Record()};
+    probe::perturb(changed, path);
+    const Record a;
+    const Record& b = changed.as<Record>();
+    EXPECT_FALSE(a == b);
+    EXPECT_NE(a < b, b < a);
+    EXPECT_NE(a.hash(0), b.hash(0));
+    EXPECT_NE(text(a), text(b)) << "the text form shows every field";
+    Record copy = b;
+    EXPECT_TRUE(copy == b);
+    EXPECT_FALSE(copy < b || b < copy);
+    EXPECT_EQ(copy.hash(7), b.hash(7));
+  }
+}
+
+TEST(RulesTest, EveryFieldTakesPartInEqualityOrderHashAndText) {
+  everyFieldCounts<IpRuleConfig>();
+  everyFieldCounts<Ip6RuleConfig>();
+  everyFieldCounts<MacRuleConfig>();
+  everyFieldCounts<RemarkConfig>();
+  everyFieldCounts<PayloadValue>();
+  EXPECT_GE(probe::leafFields(fwk::valueType<IpRuleConfig>()).size(), 50u);
+}
+
+TEST(RulesTest, DefaultsMatchEverythingAndUseNoFeature) {
+  IpRuleConfig ip;
+  EXPECT_EQ(ip.action(), RuleAction::permit);
+  EXPECT_FALSE(ip.usesMirror());
+  const IpFilter& f = ip.filter();
+  EXPECT_EQ(f.protocolMask(), 0);
+  EXPECT_EQ(f.srcMask(), Ip4Addr());
+  EXPECT_FALSE(f.srcPort().used());
+  EXPECT_FALSE(f.usesDscp() || f.usesDscpMask() || f.usesEcn() || f.usesIpLength() || f.usesOuterVlan() ||
+               f.usesInnerVlan() || f.usesGre() || f.usesNvgre() || f.usesTni() || f.usesVxlan() || f.usesVni() ||
+               f.usesGtp() || f.usesTeid() || f.usesUserL4() || f.usesPayload() || f.usesTcpFlags() ||
+               f.usesTtlOption() || f.usesVlan() || f.tracked());
+  EXPECT_EQ(static_cast<U32>(f.ttlKind()), 1u) << "the kind every platform supports";
+  Ip6Filter f6;
+  EXPECT_FALSE(f6.usesHopLimitOption() || f6.usesHopLimit() || f6.usesNvgre());
+  MacFilter m;
+  EXPECT_FALSE(m.usesMpls() || m.usesTwoMplsLabels() || m.usesOuterVlan() || m.usesPayload());
+  EXPECT_EQ(text(IpRuleConfig()), "IpRuleConfig{}");
+}
+
+TEST(RulesTest, FeaturePredicatesFollowTheirFields) {
+  IpFilter f;
+  f.protocolIs(IpFilterBase::protocolGre);
+  f.greProtoIs(IpFilterBase::greProtoNvgre);
+  EXPECT_TRUE(f.usesNvgre());
+  EXPECT_FALSE(f.usesGre()) << "GRE proper needs the field after the protocol type";
+  f.greProtoMaskIs(0xFFFF);
+  EXPECT_TRUE(f.usesGre());
+  f.matchDscpIs(true);
+  EXPECT_TRUE(f.usesDscp());
+  EXPECT_FALSE(f.usesDscpMask()) << "the full mask is no mask";
+  f.dscpMaskIs(0x38);
+  EXPECT_TRUE(f.usesDscpMask());
+  MacFilter m;
+  m.mplsInnerLabelIs(5);
+  EXPECT_TRUE(m.usesTwoMplsLabels());
+  EXPECT_FALSE(m.usesMpls());
+  m.mplsIs(MplsFilter::fwkParse("16"));
+  EXPECT_TRUE(m.usesMpls());
+}
+
+TEST(RulesTest, TextFormsAreReadable) {
+  IpRuleConfig rule;
+  IpFilter f;
+  f.protocolIs(6);
+  f.protocolMaskIs(0xFF);
+  f.dstIs(Ip4Addr::fwkParse("10.0.0.1"));
+  f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
+  f.dstPortIs(RangeMatch(ValueOp::eq, 80));
+  rule.filterIs(f);
+  rule.actionIs(RuleAction::deny);
+  rule.logIs(true);
+  EXPECT_EQ(text(rule),
+            "IpRuleConfig{action=deny, log=true, filter=IpFilter{protocol=6, protocolMask=255, "
+            "dstPort=eq 80, dst=10.0.0.1, dstMask=255.255.255.255}}");
+  EXPECT_EQ(text(RangeMatch(ValueOp::range, 1024, 2047)), "range 1024 2047");
+  EXPECT_EQ(RangeMatch::fwkParse("range 1024 2047"), RangeMatch(ValueOp::range, 1024, 2047));
+  EXPECT_EQ(RangeMatch::fwkParse("any"), RangeMatch());
+  EXPECT_THROW(RangeMatch::fwkParse("eq"), fwk::TypeConversionError);
+  EXPECT_EQ(text(RemarkConfig(String("deny telnet"))), "remark deny telnet");
+}
+
+TEST(RulesTest, RangeMatchesContainWhatTheySay) {
+  EXPECT_TRUE(RangeMatch().contains(7));
+  EXPECT_TRUE(RangeMatch(ValueOp::eq, 80).contains(80));
+  EXPECT_FALSE(RangeMatch(ValueOp::neq, 80).contains(80));
+  EXPECT_TRUE(RangeMatch(ValueOp::lt, 80).contains(79));
+  EXPECT_FALSE(RangeMatch(ValueOp::gt, 80).contains(80));
+  EXPECT_TRUE(RangeMatch(ValueOp::range, 10, 20).contains(20));
+  EXPECT_FALSE(RangeMatch(ValueOp::range, 10, 20).contains(21));
+}
+
+TEST(RulesTest, PayloadSpecificationsRoundTripThroughValues) {
+  PayloadSpec spec(String("2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,"));
+  EXPECT_EQ(spec.count(), 2);
+  PayloadValue values[3];
+  EXPECT_EQ(payloadSpecToValue(values, 3, spec), 2);
+  EXPECT_EQ(values[0].offset(), 2);
+  EXPECT_EQ(values[0].pattern(), 0x1234u);
+  EXPECT_TRUE(values[0].ownPattern() && values[0].ownMask());
+  EXPECT_EQ(values[1].alias(), "tunnelKey");
+  EXPECT_FALSE(values[1].ownPattern() || values[1].ownMask());
+  EXPECT_EQ(PayloadSpec(payloadValueToOffsetPattern(2, values)), spec);
+  EXPECT_EQ(payloadSpecToValue(values, 1, spec), 1) << "never more than asked for";
+  EXPECT_EQ(payloadValueToOffsetPattern(0, values), "");
+  EXPECT_THROW(PayloadSpec(String("2,0x1234")), fwk::Error);
+  EXPECT_THROW(PayloadSpec(String("x,0x1,0x1,,")), fwk::Error);
+  EXPECT_THROW(PayloadSpec(String("2,0x1,0x1,,q")), fwk::Error);
+  EXPECT_FALSE(PayloadSpec().used());
+}
+
+}  // namespace

@@ -1,0 +1,84 @@
+#include "model/Types.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "platform/fwk/Value.h"
+
+namespace {
+
+using namespace Acl;
+
+template <class T>
+std::string text(const T& value) {
+  std::ostringstream os;
+  os << value;
+  return os.str();
+}
+
+TEST(TypesTest, UniqueIdsAreFreshAndTotallyOrdered) {
+  UniqueId a;
+  UniqueId b;
+  EXPECT_NE(a, b);
+  EXPECT_TRUE((a < b) != (b < a));
+  UniqueId copy = a;
+  EXPECT_EQ(copy, a);
+  EXPECT_EQ(copy.hash(), a.hash());
+  copy.doInit();
+  EXPECT_NE(copy, a);
+  UniqueId fixed(1, 2);
+  EXPECT_EQ(fixed.val(), (U64{1} << 32) | 2);
+  EXPECT_EQ(UniqueId::fwkParse(text(fixed)), fixed);
+  EXPECT_THROW(UniqueId::fwkParse("x"), fwk::TypeConversionError);
+}
+
+TEST(TypesTest, AddressesReadAndPrintTheirUsualForms) {
+  EXPECT_EQ(Ip4Addr::fwkParse("10.1.2.3").value(), 0x0A010203u);
+  EXPECT_EQ(text(Ip4Addr(0xFFFFFF00)), "255.255.255.0");
+  EXPECT_THROW(Ip4Addr::fwkParse("10.1.2"), fwk::TypeConversionError);
+  Ip6Addr v6 = Ip6Addr::fwkParse("2001:db8::1");
+  EXPECT_EQ(v6.high(), 0x20010db800000000ULL);
+  EXPECT_EQ(v6.low(), 1u);
+  EXPECT_EQ(text(v6), "2001:db8::1");
+  EXPECT_THROW(Ip6Addr::fwkParse("2001:::1"), fwk::TypeConversionError);
+  EXPECT_EQ(MacAddr::fwkParse("00:1c:73:00:00:01"), MacAddr::fwkParse("001c.7300.0001"));
+  EXPECT_EQ(text(MacAddr(0x001c73000001ULL)), "00:1c:73:00:00:01");
+  EXPECT_THROW(MacAddr::fwkParse("00:1c:73:00:00"), fwk::TypeConversionError);
+  EXPECT_THROW(MacAddr::fwkParse("00:1c.73:00:00:01"), fwk::TypeConversionError);
+}
+
+TEST(TypesTest, VlanInterfacesAreToldApart) {
+  EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId("Vlan10")));
+  EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId("Vlan4094")));
+  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan4095")));
+  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan")));
+  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Ethernet1")));
+  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan10.5")));
+}
+
+TEST(TypesTest, VrfNamesHaveALengthLimit) {
+  std::string longest(VrfName::maxLength, 'v');
+  EXPECT_EQ(VrfName(String(longest)).value().size(), VrfName::maxLength);
+  VrfName vrf(String("red"));
+  try {
+    vrf.valueIs(String(longest + "v"));
+    FAIL();
+  } catch (const fwk::RangeError& e) {
+    EXPECT_STREQ(e.what(), "VrfName::value::bytes > VrfName::maxLength not allowed");
+  }
+  EXPECT_EQ(vrf.value(), "red") << "a refused name leaves the old one";
+}
+
+TEST(TypesTest, EnumerationsHaveTheirNumbers) {
+  EXPECT_EQ(static_cast<U32>(AclType::ip), 0u);
+  EXPECT_EQ(static_cast<U32>(AclType::ipv6), 1u);
+  EXPECT_EQ(static_cast<U32>(AclType::mac), 2u);
+  EXPECT_EQ(static_cast<U32>(AclDirection{}), 0u);
+  EXPECT_EQ(AclDirection{}, AclDirection::in);
+  EXPECT_EQ(text(AclType::ipv6), "ipv6");
+  EXPECT_EQ(fwk::enumFromName<AclDirection>("out"), AclDirection::out);
+  EXPECT_THROW(fwk::enumFromValue<AclType>(3), fwk::EnumError);
+}
+
+}  // namespace

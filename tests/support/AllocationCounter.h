@@ -1,0 +1,11 @@
+// Linking AllocationCounter.cpp into a binary replaces the global allocator with one that
+// counts, so a test or benchmark can measure what an operation allocates.
+#pragma once
+
+namespace alloccount {
+
+// Allocations and bytes requested through operator new since the program started.
+long long allocations();
+long long bytes();
+
+}  // namespace alloccount
