@@ -8,7 +8,7 @@ install(TARGETS aclkit EXPORT aclkitTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(layer_dir platform model)
+foreach(layer_dir platform model Acl)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${layer_dir}/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/aclkit/${layer_dir}
           FILES_MATCHING PATTERN "*.h")

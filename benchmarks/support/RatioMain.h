@@ -24,7 +24,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      results_.emplace_back(run.benchmark_name(), run.GetAdjustedCPUTime());
+      // Normalised to seconds: benchmarks may report in different units.
+      results_.emplace_back(run.benchmark_name(),
+                            run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit));
     }
   }
 

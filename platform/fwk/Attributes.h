@@ -23,7 +23,8 @@
 //   scalar(N, T, default)        N(), NIs(value)
 //   customScalar(N, T, default)  N(), protected NStore(value); the class writes NIs itself
 //   constScalar(N, T, default)   N(), protected NStore(value); read-only to reflection and
-//                                skipped by the generic copy (construction arguments)
+//                                skipped by the generic copy: construction arguments, and
+//                                state that only the entity itself manages
 //   statusScalar(N, T, default)  like scalar, but the generic copy leaves it alone: state
 //                                that belongs to the tree it was written in (stamps, flags
 //                                set by whoever applied the configuration)
@@ -195,7 +196,7 @@ struct CollectionAccess {
   FWK_DECL_customChildren(name, K, E)
 #define FWK_DECL_customChildren(name, K, E)                                                  \
  public:                                                                                     \
-  [[nodiscard]] const ::fwk::OrderedMap<K, ::fwk::Ptr<E>>& name() const noexcept { return name##_; } \
+  [[nodiscard]] const ::fwk::ChildMap<K, E>& name() const noexcept { return name##_; }         \
   [[nodiscard]] ::fwk::Ptr<E> name(const K& key) { return name##_.valueOr(key); }            \
   [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const { return name##_.valueOr(key); } \
   void name##Del(const K& key) {                                                             \
@@ -206,7 +207,7 @@ struct CollectionAccess {
   }                                                                                          \
                                                                                              \
  private:                                                                                    \
-  ::fwk::OrderedMap<K, ::fwk::Ptr<E>> name##_;
+  ::fwk::ChildMap<K, E> name##_;
 
 #define FWK_PASS_HANDLER_(kind, ...) FWK_HANDLER_##kind(__VA_ARGS__)
 #define FWK_HANDLER_scalar(name, ...) virtual void name##Changed() {}

@@ -18,8 +18,10 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/fwk/Entity.h"
 #include "platform/fwk/Errors.h"
 #include "platform/fwk/Hash.h"
+#include "platform/fwk/Ptr.h"
 
 namespace fwk {
 
@@ -165,6 +167,19 @@ class OrderedMap {
 
   Storage storage_;
   std::uint64_t version_ = 0;
+};
+
+// The children of an entity, by key. When the parent goes, children that live on
+// elsewhere lose their parent link instead of keeping a dangling one.
+template <class K, class E>
+class ChildMap : public OrderedMap<K, Ptr<E>> {
+ public:
+  ChildMap() = default;
+  ChildMap(const ChildMap&) = delete;
+  ChildMap& operator=(const ChildMap&) = delete;
+  ~ChildMap() {
+    for (const auto& entry : *this) EntityLinks::parentIs(*entry.second, nullptr);
+  }
 };
 
 template <class K, class V>

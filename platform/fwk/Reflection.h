@@ -208,7 +208,7 @@ class ChildrenAttr final : public AttrInfo {
   using AttrInfo::get;
   using AttrInfo::set;
 
-  using Map = OrderedMap<K, Ptr<E>>;
+  using Map = ChildMap<K, E>;
 
  public:
   ChildrenAttr(const char* name, std::uint16_t index, Map C::*member)
@@ -392,7 +392,7 @@ class TypeBuilder {
     type_.attrIs(std::make_unique<MapAttr<C, Map>>(name, kind, index, member, setter, deleter, clearer));
   }
   template <class K, class E>
-  void childMap(const char* name, std::uint16_t index, OrderedMap<K, Ptr<E>> C::*member) {
+  void childMap(const char* name, std::uint16_t index, ChildMap<K, E> C::*member) {
     type_.attrIs(std::make_unique<ChildrenAttr<C, K, E>>(name, index, member));
   }
   template <auto F>

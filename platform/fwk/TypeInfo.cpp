@@ -82,7 +82,13 @@ Ptr<Entity> TypeInfo::create(const std::vector<Value>& args) const {
     if (factory.argTypes.size() != args.size()) continue;
     bool match = true;
     for (std::size_t i = 0; i < args.size() && match; ++i) match = args[i].type() == factory.argTypes[i];
-    if (match) return factory.invoke(nullptr, args).as<Ptr<Entity>>();
+    if (!match) continue;
+    Ptr<Entity> made = factory.invoke(nullptr, args).as<Ptr<Entity>>();
+    // A type that needs a second step after construction names it "initialize".
+    if (const OpInfo* init = made->fwkType().findOp("initialize"); init && init->argTypes.empty()) {
+      init->invoke(made.get(), {});
+    }
+    return made;
   }
   throw NameError("no factory of " + name_.str() + " takes " + std::to_string(args.size()) +
                   " argument(s) of these types");

@@ -138,7 +138,8 @@ class TypeInfo {
 
   // Factories registered for the type, tried in order by create().
   [[nodiscard]] const std::vector<OpInfo>& factories() const noexcept { return factories_; }
-  // A new instance from construction arguments; NameError when no factory takes them.
+  // A new instance from construction arguments, on which an operation "initialize" without
+  // arguments, when the type has one, has run; NameError when no factory takes them.
   [[nodiscard]] Ptr<Entity> create(const std::vector<Value>& args) const;
 
   void attrIs(std::unique_ptr<AttrInfo> attr);

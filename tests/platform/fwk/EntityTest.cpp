@@ -146,6 +146,14 @@ TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {
   EXPECT_EQ(r.seen.size(), 2u);
 }
 
+TEST(EntityTest, ChildrenOutlivingTheirParentLoseTheLink) {
+  Ptr<Node> node = activeNode("root");
+  Ptr<Leaf> kept = node->leafIs(1);
+  node = nullptr;
+  EXPECT_EQ(kept->parent(), nullptr);
+  EXPECT_EQ(kept->fullName(), "/1");
+}
+
 TEST(EntityTest, DerivedReactorsHearBaseAttributes) {
   Ptr<BigNode> big(new BigNode("big"));
   big->hasNotificationActiveIs(true);

@@ -1,0 +1,368 @@
+#include "Acl/AclCopy.h"
+
+#include <set>
+#include <vector>
+
+#include "platform/fwk/Reflection.h"
+#include "platform/trace/Trace.h"
+
+namespace Acl {
+
+FWK_ENTITY_DEFINE_WITH_OPS(AclConfigCopyHandler, ACL_CONFIG_COPY_HANDLER_ATTRS, ACL_CONFIG_COPY_HANDLER_OPS)
+FWK_ENTITY_DEFINE(AclIntfConfigCopyHandler, ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
+FWK_ENTITY_DEFINE(AclConfigCopyHandlerDir, ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+FWK_ENTITY_DEFINE(AclIntfConfigCopyHandlerDir, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+FWK_REGISTER_FACTORY(AclConfigCopyHandler, aclConfigCopyHandlerFactory)
+FWK_REGISTER_FACTORY(AclIntfConfigCopyHandler, aclIntfConfigCopyHandlerFactory)
+FWK_REGISTER_FACTORY(AclConfigCopyHandlerDir, aclConfigCopyHandlerDirFactory)
+FWK_REGISTER_FACTORY(AclIntfConfigCopyHandlerDir, aclIntfConfigCopyHandlerDirFactory)
+
+namespace {
+
+fwk::TraceFacility& traceCopy() {
+  static fwk::TraceFacility& facility = fwk::TraceFacility::get("AclCopy");
+  return facility;
+}
+#define ACL_COPY_TRACE(level, ...) FWK_TRACE(traceCopy(), level, __VA_ARGS__)
+
+// The rules under two identities, each read from its own version; an identity without a
+// rule reads as the default rule. Compared in place: no copy, no allocation.
+template <class Map>
+bool sameRuleContent(const Map& mapA, const UniqueId& idA, const Map& mapB, const UniqueId& idB) {
+  using Rule = typename Map::mapped_type;
+  const Rule* a = mapA.find(idA);
+  const Rule* b = mapB.find(idB);
+  const Rule& none = fwk::detail::defaultValue<Rule>();
+  return (a ? *a : none) == (b ? *b : none);
+}
+
+}  // namespace
+
+// ---- AclConfigCopyHandler ------------------------------------------------------------
+
+void AclConfigCopyHandler::initialize() {
+  Ptr<AttributeFilter> filter = filteredAttributeIs();
+  for (const char* attribute : {"subConfig", "currCfg", "counterUpdateRequestTime", "secureMonitor"}) {
+    filter->attributeNameIs(attribute, true);
+  }
+}
+
+Ptr<AttributeFilter> AclConfigCopyHandler::filteredAttributeIs() {
+  if (filteredAttribute()) return filteredAttribute();
+  Ptr<AttributeFilter> filter(new AttributeFilter(String("filteredAttribute")));
+  filter->hasNotificationActiveIs(true);
+  fwk::EntityLinks::parentIs(*filter, this);
+  filteredAttributeStore(filter);
+  return filter;
+}
+
+void AclConfigCopyHandler::filteredAttributeDel() {
+  if (Ptr<AttributeFilter> filter = filteredAttribute()) fwk::EntityLinks::parentIs(*filter, nullptr);
+  filteredAttributeStore(nullptr);
+}
+
+bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclSubConfig>& a,
+                                           const Ptr<const AclSubConfig>& b) const {
+  if (a->opaque()) return b->opaque();
+  if (b->opaque()) return false;
+  if (a->countersEnabled() != b->countersEnabled() || a->fragmentsEnabled() != b->fragmentsEnabled()) return false;
+  const auto& seqA = a->ruleBySequence();
+  const auto& seqB = b->ruleBySequence();
+  if (seqA.size() != seqB.size()) {
+    ACL_COPY_TRACE(9, "rule count mismatch - " << seqA.size() << ":" << seqB.size());
+    return false;
+  }
+  auto itB = seqB.begin();
+  for (auto itA = seqA.begin(); itA != seqA.end(); ++itA, ++itB) {
+    const UniqueId& idA = itA->second;
+    const UniqueId& idB = itB->second;
+    switch (aclType) {
+      case AclType::ip:
+        if (!sameRuleContent(a->ipRuleById(), idA, b->ipRuleById(), idB)) return false;
+        break;
+      case AclType::ipv6:
+        if (!sameRuleContent(a->ip6RuleById(), idA, b->ip6RuleById(), idB)) return false;
+        break;
+      case AclType::mac:
+        if (!sameRuleContent(a->macRuleById(), idA, b->macRuleById(), idB)) return false;
+        break;
+      default:  // an unknown family has no rule contents to compare
+        break;
+    }
+  }
+  return true;
+}
+
+bool AclConfigCopyHandler::equalSequence(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
+  FWK_ASSERT_TEXT(a, "a");
+  FWK_ASSERT_TEXT(b, "b");
+  const auto& seqA = a->ruleBySequence();
+  const auto& seqB = b->ruleBySequence();
+  if (seqA.size() != seqB.size()) {
+    ACL_COPY_TRACE(9, "sequence count mismatch - " << seqA.size() << ":" << seqB.size());
+    return false;
+  }
+  auto itB = seqB.begin();
+  for (auto itA = seqA.begin(); itA != seqA.end(); ++itA, ++itB) {
+    if (itB == seqB.end()) return true;
+    if (itA->first != itB->first) return false;
+  }
+  return true;
+}
+
+bool AclConfigCopyHandler::equalRemark(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
+  FWK_ASSERT_TEXT(a, "a");
+  FWK_ASSERT_TEXT(b, "b");
+  const auto& remarksA = a->remarkBySequence();
+  const auto& remarksB = b->remarkBySequence();
+  if (remarksA.size() != remarksB.size()) {
+    // "remarek" is spelled so on purpose: log scrapers match this text.
+    ACL_COPY_TRACE(9, "remarek count mismatch - " << remarksA.size() << ":" << remarksB.size());
+    return false;
+  }
+  auto itB = remarksB.begin();
+  for (auto itA = remarksA.begin(); itA != remarksA.end(); ++itA, ++itB) {
+    if (itB == remarksB.end()) return true;
+    if (itA->first != itB->first || !(itA->second == itB->second)) return false;
+  }
+  return true;
+}
+
+bool AclConfigCopyHandler::copyNonEssential(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const {
+  if (dest->opaque() && src->opaque()) return false;
+  bool sameSequence = equalSequence(dest, src);
+  if (!sameSequence) copySequence(dest, src);
+  if (equalRemark(dest, src)) return !sameSequence;
+  copyRemark(dest, src);
+  return true;
+}
+
+void AclConfigCopyHandler::copySequence(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const {
+  std::vector<UniqueId> ids;
+  ids.reserve(dest->ruleBySequence().size());
+  for (const auto& entry : dest->ruleBySequence()) ids.push_back(entry.second);
+  ACL_COPY_TRACE(2, "copy sequence");
+  dest->ruleBySequenceDelAll();
+  auto id = ids.begin();
+  for (auto it = src->ruleBySequence().begin(); it != src->ruleBySequence().end() && id != ids.end(); ++it, ++id) {
+    dest->ruleBySequenceIs(it->first, *id);
+  }
+}
+
+void AclConfigCopyHandler::copyRemark(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const {
+  ACL_COPY_TRACE(2, "copy remark");
+  dest->remarkBySequenceDelAll();
+  for (const auto& [sequence, remark] : src->remarkBySequence()) dest->remarkBySequenceIs(sequence, remark);
+}
+
+bool AclConfigCopyHandler::handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest,
+                                        const Ptr<const fwk::Entity>& src, const String& name) {
+  Ptr<Input::AclTypeConfig> destConfig = fwk::dynCast<Input::AclTypeConfig>(dest);
+  Ptr<const Input::AclTypeConfig> srcConfig = fwk::dynCast<const Input::AclTypeConfig>(src);
+  FWK_ASSERT(destConfig);
+  FWK_ASSERT(srcConfig);
+  FWK_ASSERT(destConfig->type() == srcConfig->type());
+  const AclType type = destConfig->type();
+  ACL_COPY_TRACE(8, "handleEntity" << " for type " << type);
+  bool changed = false;
+
+  for (auto it = destConfig->acl().begin(); it != destConfig->acl().end(); ++it) {
+    const String aclName = it->first;
+    if (srcConfig->acl().contains(aclName)) continue;
+    const Ptr<AclConfig>& acl = it->second;
+    if (acl->dynamic() || acl->secureMonitor()) {
+      ACL_COPY_TRACE(7, aclName << " is dynamic, skipping");
+      continue;
+    }
+    ACL_COPY_TRACE(7, "Deleting " << aclName);
+    destConfig->aclDel(aclName);
+    changed = true;
+  }
+
+  for (const auto& [aclName, srcAcl] : srcConfig->acl()) {
+    ACL_COPY_TRACE(7, "Now copying " << aclName);
+    Ptr<AclConfig> destAcl = destConfig->acl(aclName);
+    if (!destAcl) {
+      ACL_COPY_TRACE(7, "No dest acl exists for src " << aclName << ", creating one.");
+      destAcl = destConfig->aclIs(aclName, type, srcAcl->standard(), srcAcl->readonly());
+      changed = true;
+    } else if (destAcl->readonly() != srcAcl->readonly() || destAcl->standard() != srcAcl->standard()) {
+      if (destAcl->secureMonitor() != srcAcl->secureMonitor()) {
+        ACL_COPY_TRACE(7, "secure-monitor dest acl " << aclName << " skipped");
+        continue;
+      }
+      ACL_COPY_TRACE(7, "src acl " << aclName << " has different ctor args -- deleting dest");
+      destConfig->aclDel(aclName);
+      destAcl = destConfig->aclIs(aclName, type, srcAcl->standard(), srcAcl->readonly());
+      changed = true;
+    }
+    String path = name + ".acl/" + aclName.view();
+    changed = handleAclConfig(entityCopy, destAcl, srcAcl, path) || changed;
+  }
+  return changed;
+}
+
+bool AclConfigCopyHandler::handleAclConfig(const Ptr<EntityCopy>& entityCopy, const Ptr<AclConfig>& destConfig,
+                                           const Ptr<const AclConfig>& srcConfig, const String& path) {
+  ACL_COPY_TRACE(8, "AclConfigCopyHandler::handleEntity: src " << srcConfig->fullName() << ", dest "
+                                                                << destConfig->fullName());
+  bool monitorChanged = false;
+  if (destConfig->secureMonitor() != srcConfig->secureMonitor()) {
+    destConfig->secureMonitorIs(srcConfig->secureMonitor());
+    monitorChanged = true;
+  }
+  // A handler made without its factory has not been initialized; copying the versions
+  // generically would be wrong, so make sure the filter is there.
+  if (!filteredAttribute()) initialize();
+  bool attrsChanged = entityCopy->doCopyEntityAttrs(destConfig, srcConfig, path, filteredAttribute());
+  FWK_ASSERT(destConfig->type() == srcConfig->type());
+  FWK_ASSERT(srcConfig->currCfg());
+
+  const Ptr<AclSubConfig>& srcCurrent = srcConfig->currCfg();
+  bool result = true;
+  if (Ptr<AclSubConfig> current = destConfig->currCfg();
+      current && equalRuleConfig(destConfig->type(), current, srcCurrent)) {
+    bool patched = copyNonEssential(current, srcCurrent);
+    result = patched || monitorChanged || attrsChanged;
+  } else {
+    // Build the new version completely, mark it committed, and only then make it current;
+    // the old one goes last. An observer of currCfg never sees a partial list.
+    Ptr<AclSubConfig> old = current;
+    const UniqueId id = srcCurrent->id();
+    Ptr<AclSubConfig> fresh = destConfig->subConfigIs(id);
+    fresh->committedIs(true);
+    ACL_COPY_TRACE(0, "Copying destination subConfig " << id);
+    entityCopy->doCopyEntityAttrs(fresh, srcCurrent, "", nullptr);
+    destConfig->currCfgIs(fresh);
+    if (old && old != fresh) {
+      ACL_COPY_TRACE(0, "Deleting destination subConfig " << old->id());
+      destConfig->subConfigDel(old->id());
+    }
+  }
+  ACL_COPY_TRACE(1, "Destination config is " << destConfig->currCfg()->fullName());
+  return result;
+}
+
+Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory() {
+  Ptr<AclConfigCopyHandler> handler(new AclConfigCopyHandler());
+  handler->hasNotificationActiveIs(true);
+  return handler;
+}
+
+// ---- AclIntfConfigCopyHandler --------------------------------------------------------
+
+bool AclIntfConfigCopyHandler::handleEntity(const Ptr<EntityCopy>&, const Ptr<fwk::Entity>& dest,
+                                            const Ptr<const fwk::Entity>& src, const String&) {
+  Ptr<IntfTypeConfig> destConfig = fwk::dynCast<IntfTypeConfig>(dest);
+  Ptr<const IntfTypeConfig> srcConfig = fwk::dynCast<const IntfTypeConfig>(src);
+  FWK_ASSERT(destConfig);
+  FWK_ASSERT(srcConfig);
+  FWK_ASSERT(destConfig->type() == srcConfig->type());
+  const AclType type = destConfig->type();
+  ACL_COPY_TRACE(8, "handleEntity" << " for type " << type);
+  Ptr<const Input::AclTypeConfig> acls = config() ? Ptr<const Input::Config>(config())->config(type) : nullptr;
+
+  std::set<AclDirection> directions;
+  for (const auto& entry : destConfig->intf()) directions.insert(entry.first);
+  for (const auto& entry : srcConfig->intf()) directions.insert(entry.first);
+
+  bool changed = false;
+  for (AclDirection direction : directions) {
+    Ptr<AclIntf> destIntf = destConfig->intf(direction);
+    Ptr<const AclIntf> srcIntf = srcConfig->intf(direction);
+    if (destIntf) {
+      std::set<IntfId> stale;  // ordered, so the traces come out the same every time
+      for (const auto& [intf, aclName] : destIntf->intf()) {
+        if (!srcIntf || !srcIntf->intf().contains(intf)) stale.insert(intf);
+      }
+      for (const IntfId& intf : stale) {
+        String aclName = destIntf->intf(intf);
+        Ptr<const AclConfig> acl = acls ? acls->acl(aclName) : nullptr;
+        if (acl && (acl->dynamic() || acl->secureMonitor())) {
+          ACL_COPY_TRACE(7, intf << " attached acl " << aclName << " is dynamic, skipping");
+          continue;
+        }
+        destIntf->intfDel(intf);
+        changed = true;
+      }
+    }
+    if (!srcIntf) continue;
+    for (const auto& [intf, aclName] : srcIntf->intf()) {
+      if (destIntf) {
+        const String* bound = destIntf->intf().find(intf);
+        if (bound && *bound == aclName) continue;
+      } else {
+        destIntf = destConfig->intfIs(direction);
+      }
+      destIntf->intfIs(intf, aclName);
+      changed = true;
+    }
+  }
+  return changed;
+}
+
+Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config) {
+  Ptr<AclIntfConfigCopyHandler> handler(new AclIntfConfigCopyHandler(config));
+  handler->hasNotificationActiveIs(true);
+  return handler;
+}
+
+// ---- handler directories -------------------------------------------------------------
+
+namespace {
+template <class Handler>
+void adoptHandler(fwk::Entity& dir, const Ptr<Handler>& handler) {
+  handler->hasNotificationActiveIs(true);
+  fwk::EntityLinks::nameIs(*handler, String("copyHandler"));
+  fwk::EntityLinks::parentIs(*handler, &dir);
+}
+template <class Handler>
+void releaseHandler(const Ptr<Handler>& handler) {
+  if (handler) fwk::EntityLinks::parentIs(*handler, nullptr);
+}
+}  // namespace
+
+AclConfigCopyHandlerDir::~AclConfigCopyHandlerDir() { releaseHandler(copyHandler()); }
+
+Ptr<AclConfigCopyHandler> AclConfigCopyHandlerDir::copyHandlerIs() {
+  if (copyHandler()) return copyHandler();
+  Ptr<AclConfigCopyHandler> handler(new AclConfigCopyHandler());
+  adoptHandler(*this, handler);
+  copyHandlerStore(handler);
+  return handler;
+}
+
+void AclConfigCopyHandlerDir::copyHandlerDel() {
+  releaseHandler(copyHandler());
+  copyHandlerStore(nullptr);
+}
+
+AclIntfConfigCopyHandlerDir::~AclIntfConfigCopyHandlerDir() { releaseHandler(copyHandler()); }
+
+Ptr<AclIntfConfigCopyHandler> AclIntfConfigCopyHandlerDir::copyHandlerIs(const Ptr<Input::Config>& config) {
+  if (copyHandler() && copyHandler()->config() == config) return copyHandler();
+  releaseHandler(copyHandler());
+  Ptr<AclIntfConfigCopyHandler> handler(new AclIntfConfigCopyHandler(config));
+  adoptHandler(*this, handler);
+  copyHandlerStore(handler);
+  return handler;
+}
+
+void AclIntfConfigCopyHandlerDir::copyHandlerDel() {
+  releaseHandler(copyHandler());
+  copyHandlerStore(nullptr);
+}
+
+Ptr<AclConfigCopyHandlerDir> aclConfigCopyHandlerDirFactory(String name) {
+  Ptr<AclConfigCopyHandlerDir> dir(new AclConfigCopyHandlerDir(name));
+  dir->hasNotificationActiveIs(true);
+  return dir;
+}
+
+Ptr<AclIntfConfigCopyHandlerDir> aclIntfConfigCopyHandlerDirFactory(String name) {
+  Ptr<AclIntfConfigCopyHandlerDir> dir(new AclIntfConfigCopyHandlerDir(name));
+  dir->hasNotificationActiveIs(true);
+  return dir;
+}
+
+}  // namespace Acl

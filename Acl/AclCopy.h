@@ -1,0 +1,116 @@
+// Configuration-session copy handlers for ACLs.
+//
+// When a configuration session copies the ACL configuration (Input::AclTypeConfig, one per
+// family) or the ACL bindings (IntfTypeConfig) between the running configuration and its
+// candidate, these handlers replace the generic attribute copy:
+//   - ACLs are compared version against version, rule by rule; when only sequence numbers
+//     or remarks differ the destination's current version is patched in place (rule
+//     identities kept), otherwise a complete new version is built and made current before
+//     the old one is removed, so an observer of currCfg never sees a half-built list;
+//   - dynamic and secure-monitor ACLs of the destination, and bindings that point at them,
+//     are left alone when the source lacks them;
+//   - an ACL whose construction arguments (standard, readonly) differ is recreated.
+// Traces go to the "AclCopy" facility.
+#pragma once
+
+#include "model/AclConfig.h"
+#include "model/IntfConfig.h"
+#include "platform/session/EntityCopy.h"
+
+namespace Acl {
+
+using Cli::Session::AttributeFilter;
+using Cli::Session::EntityCopy;
+
+#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
+  A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
+
+#define ACL_CONFIG_COPY_HANDLER_OPS(O) \
+  O(initialize) O(equalRuleConfig) O(equalSequence) O(equalRemark) O(copyNonEssential) O(copySequence) O(copyRemark)
+
+class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
+  FWK_ENTITY(AclConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACL_CONFIG_COPY_HANDLER_ATTRS)
+
+ public:
+  explicit AclConfigCopyHandler(const String& name = String()) : EntityCopyGlobalSessionHandler(name) {}
+
+  // Fills the filter with the ACL attributes the handler copies itself or never copies.
+  void initialize();
+  Ptr<AttributeFilter> filteredAttributeIs();
+  void filteredAttributeDel();
+
+  // Same rules, position by position, and the same counters and fragments flags (or both
+  // opaque). Sequence numbers and remarks do not count. Neither pointer may be null.
+  [[nodiscard]] bool equalRuleConfig(AclType aclType, const Ptr<const AclSubConfig>& a,
+                                     const Ptr<const AclSubConfig>& b) const;
+  // Same sequence numbers of rules, position by position.
+  [[nodiscard]] bool equalSequence(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const;
+  // Same remarks at the same sequence numbers.
+  [[nodiscard]] bool equalRemark(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const;
+
+  // Patches dest's sequence numbers and remarks from src (only when their rules are equal);
+  // true when dest changed.
+  bool copyNonEssential(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const;
+  // dest keeps its rule identities, in order, under src's sequence numbers.
+  void copySequence(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const;
+  void copyRemark(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const;
+
+  // Copies one family's ACLs (dest and src are Input::AclTypeConfig); true when dest changed.
+  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest,
+                    const Ptr<const fwk::Entity>& src, const String& name) override;
+  // Copies one ACL; true when dest changed.
+  bool handleAclConfig(const Ptr<EntityCopy>& entityCopy, const Ptr<AclConfig>& destConfig,
+                       const Ptr<const AclConfig>& srcConfig, const String& path);
+};
+
+Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory();
+
+#define ACL_INTF_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, config, fwk::Ptr<Input::Config>, {})
+
+// Copies one family's bindings (IntfTypeConfig). `config` is the input configuration whose
+// ACLs decide which destination bindings are dynamic and must stay.
+class AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
+  FWK_ENTITY(AclIntfConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler,
+             ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
+
+ public:
+  explicit AclIntfConfigCopyHandler(const Ptr<Input::Config>& config) { configStore(config); }
+
+  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest,
+                    const Ptr<const fwk::Entity>& src, const String& name) override;
+};
+
+Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
+
+#define ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
+
+// Holds the ACL configuration copy handler of a configuration session framework.
+class AclConfigCopyHandlerDir : public fwk::Entity {
+  FWK_ENTITY(AclConfigCopyHandlerDir, fwk::Entity, ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+
+ public:
+  explicit AclConfigCopyHandlerDir(const String& name) : Entity(name) {}
+  ~AclConfigCopyHandlerDir() override;
+  // The handler, created (and parented here) on first call.
+  Ptr<AclConfigCopyHandler> copyHandlerIs();
+  void copyHandlerDel();
+};
+
+#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
+  A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
+
+class AclIntfConfigCopyHandlerDir : public fwk::Entity {
+  FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+
+ public:
+  explicit AclIntfConfigCopyHandlerDir(const String& name) : Entity(name) {}
+  ~AclIntfConfigCopyHandlerDir() override;
+  // The handler for `config`: kept when it already serves that configuration, else replaced.
+  Ptr<AclIntfConfigCopyHandler> copyHandlerIs(const Ptr<Input::Config>& config);
+  void copyHandlerDel();
+};
+
+Ptr<AclConfigCopyHandlerDir> aclConfigCopyHandlerDirFactory(String name);
+Ptr<AclIntfConfigCopyHandlerDir> aclIntfConfigCopyHandlerDirFactory(String name);
+
+}  // namespace Acl

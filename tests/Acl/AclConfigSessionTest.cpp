@@ -1,0 +1,149 @@
+#include "Acl/AclConfigSession.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/fwk/Reflection.h"
+#include "platform/store/StateStore.h"
+#include "tests/support/AclBuilders.h"
+
+namespace {
+
+using namespace Acl;
+
+// Watches every entity below a root, so a test can tell whether anything at all changed.
+class TreeWatch {
+ public:
+  explicit TreeWatch(const fwk::Entity& root) { watch(root); }
+  [[nodiscard]] int changes() const {
+    int n = 0;
+    for (const auto& w : watchers_) n += w->count;
+    return n;
+  }
+
+ private:
+  void watch(const fwk::Entity& e) {
+    watchers_.push_back(std::make_unique<build::AnyChange>(&e));
+    for (const fwk::AttrInfo* attr : e.fwkType().attrs()) {
+      for (fwk::Entity* child : attr->children(e)) watch(*child);
+    }
+  }
+  std::vector<std::unique_ptr<build::AnyChange>> watchers_;
+};
+
+class AclConfigSessionTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Ptr<AclConfig> a = running.config->configIs(AclType::ip)->aclIs("web", AclType::ip, false, false);
+    a->currCfgIs(build::version(*a, {{10, 80}, {20, 443}}, {{5, "web servers"}}));
+    a->currCfg()->committedIs(true);
+    running.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(IntfId(String("Ethernet1")), "web");
+  }
+  Ptr<AclConfig> runningWeb() { return running.config->config(AclType::ip)->acl("web"); }
+
+  fwk::StateStore store;
+  AclMounts running = mountAcl(store);
+};
+
+TEST_F(AclConfigSessionTest, ARoundTripWithoutEditsChangesAndNotifiesNothing) {
+  TreeWatch configWatch(*running.config);
+  TreeWatch intfWatch(*running.intfConfig);
+  AclConfigSession session(running);
+  Ptr<AclConfig> candidateWeb = session.config()->config(AclType::ip)->acl("web");
+  ASSERT_TRUE(candidateWeb);
+  EXPECT_EQ(candidateWeb->currCfg()->id(), runningWeb()->currCfg()->id());
+  EXPECT_EQ(session.intfConfig()->config(AclType::ip)->intf(AclDirection::in)->intf().size(), 1u);
+  EXPECT_FALSE(session.commit());
+  EXPECT_EQ(configWatch.changes() + intfWatch.changes(), 0);
+  EXPECT_FALSE(session.isOpen());
+  EXPECT_THROW(session.commit(), fwk::Error);
+}
+
+TEST_F(AclConfigSessionTest, RenumberingKeepsRuleIdentitiesInRunning) {
+  Ptr<AclSubConfig> before = runningWeb()->currCfg();
+  UniqueId rule10 = before->ruleBySequence(10);
+  UniqueId rule20 = before->ruleBySequence(20);
+  AclConfigSession session(running);
+  Ptr<AclSubConfig> v = session.newVersion(AclType::ip, "web");
+  UniqueId a = v->ruleBySequence(10);
+  UniqueId b = v->ruleBySequence(20);
+  v->ruleBySequenceDelAll();
+  v->ruleBySequenceIs(100, a);
+  v->ruleBySequenceIs(200, b);
+  EXPECT_TRUE(session.commit());
+  EXPECT_EQ(runningWeb()->currCfg(), before) << "patched in place";
+  EXPECT_EQ(before->ruleBySequence(100), rule10);
+  EXPECT_EQ(before->ruleBySequence(200), rule20);
+  EXPECT_FALSE(before->ruleBySequence().contains(10));
+}
+
+TEST_F(AclConfigSessionTest, AChangedRuleMakesTheCandidatesVersionCurrent) {
+  Ptr<AclSubConfig> before = runningWeb()->currCfg();
+  AclConfigSession session(running);
+  Ptr<AclSubConfig> v = session.newVersion(AclType::ip, "web");
+  v->ipRuleByIdIs(v->ruleBySequence(20), build::ipRule(8443));
+  const UniqueId candidateVersion = v->id();
+  EXPECT_TRUE(session.commit());
+  Ptr<AclSubConfig> now = runningWeb()->currCfg();
+  EXPECT_EQ(now->id(), candidateVersion);
+  EXPECT_TRUE(now->committed());
+  EXPECT_EQ(now->ipRuleById(now->ruleBySequence(20)), build::ipRule(8443));
+  EXPECT_EQ(runningWeb()->subConfig().size(), 1u) << "the replaced version is gone";
+  EXPECT_EQ(before->parent(), nullptr);
+}
+
+TEST_F(AclConfigSessionTest, NewAclsAndBindingsReachRunningAndDeletionsToo) {
+  AclConfigSession session(running);
+  Ptr<AclSubConfig> v = session.newVersion(AclType::ipv6, "v6");
+  Ip6RuleConfig rule;
+  UniqueId id;
+  v->ruleBySequenceIs(10, id);
+  v->ip6RuleByIdIs(id, rule);
+  session.intfConfig()->configIs(AclType::ipv6)->intfIs(AclDirection::out)->intfIs(IntfId(String("Ethernet2")), "v6");
+  session.config()->config(AclType::ip)->aclDel("web");
+  session.intfConfig()->config(AclType::ip)->intf(AclDirection::in)->intfDel(IntfId(String("Ethernet1")));
+  EXPECT_TRUE(session.commit());
+  Ptr<AclConfig> v6 = running.config->config(AclType::ipv6)->acl("v6");
+  ASSERT_TRUE(v6);
+  EXPECT_EQ(v6->currCfg()->ip6RuleById().size(), 1u);
+  EXPECT_EQ(running.intfConfig->config(AclType::ipv6)->intf(AclDirection::out)->intf().size(), 1u);
+  EXPECT_FALSE(runningWeb());
+  EXPECT_TRUE(running.intfConfig->config(AclType::ip)->intf(AclDirection::in)->intf().empty());
+}
+
+TEST_F(AclConfigSessionTest, DynamicAndSecureMonitorAclsAndTheirBindingsSurvive) {
+  AclConfigSession session(running);
+  // Made in running after the session opened, so the candidate lacks them.
+  Ptr<Input::AclTypeConfig> ips = running.config->config(AclType::ip);
+  Ptr<AclConfig> dyn = ips->aclIs("dyn", AclType::ip, false, false);
+  dyn->dynamicIs(true);
+  dyn->currCfgIs(build::version(*dyn, {{10, 1}}));
+  Ptr<AclConfig> mon = ips->aclIs("mon", AclType::ip, false, false);
+  mon->secureMonitorIs(true);
+  mon->currCfgIs(build::version(*mon, {{10, 2}}));
+  Ptr<AclIntf> in = running.intfConfig->config(AclType::ip)->intf(AclDirection::in);
+  in->intfIs(IntfId(String("Ethernet7")), "dyn");
+  in->intfIs(IntfId(String("Ethernet8")), "mon");
+  EXPECT_FALSE(session.commit());
+  EXPECT_EQ(ips->acl("dyn"), dyn);
+  EXPECT_EQ(ips->acl("mon"), mon);
+  EXPECT_EQ(in->intf().size(), 3u);
+}
+
+TEST_F(AclConfigSessionTest, AbortLeavesRunningAlone) {
+  TreeWatch watch(*running.config);
+  {
+    AclConfigSession session(running);
+    session.newVersion(AclType::ip, "web")->ruleBySequenceDelAll();
+    session.config()->configIs(AclType::mac)->aclIs("m", AclType::mac, false, false);
+  }  // dropped without commit
+  AclConfigSession other(running);
+  other.abort();
+  EXPECT_FALSE(other.isOpen());
+  EXPECT_THROW(other.newVersion(AclType::ip, "web"), fwk::Error);
+  EXPECT_EQ(watch.changes(), 0);
+  EXPECT_EQ(runningWeb()->currCfg()->ruleBySequence().size(), 2u);
+}
+
+}  // namespace
