@@ -36,6 +36,16 @@ bool sameRuleContent(const Map& mapA, const UniqueId& idA, const Map& mapB, cons
   return (a ? *a : none) == (b ? *b : none);
 }
 
+// Walks two ordered maps of equal size together; false at the first pair `same` rejects.
+template <class Map, class Same>
+bool sameInOrder(const Map& a, const Map& b, Same same) {
+  auto itB = b.begin();
+  for (auto itA = a.begin(); itA != a.end() && itB != b.end(); ++itA, ++itB) {
+    if (!same(*itA, *itB)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 // ---- AclConfigCopyHandler ------------------------------------------------------------
@@ -102,12 +112,7 @@ bool AclConfigCopyHandler::equalSequence(const Ptr<const AclSubConfig>& a, const
     ACL_COPY_TRACE(9, "sequence count mismatch - " << seqA.size() << ":" << seqB.size());
     return false;
   }
-  auto itB = seqB.begin();
-  for (auto itA = seqA.begin(); itA != seqA.end(); ++itA, ++itB) {
-    if (itB == seqB.end()) return true;
-    if (itA->first != itB->first) return false;
-  }
-  return true;
+  return sameInOrder(seqA, seqB, [](const auto& x, const auto& y) { return x.first == y.first; });
 }
 
 bool AclConfigCopyHandler::equalRemark(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
@@ -120,12 +125,8 @@ bool AclConfigCopyHandler::equalRemark(const Ptr<const AclSubConfig>& a, const P
     ACL_COPY_TRACE(9, "remarek count mismatch - " << remarksA.size() << ":" << remarksB.size());
     return false;
   }
-  auto itB = remarksB.begin();
-  for (auto itA = remarksA.begin(); itA != remarksA.end(); ++itA, ++itB) {
-    if (itB == remarksB.end()) return true;
-    if (itA->first != itB->first || !(itA->second == itB->second)) return false;
-  }
-  return true;
+  return sameInOrder(remarksA, remarksB,
+                     [](const auto& x, const auto& y) { return x.first == y.first && x.second == y.second; });
 }
 
 bool AclConfigCopyHandler::copyNonEssential(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const {

@@ -51,7 +51,7 @@ class PayloadValue : public fwk::RecordBase {
   FWK_RECORD(PayloadValue, fwk::RecordBase, ACL_PAYLOAD_VALUE_FIELDS)
 };
 
-// A rule's payload specification: its elements in text form and their count. The text is a
+// A rule's payload match: its elements in text form and their count. The text is a
 // space-separated list of "offset,pattern,mask,alias,flags" where pattern and mask are hex,
 // alias may be empty and flags holds "p" (own pattern) and/or "m" (own mask):
 //   "2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,"

@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include "Acl/AclCopy.h"
+#include "benchmarks/support/AclRules.h"
 #include "benchmarks/support/RatioMain.h"
 #include "tests/support/AllocationCounter.h"
 
@@ -14,17 +15,7 @@ namespace {
 
 using namespace Acl;
 
-IpRuleConfig ruleNumber(U32 i) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(6);
-  f.protocolMaskIs(0xFF);
-  f.srcIs(Ip4Addr(0x0A000000 + i));
-  f.srcMaskIs(Ip4Addr(0xFFFFFFFF));
-  f.dstPortIs(RangeMatch(ValueOp::eq, static_cast<U16>(i)));
-  rule.filterIs(f);
-  return rule;
-}
+using bench::ruleNumber;
 
 Ptr<AclConfig> aclWith(Input::AclTypeConfig& family, U32 rules) {
   Ptr<AclConfig> acl = family.aclIs("big", AclType::ip, false, false);

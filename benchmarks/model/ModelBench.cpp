@@ -3,6 +3,7 @@
 // sizes of the rule records.
 #include <benchmark/benchmark.h>
 
+#include "benchmarks/support/AclRules.h"
 #include "benchmarks/support/RatioMain.h"
 #include "model/AclConfig.h"
 #include "tests/support/AllocationCounter.h"
@@ -11,17 +12,7 @@ namespace {
 
 using namespace Acl;
 
-IpRuleConfig ruleNumber(U32 i) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(6);
-  f.protocolMaskIs(0xFF);
-  f.srcIs(Ip4Addr(0x0A000000 + i));
-  f.srcMaskIs(Ip4Addr(0xFFFFFFFF));
-  f.dstPortIs(RangeMatch(ValueOp::eq, static_cast<U16>(i)));
-  rule.filterIs(f);
-  return rule;
-}
+using bench::ruleNumber;
 
 void BM_Baseline(benchmark::State& state) {
   for (auto _ : state) {

@@ -2,21 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "platform/fwk/Value.h"
+#include "tests/support/Text.h"
 #include "tests/support/RecordProbe.h"
 
 namespace {
 
 using namespace Acl;
 
-template <class T>
-std::string text(const T& value) {
-  std::ostringstream os;
-  os << value;
-  return os.str();
-}
+using testtext::text;
 
 template <class F>
 std::string rangeMessage(F&& f) {
@@ -160,7 +154,7 @@ TEST(RulesTest, RangeMatchesContainWhatTheySay) {
   EXPECT_FALSE(RangeMatch(ValueOp::range, 10, 20).contains(21));
 }
 
-TEST(RulesTest, PayloadSpecificationsRoundTripThroughValues) {
+TEST(RulesTest, PayloadElementsRoundTripThroughText) {
   PayloadSpec spec(String("2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,"));
   EXPECT_EQ(spec.count(), 2);
   PayloadValue values[3];

@@ -2,20 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "platform/fwk/Value.h"
+#include "tests/support/Text.h"
 
 namespace {
 
 using namespace Acl;
 
-template <class T>
-std::string text(const T& value) {
-  std::ostringstream os;
-  os << value;
-  return os.str();
-}
+using testtext::text;
 
 TEST(TypesTest, UniqueIdsAreFreshAndTotallyOrdered) {
   UniqueId a;
