@@ -30,6 +30,8 @@
 //                                set by whoever applied the configuration)
 //   orderedMap(N, K, V)          N() (the map), N(key), NIs(key, value), NDel(key), NDelAll()
 //   hashMap(N, K, V)             the same over a hash map
+//   customOrderedMap(N, K, V)    N(), N(key), protected NStore(key, value) and NErase(key);
+//                                the class writes NIs, NDel and NDelAll itself
 //   children(N, K, E)            N() (the map), N(key) (null when absent),
 //                                NIs(key, ctor args...) creates the child (or returns the
 //                                existing one) with its parent link set, NDel(key), NDelAll()
@@ -185,6 +187,24 @@ struct CollectionAccess {
  private:                                                                                    \
   ::fwk::Map<K, V> name##_;
 #define FWK_DECL_orderedMap(name, K, V) FWK_DECL_MAP_(OrderedMap, name, K, V)
+#define FWK_DECL_customOrderedMap(name, K, V)                                                \
+ public:                                                                                     \
+  [[nodiscard]] const ::fwk::OrderedMap<K, V>& name() const noexcept { return name##_; }     \
+  [[nodiscard]] V name(const K& key) const {                                                 \
+    const V* found = name##_.find(key);                                                      \
+    return found ? *found : V();                                                             \
+  }                                                                                          \
+                                                                                             \
+ protected:                                                                                  \
+  void name##Store(const K& key, const V& value) {                                           \
+    ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name)); \
+  }                                                                                          \
+  void name##Erase(const K& key) {                                                           \
+    ::fwk::detail::CollectionAccess::mapDel(*this, name##_, key, FWK_ATTR_ID_(name));        \
+  }                                                                                          \
+                                                                                             \
+ private:                                                                                    \
+  ::fwk::OrderedMap<K, V> name##_;
 #define FWK_DECL_hashMap(name, K, V) FWK_DECL_MAP_(HashMap, name, K, V)
 #define FWK_DECL_children(name, K, E)                                                        \
  public:                                                                                     \
@@ -216,6 +236,7 @@ struct CollectionAccess {
 #define FWK_HANDLER_statusScalar(name, ...) virtual void name##Changed() {}
 #define FWK_HANDLER_orderedMap(name, K, V) virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_hashMap(name, K, V) virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_customOrderedMap(name, K, V) virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_children(name, K, E) virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_customChildren(name, K, E) virtual void name##Changed(const K&) {}
 
@@ -234,6 +255,7 @@ struct CollectionAccess {
 #define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
+#define FWK_CASE_customOrderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_children(name, K, E) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_customChildren(name, K, E) FWK_CASE_KEYED_(name, K)
 

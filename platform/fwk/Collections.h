@@ -184,8 +184,10 @@ class ChildMap : public OrderedMap<K, Ptr<E>> {
 
 template <class K, class V>
 class HashMap {
+  // Not noexcept for large keys (records): the standard library then keeps each entry's
+  // hash code, so rehashing and lookups do not hash a whole record again.
   struct Hasher {
-    std::size_t operator()(const K& key) const noexcept { return Hash<K>{}(key); }
+    std::size_t operator()(const K& key) const noexcept(sizeof(K) <= 16) { return Hash<K>{}(key); }
   };
   using Storage = std::unordered_map<K, V, Hasher>;
 

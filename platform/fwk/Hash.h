@@ -22,8 +22,11 @@ constexpr std::size_t mixHash(std::uint64_t x) noexcept {
   return static_cast<std::size_t>(x);
 }
 
+// One multiply per field: records hash dozens of fields on every lookup, so this must be
+// cheap; the multiply and shift spread even small integer fields across the word.
 constexpr std::size_t hashCombine(std::size_t seed, std::size_t value) noexcept {
-  return mixHash(seed ^ (value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2)));
+  std::uint64_t h = (seed ^ value) * 0x9e3779b97f4a7c15ULL;
+  return static_cast<std::size_t>(h ^ (h >> 29));
 }
 
 // FNV-1a over bytes; stable across runs, so traces and tests can rely on it.
@@ -44,7 +47,7 @@ struct Hash {
     } else if constexpr (requires { { value.hash(0u) } -> std::convertible_to<std::size_t>; }) {
       return value.hash(0u);
     } else if constexpr (std::is_enum_v<T> || std::is_integral_v<T>) {
-      return mixHash(static_cast<std::uint64_t>(value));
+      return static_cast<std::size_t>(value);  // combined or reduced modulo a prime by the caller
     } else if constexpr (std::is_floating_point_v<T>) {
       double d = value == 0 ? 0.0 : static_cast<double>(value);  // +0 and -0 hash alike
       return mixHash(__builtin_bit_cast(std::uint64_t, d));

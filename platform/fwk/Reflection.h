@@ -478,6 +478,7 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
       [](C& c) { c.name##DelAll(); });
 #define FWK_REFLECT_orderedMap(name, K, V) FWK_REFLECT_MAP_(OrderedMap, orderedMap, name, K, V)
 #define FWK_REFLECT_hashMap(name, K, V) FWK_REFLECT_MAP_(HashMap, hashMap, name, K, V)
+#define FWK_REFLECT_customOrderedMap(name, K, V) FWK_REFLECT_MAP_(OrderedMap, orderedMap, name, K, V)
 #define FWK_REFLECT_children(name, K, E) b.childMap<K, E>(#name, C::name##AttrIndex, &C::name##_);
 #define FWK_REFLECT_customChildren(name, K, E) FWK_REFLECT_children(name, K, E)
 #define FWK_PASS_OP_(name) b.op<&C::name>(#name);

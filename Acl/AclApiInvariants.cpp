@@ -1,0 +1,83 @@
+#include "Acl/AclApiInvariants.h"
+
+#include <unordered_map>
+
+#include "platform/fwk/Strep.h"
+
+namespace AclApi {
+
+using namespace Acl;
+
+namespace {
+
+template <class Key>
+using Counts = std::unordered_map<Key, U32, fwk::Hash<Key>>;
+
+template <class Key>
+void compareCounts(const char* mapName, const fwk::HashMap<Key, U32>& stored, const Counts<Key>& expected,
+                   std::vector<std::string>& out) {
+  for (const auto& [key, count] : expected) {
+    U32 have = stored.valueOr(key);
+    if (have != count) {
+      out.push_back(std::string(mapName) + ": " + fwk::strep(key) + " counted " + std::to_string(have) +
+                    ", scratchpad holds " + std::to_string(count));
+    }
+  }
+  for (const auto& [key, count] : stored) {
+    if (count != 0 && !expected.contains(key)) {
+      out.push_back(std::string(mapName) + ": " + fwk::strep(key) + " counted " + std::to_string(count) +
+                    ", scratchpad holds none");
+    }
+  }
+}
+
+template <class Map>
+void countFamily(const AclSubConfig& sp, const Map& byId, Counts<typename Map::mapped_type>& counts,
+                 std::vector<std::string>& out, bool requireRecords) {
+  for (const auto& [sequence, id] : sp.ruleBySequence()) {
+    if (const auto* rule = byId.find(id)) {
+      ++counts[*rule];
+    } else if (requireRecords) {
+      out.push_back("rule at " + std::to_string(sequence) + " has no record");
+    }
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> invariantViolations(const ApiSm& session) {
+  std::vector<std::string> out;
+  const Ptr<AclSubConfig>& sp = session.spAclSubConfig();
+  if (!sp) return out;
+
+  U32 highest = 0;
+  for (const auto& entry : sp->ruleBySequence()) highest = std::max(highest, entry.first);
+  for (const auto& entry : sp->remarkBySequence()) highest = std::max(highest, entry.first);
+  U32 cached = session.spLastSequenceNumber();
+  if (cached != 0 && cached != highest) {
+    out.push_back("spLastSequenceNumber " + std::to_string(cached) + ", highest " + std::to_string(highest));
+  }
+
+  const AclType type = session.aclType();
+  const bool known = type == AclType::ip || type == AclType::ipv6 || type == AclType::mac;
+  Counts<IpRuleConfig> ip;
+  Counts<Ip6RuleConfig> ip6;
+  Counts<MacRuleConfig> mac;
+  if (type == AclType::ip) {
+    countFamily(*sp, sp->ipRuleById(), ip, out, known);
+  } else if (type == AclType::ipv6) {
+    countFamily(*sp, sp->ip6RuleById(), ip6, out, known);
+  } else {
+    countFamily(*sp, sp->macRuleById(), mac, out, known);
+  }
+  if (!session.spRuleMapInitialized()) return out;
+  Counts<RemarkConfig> remarks;
+  for (const auto& [sequence, remark] : sp->remarkBySequence()) ++remarks[remark];
+  compareCounts("spIpRuleMap", session.spIpRuleMap(), ip, out);
+  compareCounts("spIp6RuleMap", session.spIp6RuleMap(), ip6, out);
+  compareCounts("spMacRuleMap", session.spMacRuleMap(), mac, out);
+  compareCounts("spRemarkMap", session.spRemarkMap(), remarks, out);
+  return out;
+}
+
+}  // namespace AclApi

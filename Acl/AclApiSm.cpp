@@ -1,0 +1,684 @@
+#include "Acl/AclApiSm.h"
+
+#include <vector>
+
+#include "platform/fwk/Reflection.h"
+#include "platform/trace/Clock.h"
+#include "platform/trace/Trace.h"
+
+namespace AclApi {
+
+using namespace Acl;
+
+FWK_ENTITY_DEFINE_WITH_OPS(ApiSm, ACL_API_SM_ATTRS, ACL_API_SM_OPS)
+FWK_REGISTER_FACTORY(ApiSm, apiSmFactory)
+
+namespace {
+
+fwk::TraceFacility& traceApi() {
+  static fwk::TraceFacility& facility = fwk::TraceFacility::get("AclApi");
+  return facility;
+}
+#define ACL_API_TRACE(level, ...) FWK_TRACE(traceApi(), level, __VA_ARGS__)
+
+constexpr U32 sequenceStep = 10;  // automatic numbering always steps by 10
+
+// The highest place of a rule or a remark, 0 when there is none.
+U32 highestSequence(const AclSubConfig& sp) {
+  U32 last = sp.ruleBySequence().empty() ? 0 : sp.ruleBySequence().last()->first;
+  if (!sp.remarkBySequence().empty()) last = std::max(last, sp.remarkBySequence().last()->first);
+  return last;
+}
+
+// Adds delta to a content count; the counts do no range check (0 - 1 wraps).
+template <class Map, class Key>
+U32 countAfter(const Map& map, const Key& key, std::int32_t delta) {
+  const U32* stored = map.find(key);
+  return (stored ? *stored : 0U) + static_cast<U32>(delta);
+}
+
+}  // namespace
+
+// ---- construction --------------------------------------------------------------------
+
+StatusDpEntry::StatusDpEntry(const Ptr<const StatusDp>& statusDp, ApiSm* owner) : statusDp_(statusDp), owner_(owner) {
+  notifierIs(statusDp.get());
+}
+
+void StatusDpEntry::dpAclUpdateTimeChanged() { owner_->handleDpAclUpdateTime(statusDp_->name()); }
+
+ApiSm::ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Input::Config>& config,
+             const Ptr<const ParamConfig>& paramConfig, const Ptr<IntfConfig>& intfConfig,
+             const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
+             const Ptr<UdfAlias>& udfAliasDir)
+    : Entity(name) {
+  aclNameIs(name);
+  aclTypeIs(aclType);
+  standardIs(standard);
+  apiTypeIs(apiType);
+  configIs(config);
+  paramConfigIs(paramConfig);
+  intfConfigIs(intfConfig);
+  hwConfigIs(hwConfig);
+  aclStatusIs(aclStatus);
+  statusDpDirIs(statusDpDir);
+  udfAliasDirIs(udfAliasDir);
+  handleInitialized();
+}
+
+ApiSm::~ApiSm() {
+  // Nobody hears the teardown; reactors stop before the state they report on goes.
+  hasNotificationActiveIs(false);
+  scratchpadReactor_.notifierIs(nullptr);
+  statusDpDelAll();
+}
+
+void ApiSm::handleInitialized() {
+  ACL_API_TRACE(0, "handleInitialized" << " > this: " << static_cast<const void*>(this));
+  if (statusDpDir()) {
+    for (const auto& [name, entity] : statusDpDir()->entity()) {
+      if (Ptr<const StatusDp> dp = fwk::dynCast<const StatusDp>(Ptr<const fwk::Entity>(entity))) statusDpIs(dp);
+    }
+  }
+  if (config() && !config()->config(aclType())) config()->configIs(aclType());
+  Ptr<AclConfigCopyHandler> helper(new AclConfigCopyHandler());
+  helper->hasNotificationActiveIs(true);
+  aclCopyHelperIs(helper);
+  Ptr<Cli::Session::EntityCopy> copier(new Cli::Session::EntityCopy());
+  copier->hasNotificationActiveIs(true);
+  entityCopyIs(copier);
+  copier->srcIs(config());
+  copier->handlerIs(Ptr<Cli::Session::EntityCopyHandler>(new Cli::Session::EntityCopyHandler()));
+  if (apiType() == commit_) createScratchpad();
+  initializedIs(true);
+  ACL_API_TRACE(0, "handleInitialized" << "<");
+}
+
+Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
+                   const Ptr<Input::Config>& config, const Ptr<const ParamConfig>& paramConfig,
+                   const Ptr<IntfConfig>& intfConfig, const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus,
+                   const Ptr<const fwk::Dir>& statusDpDir, const Ptr<UdfAlias>& udfAliasDir) {
+  Ptr<ApiSm> session(new ApiSm(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig,
+                               aclStatus, statusDpDir, udfAliasDir));
+  session->hasNotificationActiveIs(true);
+  return session;
+}
+
+Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType, Ptr<Input::Config> config,
+                        Ptr<const ParamConfig> paramConfig, Ptr<IntfConfig> intfConfig, Ptr<HwConfig> hwConfig,
+                        Ptr<const Status> aclStatus, Ptr<const fwk::Dir> statusDpDir, Ptr<UdfAlias> udfAliasDir) {
+  return ApiSmIs(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig, aclStatus, statusDpDir,
+                 udfAliasDir);
+}
+
+String ApiSm::errStringDel(const String& key) {
+  String message = errString(key);
+  errStringErase(key);
+  return message;
+}
+
+void ApiSm::errStringDelAll() {
+  while (!errString().empty()) errStringErase(errString().begin()->first);
+}
+
+Ptr<AclConfig> ApiSm::liveAcl(AclType type) const {
+  if (!config()) return nullptr;
+  Ptr<Input::AclTypeConfig> typeConfig = config()->config(type);
+  return typeConfig ? typeConfig->acl(aclName()) : nullptr;
+}
+
+// ---- scratchpad and its bookkeeping ----------------------------------------------------
+
+void ApiSm::createScratchpad() {
+  ACL_API_TRACE(0, "createScratchpad");
+  FWK_ASSERT(apiType() == commit_);
+  spAclSubConfigIs(nullptr);
+  origAclSubConfigIs(nullptr);
+  origAclConfigIs(nullptr);
+  spLastSequenceNumberIs(0);
+  spIpRuleMapDelAll();
+  spIp6RuleMapDelAll();
+  spMacRuleMapDelAll();
+  spRuleMapInitializedIs(false);  // spRemarkMap is left as it is
+
+  UniqueId id;
+  id.doInit();
+  Ptr<AclSubConfig> scratchpad(new AclSubConfig(id));
+  scratchpad->hasNotificationActiveIs(true);
+  spAclSubConfigIs(scratchpad);
+
+  if (Ptr<AclConfig> acl = liveAcl(aclType())) {
+    origAclConfigIs(acl);
+    if (Ptr<AclSubConfig> current = acl->currCfg()) {
+      entityCopy()->doCopyEntityAttrs(scratchpad, current, "", nullptr);
+      origAclSubConfigIs(current);
+    }
+  }
+}
+
+void ApiSm::spAclSubConfigIs(const Ptr<AclSubConfig>& subConfig) {
+  spAclSubConfigStore(subConfig);
+  scratchpadReactor_.notifierIs(subConfig.get());
+}
+
+void ApiSm::handleRuleBySequence(U32 sequence) {
+  ACL_API_TRACE(0, " seq " << sequence);
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  bool present = sp && (sp->ruleBySequence().contains(sequence) || sp->remarkBySequence().contains(sequence));
+  if (present && sequence > spLastSequenceNumber()) {
+    // 0 means "unknown": higher entries may stand above the new one, and taking the new one
+    // as the last would number the next automatic rule into the middle of the list.
+    U32 last = spLastSequenceNumber() == 0 ? highestSequence(*sp) : sequence;
+    spLastSequenceNumberIs(last);
+    ACL_API_TRACE(1, "spLastSequenceNumber -> " << last);
+  } else if (!present && sequence == spLastSequenceNumber()) {
+    spLastSequenceNumberIs(0);  // recomputed on demand
+    ACL_API_TRACE(1, "spLastSequenceNumber -> 0");
+  }
+}
+
+void ApiSm::initializeRuleMap() {
+  if (spRuleMapInitialized()) return;
+  ACL_API_TRACE(0, "initializeRuleMap");
+  spRuleMapInitializedIs(true);
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return;
+  for (const auto& [sequence, id] : sp->ruleBySequence()) {
+    if (aclType() == AclType::ip) {
+      if (const IpRuleConfig* rule = sp->ipRuleById().find(id)) updateIpRuleMap(*rule, 1);
+    } else if (aclType() == AclType::ipv6) {
+      if (const Ip6RuleConfig* rule = sp->ip6RuleById().find(id)) updateIp6RuleMap(*rule, 1);
+    } else if (const MacRuleConfig* rule = sp->macRuleById().find(id)) {
+      updateMacRuleMap(*rule, 1);
+    }
+  }
+  for (const auto& [sequence, remark] : sp->remarkBySequence()) updateRemarkMap(remark, 1);
+}
+
+void ApiSm::updateIpRuleMap(const IpRuleConfig& rule, std::int32_t delta) {
+  if (spRuleMapInitialized()) spIpRuleMapIs(rule, countAfter(spIpRuleMap(), rule, delta));
+}
+
+void ApiSm::updateIp6RuleMap(const Ip6RuleConfig& rule, std::int32_t delta) {
+  if (spRuleMapInitialized()) spIp6RuleMapIs(rule, countAfter(spIp6RuleMap(), rule, delta));
+}
+
+void ApiSm::updateMacRuleMap(const MacRuleConfig& rule, std::int32_t delta) {
+  if (spRuleMapInitialized()) spMacRuleMapIs(rule, countAfter(spMacRuleMap(), rule, delta));
+}
+
+void ApiSm::updateRemarkMap(const RemarkConfig& remark, std::int32_t delta) {
+  if (spRuleMapInitialized()) spRemarkMapIs(remark, countAfter(spRemarkMap(), remark, delta));
+}
+
+U32 ApiSm::getLastSequenceNumber() {
+  if (spLastSequenceNumber() != 0) return spLastSequenceNumber();
+  U32 last = spAclSubConfig() ? highestSequence(*spAclSubConfig()) : 0;
+  spLastSequenceNumberIs(last);
+  return last;
+}
+
+void ApiSm::cleanupOldConfig() {
+  ACL_API_TRACE(0, "cleanupOldConfig");
+  Ptr<AclConfig> acl = liveAcl(aclType());
+  if (!acl) {
+    ACL_API_TRACE(0, "<, aclConfig is NULL");
+    return;
+  }
+  if (apiType() == commit_ && origAclSubConfig() && acl->currCfg() != origAclSubConfig()) {
+    acl->subConfigDel(origAclSubConfig()->id());
+  }
+  spAclSubConfigIs(nullptr);
+  origAclSubConfigIs(nullptr);
+  origAclConfigIs(nullptr);
+}
+
+// ---- lookups ---------------------------------------------------------------------------
+
+IpRuleConfig ApiSm::getIpRule(U32 sequence) const {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return IpRuleConfig();
+  const UniqueId* id = sp->ruleBySequence().find(sequence);
+  const IpRuleConfig* rule = id ? sp->ipRuleById().find(*id) : nullptr;
+  return rule ? *rule : IpRuleConfig();
+}
+
+Ip6RuleConfig ApiSm::getIp6Rule(U32 sequence) const {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return Ip6RuleConfig();
+  const UniqueId* id = sp->ruleBySequence().find(sequence);
+  const Ip6RuleConfig* rule = id ? sp->ip6RuleById().find(*id) : nullptr;
+  return rule ? *rule : Ip6RuleConfig();
+}
+
+MacRuleConfig ApiSm::getMacRule(U32 sequence) const {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return MacRuleConfig();
+  const UniqueId* id = sp->ruleBySequence().find(sequence);
+  const MacRuleConfig* rule = id ? sp->macRuleById().find(*id) : nullptr;
+  return rule ? *rule : MacRuleConfig();
+}
+
+U32 ruleCount(const Ptr<AclSubConfig>& subConfig) {
+  return static_cast<U32>(subConfig->remarkBySequence().size() + subConfig->ruleBySequence().size());
+}
+
+bool maskIsContiguous(U32 mask) { return ((mask - 1U) | mask) == 0xFFFFFFFFU; }
+
+// ---- adding rules ----------------------------------------------------------------------
+
+ApiState ApiSm::addIpRule(U32 sequence, const IpRuleConfig& rule) {
+  return addRuleCommon(sequence, rule, Ip6RuleConfig(), MacRuleConfig());
+}
+
+ApiState ApiSm::addIp6Rule(U32 sequence, const Ip6RuleConfig& rule) {
+  return addRuleCommon(sequence, IpRuleConfig(), rule, MacRuleConfig());
+}
+
+ApiState ApiSm::addMacRule(U32 sequence, const MacRuleConfig& rule) {
+  return addRuleCommon(sequence, IpRuleConfig(), Ip6RuleConfig(), rule);
+}
+
+bool ApiSm::sameRule(const UniqueId& id, const IpRuleConfig& ipRule, const Ip6RuleConfig& ip6Rule,
+                     const MacRuleConfig& macRule) const {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  switch (aclType()) {
+    case AclType::ip: return sp->ipRuleById().valueOr(id) == ipRule;
+    case AclType::ipv6: return sp->ip6RuleById().valueOr(id) == ip6Rule;
+    case AclType::mac: return sp->macRuleById().valueOr(id) == macRule;
+  }
+  return false;
+}
+
+ApiState ApiSm::addRuleCommon(U32 sequence, const IpRuleConfig& ipRule, const Ip6RuleConfig& ip6Rule,
+                              const MacRuleConfig& macRule) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return failed;  // the one path that leaves apiState as it was
+
+  if (sequence == 0) {
+    U32 last = getLastSequenceNumber();
+    if (last > 0xFFFFFFFFU - sequenceStep) {
+      ACL_API_TRACE(9, "< sequence out of range");
+      return finish(errSequenceOutOfRange);
+    }
+    initializeRuleMap();
+    bool duplicate = false;
+    switch (aclType()) {
+      case AclType::ip: duplicate = spIpRuleMap(ipRule) != 0; break;
+      case AclType::ipv6: duplicate = spIp6RuleMap(ip6Rule) != 0; break;
+      case AclType::mac: duplicate = spMacRuleMap(macRule) != 0; break;
+    }
+    if (duplicate) {
+      ACL_API_TRACE(8, "< Found a duplicate");
+      return finish(succeeded);
+    }
+    sequence = last + sequenceStep;
+  }
+
+  if (const UniqueId* existing = sp->ruleBySequence().find(sequence)) {
+    return finish(sameRule(*existing, ipRule, ip6Rule, macRule) ? succeeded : errRuleExists);
+  }
+  if (sp->remarkBySequence().contains(sequence)) {
+    ACL_API_TRACE(9, "< Remark exists with sequence: " << sequence);
+    return finish(errRuleExists);
+  }
+  if (Ptr<AclConfig> acl = liveAcl(aclType()); acl && acl->readonly()) {
+    ACL_API_TRACE(9, "<, readonly");
+    return finish(errReadOnly);
+  }
+
+  UniqueId id = sp->ruleBySequence(sequence);  // a free place yields a fresh identity
+  sp->ruleBySequenceIs(sequence, id);
+  switch (aclType()) {
+    case AclType::ip:
+      sp->ipRuleByIdIs(id, ipRule);
+      updateIpRuleMap(ipRule, 1);
+      break;
+    case AclType::ipv6:
+      sp->ip6RuleByIdIs(id, ip6Rule);
+      updateIp6RuleMap(ip6Rule, 1);
+      break;
+    case AclType::mac:
+      sp->macRuleByIdIs(id, macRule);
+      updateMacRuleMap(macRule, 1);
+      break;
+  }
+  return finish(succeeded);
+}
+
+// ---- remarks ---------------------------------------------------------------------------
+
+ApiState ApiSm::addRemark(RemarkConfig remark, U32 sequence) {
+  ACL_API_TRACE(0, "addRemark");
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  U32 where = sequence;
+  if (sequence == 0) {
+    initializeRuleMap();
+    if (spRemarkMap(remark) != 0) {
+      ACL_API_TRACE(9, "Remark exists");
+      return finish(succeeded);
+    }
+    where = getLastSequenceNumber() + sequenceStep;  // wraps past the top, unlike rules
+  }
+  // The occupancy tests look at the sequence asked for, not at the place chosen.
+  if (const RemarkConfig* stored = sp->remarkBySequence().find(sequence)) {
+    if (*stored == remark) {
+      ACL_API_TRACE(8, "Same remark exists with the sequence number: " << sequence);
+      return finish(succeeded);
+    }
+    ACL_API_TRACE(8, "Remark exists with the sequence number: " << sequence);
+    return finish(errRuleExists);
+  }
+  if (sp->ruleBySequence().contains(sequence)) {
+    ACL_API_TRACE(8, "Rule exists with the sequence number: " << sequence);
+    return finish(errRuleExists);
+  }
+  sp->remarkBySequenceIs(where, remark);
+  updateRemarkMap(remark, 1);
+  return finish(succeeded);
+}
+
+ApiState ApiSm::removeRemark(RemarkConfig remark, U32 sequence) {
+  ACL_API_TRACE(0, "removeRemark");
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  if (sequence == 0) {
+    for (const auto& [at, stored] : sp->remarkBySequence()) {
+      if (stored == remark) {
+        updateRemarkMap(remark, -1);
+        sp->remarkBySequenceDel(at);
+        break;
+      }
+    }
+  } else {
+    RemarkConfig stored = sp->remarkBySequence(sequence);
+    updateRemarkMap(stored, -1);
+    sp->remarkBySequenceDel(sequence);
+  }
+  return finish(succeeded);
+}
+
+// ---- removing rules --------------------------------------------------------------------
+
+ApiState ApiSm::removeRuleBySequence(U32 start, U32 end) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  if (Ptr<AclConfig> acl = liveAcl(aclType()); acl && acl->readonly()) {
+    ACL_API_TRACE(9, "<, readonly");
+    return finish(errReadOnly);
+  }
+  const auto& rules = sp->ruleBySequence();
+  auto it = rules.lowerBound(start);
+  if (it == rules.end()) it = rules.begin();
+  for (; it != rules.end() && it->first <= end; ++it) {
+    const U32 sequence = it->first;
+    if (sequence < start) continue;
+    const UniqueId id = it->second;
+    switch (aclType()) {
+      case AclType::ip:
+        updateIpRuleMap(sp->ipRuleById(id), -1);
+        sp->ipRuleByIdDel(id);
+        break;
+      case AclType::ipv6:
+        updateIp6RuleMap(sp->ip6RuleById(id), -1);
+        sp->ip6RuleByIdDel(id);
+        break;
+      case AclType::mac:
+        updateMacRuleMap(sp->macRuleById(id), -1);
+        sp->macRuleByIdDel(id);
+        break;
+    }
+    sp->ruleBySequenceDel(sequence);  // the walk goes on from here
+  }
+  const auto& remarks = sp->remarkBySequence();
+  for (auto r = remarks.begin(); r != remarks.end() && r->first <= end; ++r) {
+    if (r->first < start) continue;
+    const U32 sequence = r->first;
+    updateRemarkMap(r->second, -1);
+    sp->remarkBySequenceDel(sequence);
+  }
+  return finish(succeeded);
+}
+
+namespace {
+// The lowest place whose rule equals `rule` in `byId`, if any.
+template <class Map, class Rule>
+const std::pair<const U32, UniqueId>* firstEqual(const AclSubConfig& sp, const Map& byId, const Rule& rule) {
+  for (const auto& entry : sp.ruleBySequence()) {
+    if (byId.valueOr(entry.second) == rule) return &entry;
+  }
+  return nullptr;
+}
+}  // namespace
+
+ApiState ApiSm::removeIpRuleByConfig(const IpRuleConfig& rule) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  if (Ptr<AclConfig> acl = liveAcl(AclType::ip); acl && acl->readonly()) {
+    ACL_API_TRACE(9, "<, readonly");
+    return finish(errReadOnly);
+  }
+  if (const auto* found = firstEqual(*sp, sp->ipRuleById(), rule)) {
+    const auto [sequence, id] = *found;
+    updateIpRuleMap(rule, -1);
+    sp->ruleBySequenceDel(sequence);
+    sp->ipRuleByIdDel(id);
+  }
+  return finish(succeeded);
+}
+
+ApiState ApiSm::removeIp6RuleByConfig(const Ip6RuleConfig& rule) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  if (Ptr<AclConfig> acl = liveAcl(AclType::ipv6); acl && acl->readonly()) {
+    ACL_API_TRACE(9, "<, readonly");
+    return finish(errReadOnly);
+  }
+  if (const auto* found = firstEqual(*sp, sp->ip6RuleById(), rule)) {
+    const auto [sequence, id] = *found;
+    updateIp6RuleMap(rule, -1);
+    sp->ruleBySequenceDel(sequence);
+    sp->ip6RuleByIdDel(id);
+  }
+  return finish(succeeded);
+}
+
+ApiState ApiSm::removeMacRuleByConfig(const MacRuleConfig& rule) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  if (Ptr<AclConfig> acl = liveAcl(AclType::mac); acl && acl->readonly()) {
+    ACL_API_TRACE(9, "<, readonly");
+    return finish(errReadOnly);
+  }
+  if (const auto* found = firstEqual(*sp, sp->macRuleById(), rule)) {
+    const auto [sequence, id] = *found;
+    updateMacRuleMap(rule, -1);
+    sp->ruleBySequenceDel(sequence);
+    sp->macRuleByIdDel(id);
+  }
+  return finish(succeeded);
+}
+
+// ---- resequencing ----------------------------------------------------------------------
+
+ApiState ApiSm::resequence(U32 start, U32 increment) {
+  ACL_API_TRACE(0, "resequence");
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  const std::uint64_t n = sp->ruleBySequence().size() + sp->remarkBySequence().size();
+  if (n == 0) {
+    ACL_API_TRACE(0, "<, no rules exist");
+    return finish(succeeded);
+  }
+  const std::uint64_t last = std::uint64_t{start} + (n - 1) * std::uint64_t{increment};
+  if (last > 0xFFFFFFFFULL) {
+    ACL_API_TRACE(9, "Last sequence : " << last << " is greater than " << 4294967295U);
+    return finish(errSequenceOutOfRange);
+  }
+  ACL_API_TRACE(6, "Starting resequence");
+  std::vector<std::pair<U32, UniqueId>> rules;
+  rules.reserve(sp->ruleBySequence().size());
+  for (const auto& [sequence, id] : sp->ruleBySequence()) {
+    ACL_API_TRACE(6, "Found rule " << sequence << " id " << id.val());
+    rules.emplace_back(sequence, id);
+  }
+  std::vector<std::pair<U32, RemarkConfig>> remarks;
+  remarks.reserve(sp->remarkBySequence().size());
+  for (const auto& [sequence, remark] : sp->remarkBySequence()) {
+    ACL_API_TRACE(6, "Found remark " << sequence);
+    remarks.emplace_back(sequence, remark);
+  }
+  sp->ruleBySequenceDelAll();
+  sp->remarkBySequenceDelAll();
+  ACL_API_TRACE(6, "Resequence writing rules");
+  constexpr std::uint64_t exhausted = 0x100000000ULL;
+  auto rule = rules.begin();
+  auto remark = remarks.begin();
+  U32 next = start;
+  while (rule != rules.end() || remark != remarks.end()) {
+    std::uint64_t ruleAt = rule != rules.end() ? rule->first : exhausted;
+    std::uint64_t remarkAt = remark != remarks.end() ? remark->first : exhausted;
+    if (ruleAt < remarkAt) {
+      ACL_API_TRACE(6, "Rule " << ruleAt << " remark " << remarkAt << " - writing rule as " << next);
+      sp->ruleBySequenceIs(next, rule->second);
+      ++rule;
+    } else {
+      ACL_API_TRACE(6, "Rule " << ruleAt << " remark " << remarkAt << " - writing remark as " << next);
+      sp->remarkBySequenceIs(next, remark->second);
+      ++remark;
+    }
+    next += increment;
+  }
+  spLastSequenceNumberIs(static_cast<U32>(last));
+  return finish(succeeded);
+}
+
+// ---- counters and fragments ------------------------------------------------------------
+
+ApiState ApiSm::scratchpadFlagIs(void (AclSubConfig::*set)(const bool&), bool value) {
+  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return finish(failed);
+  (sp.get()->*set)(value);
+  return finish(succeeded);
+}
+
+ApiState ApiSm::enableCounters() {
+  ACL_API_TRACE(0, "enableCounters");
+  return scratchpadFlagIs(&AclSubConfig::countersEnabledIs, true);
+}
+
+ApiState ApiSm::disableCounters() {
+  ACL_API_TRACE(0, "disableCounters");
+  return scratchpadFlagIs(&AclSubConfig::countersEnabledIs, false);
+}
+
+ApiState ApiSm::enableFragments() {
+  ACL_API_TRACE(0, "enableFragments");
+  return scratchpadFlagIs(&AclSubConfig::fragmentsEnabledIs, true);
+}
+
+ApiState ApiSm::disableFragments() {
+  ACL_API_TRACE(0, "disableFragments");
+  return scratchpadFlagIs(&AclSubConfig::fragmentsEnabledIs, false);
+}
+
+// ---- hardware status -------------------------------------------------------------------
+
+void ApiSm::statusDpIs(const Ptr<const StatusDp>& statusDp) {
+  if (!statusDp) throw fwk::NullArgumentError("statusDpIs: null StatusDp");
+  statusDpIs(statusDp->name(), statusDp);
+}
+
+void ApiSm::statusDpIs(const String& name, const Ptr<const StatusDp>& statusDp) {
+  if (!statusDp) throw fwk::NullArgumentError("statusDpIs: null StatusDp");
+  FWK_ASSERT_TEXT(name == statusDp->name(), "fwkKey() == KeyFunktor()( _value )");
+  statusDpStore(name, statusDp);
+  statusDpEntryIs(statusDp);
+}
+
+void ApiSm::statusDpDel(const String& name) {
+  statusDpErase(name);
+  statusDpEntryDel(name);
+}
+
+void ApiSm::statusDpDelAll() {
+  while (!statusDp().empty()) statusDpDel(statusDp().begin()->first);
+  statusDpEntryDelAll();
+}
+
+void ApiSm::statusDpEntryIs(const Ptr<const StatusDp>& statusDp) {
+  if (!statusDp) throw fwk::NullArgumentError("statusDpEntryIs: null StatusDp");
+  if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(statusDp->name());
+      entry && (*entry)->statusDp() == statusDp) {
+    return;
+  }
+  statusDpEntryStore(statusDp->name(), Ptr<StatusDpEntry>(new StatusDpEntry(statusDp, this)));
+}
+
+void ApiSm::statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry) {
+  if (!entry) throw fwk::NullArgumentError("statusDpEntryIs: null entry");
+  FWK_ASSERT_TEXT(name == entry->statusDp()->name(), "fwkKey() == KeyFunktor()( _value )");
+  statusDpEntryStore(name, entry);
+}
+
+void ApiSm::statusDpEntryDel(const String& name) { statusDpEntryErase(name); }
+
+void ApiSm::statusDpEntryDelAll() {
+  while (!statusDpEntry().empty()) statusDpEntryDel(statusDpEntry().begin()->first);
+}
+
+ApiState ApiSm::waitForHw() {
+  ACL_API_TRACE(0, "waitForHw");
+  if (statusDp().empty()) {
+    ACL_API_TRACE(0, "<, No statusDp");
+    return finish(succeeded);
+  }
+  if (inConfigSession()) {
+    ACL_API_TRACE(0, "<, inConfigSession");
+    return finish(succeeded);
+  }
+  bool anyReports = false;
+  for (const auto& [name, dp] : statusDp()) anyReports = anyReports || dp->waitForHwStatus();
+  if (!anyReports) {
+    ACL_API_TRACE(0, "<, waitForHwStatus is false");
+    return finish(succeeded);
+  }
+  apiStateIs(waitingForHw);
+  const double now = fwk::now();
+  ACL_API_TRACE(2, "commit time: " << now);
+  if (hwConfig()) hwConfig()->dpAclUpdateRequestTimeIs(now);
+  return waitingForHw;
+}
+
+void ApiSm::handleDpAclUpdateTime(const String& dataplane) {
+  const void* self = this;
+  ACL_API_TRACE(0, "> [" << self << "] " << dataplane);
+  if (apiState() != waitingForHw) {
+    ACL_API_TRACE(8, "[ " << self << " ] - Not waiting for hw " << apiState());
+    return;
+  }
+  const double requested = hwConfig() ? hwConfig()->dpAclUpdateRequestTime() : 0.0;
+  for (const auto& [name, entry] : statusDpEntry()) {
+    const StatusDp& dp = *entry->statusDp();
+    ACL_API_TRACE(2, name << " : " << dp.dpAclUpdateTime() << ": " << requested);
+    if (dp.waitForHwStatus() && dp.dpAclUpdateTime() < requested) {
+      ACL_API_TRACE(2, "Not updated");
+      return;
+    }
+  }
+  for (const auto& [name, entry] : statusDpEntry()) {
+    const StatusDp& dp = *entry->statusDp();
+    if (!dp.waitForHwStatus() || dp.error().empty()) continue;
+    const String& firstError = dp.error().begin()->second;
+    ACL_API_TRACE(8, firstError);
+    errStringIs(name, firstError);
+    apiStateIs(errHw);
+  }
+  if (apiState() == errHw) return;
+  ACL_API_TRACE(2, "[ " << self << "] Succeeded!");
+  if (Ptr<AclConfig> acl = liveAcl(aclType()); acl && acl->currCfg()) acl->currCfg()->committedIs(true);
+  apiStateIs(succeeded);
+}
+
+}  // namespace AclApi

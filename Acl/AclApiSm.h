@@ -1,0 +1,217 @@
+// The edit session: one request on one named ACL of one family.
+//
+//   Ptr<ApiSm> s = apiSmFactory("web", AclType::ip, false, commit_, config, paramConfig,
+//                               intfConfig, hwConfig, aclStatus, statusDpDir, udfAlias);
+//   s->addIpRule(0, rule);                 // next free place: last + 10
+//   s->addRemark(RemarkConfig("web"), 5);
+//   s->resequence(10, 10);
+//
+// A commit session edits a scratchpad copy of the ACL's current version; nothing reaches the
+// ACL until the scratchpad is committed. Every editing operation returns an ApiState and
+// stores it in apiState; the capability checks and the hardware wait also leave messages in
+// errString. Operations of another session type are assertion failures. Traces go to the
+// "AclApi" facility. All attributes and operations are reachable by name (reflection order
+// is declaration order and is part of the interface).
+#pragma once
+
+#include "Acl/AclCopy.h"
+#include "model/AclConfig.h"
+#include "model/IntfConfig.h"
+#include "model/Platform.h"
+#include "model/Udf.h"
+#include "platform/fwk/Dir.h"
+
+namespace AclApi {
+
+using Acl::AclType;
+using Acl::U16;
+using Acl::U32;
+using fwk::Ptr;
+using fwk::String;
+
+#define ACL_API_TYPES(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
+FWK_ENUM(ApiType, std::uint32_t, ACL_API_TYPES)
+
+#define ACL_API_STATES(E)                                                                     \
+  E(ready, 0) E(waitingForHw, 1) E(succeeded, 2) E(failed, 3) E(errAclDoesNotExist, 4)         \
+  E(errStandardAcl, 5) E(errReadOnly, 6) E(errRuleExists, 7) E(errRemarkDoesNotExist, 8)       \
+  E(errSequenceOutOfRange, 9) E(errUnsupportedRules, 10) E(errNotConfigured, 11) E(errHw, 12)  \
+  E(errSessionCreate, 13) E(errSessionDelete, 14) E(errSessionModify, 15)                      \
+  E(errIncorrectApiType, 16) E(errAclApi, 17)
+FWK_ENUM(ApiState, std::uint32_t, ACL_API_STATES)
+
+class ApiSm;
+
+// Watches one dataplane's status record for its session.
+class StatusDpEntry : public Acl::StatusDp::Reactor {
+ public:
+  static const char* fwkTypeName() { return "StatusDpEntry"; }
+  StatusDpEntry(const Ptr<const Acl::StatusDp>& statusDp, ApiSm* owner);
+  [[nodiscard]] const Ptr<const Acl::StatusDp>& statusDp() const noexcept { return statusDp_; }
+  void dpAclUpdateTimeChanged() override;
+
+ private:
+  Ptr<const Acl::StatusDp> statusDp_;
+  ApiSm* owner_;  // the session owns its entries, so it outlives them
+};
+
+#define ACL_API_SM_ATTRS(A)                                                                   \
+  A(scalar, aclName, fwk::String, {})                                                         \
+  A(scalar, aclType, Acl::AclType, Acl::AclType::ip)                                          \
+  A(scalar, standard, bool, false)                                                            \
+  A(customScalar, spAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})                            \
+  A(scalar, spLastSequenceNumber, Acl::U32, 0)                                                \
+  A(hashMap, spIpRuleMap, Acl::IpRuleConfig, Acl::U32)                                        \
+  A(hashMap, spIp6RuleMap, Acl::Ip6RuleConfig, Acl::U32)                                      \
+  A(hashMap, spMacRuleMap, Acl::MacRuleConfig, Acl::U32)                                      \
+  A(hashMap, spRemarkMap, Acl::RemarkConfig, Acl::U32)                                        \
+  A(scalar, spRuleMapInitialized, bool, false)                                                \
+  A(scalar, origAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})                                \
+  A(scalar, origAclConfig, fwk::Ptr<Acl::AclConfig>, {})                                      \
+  A(scalar, intf, fwk::String, {})                                                            \
+  A(scalar, direction, Acl::AclDirection, Acl::AclDirection::in)                              \
+  A(scalar, origAclName, fwk::String, {})                                                     \
+  A(scalar, apiType, ApiType, commit_)                                                        \
+  A(scalar, config, fwk::Ptr<Acl::Input::Config>, {})                                        \
+  A(scalar, paramConfig, fwk::Ptr<const Acl::ParamConfig>, {})                                \
+  A(scalar, intfConfig, fwk::Ptr<Acl::IntfConfig>, {})                                        \
+  A(scalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                            \
+  A(scalar, aclStatus, fwk::Ptr<const Acl::Status>, {})                                       \
+  A(scalar, statusDpDir, fwk::Ptr<const fwk::Dir>, {})                                        \
+  A(scalar, udfAliasDir, fwk::Ptr<Acl::UdfAlias>, {})                                         \
+  A(scalar, checkpoint, fwk::Ptr<Acl::CheckpointStatus>, {})                                  \
+  A(customOrderedMap, statusDp, fwk::String, fwk::Ptr<const Acl::StatusDp>)                   \
+  A(customOrderedMap, statusDpEntry, fwk::String, fwk::Ptr<StatusDpEntry>)                    \
+  A(scalar, inConfigSession, bool, false)                                                     \
+  A(scalar, guardsEnabled, bool, true)                                                        \
+  A(constScalar, maxSequence, Acl::U32, 4294967295u)                                          \
+  A(constScalar, defaultSeqInc, Acl::U32, 10)                                                 \
+  A(scalar, apiState, ApiState, ready)                                                        \
+  A(customOrderedMap, errString, fwk::String, fwk::String)                                    \
+  A(scalar, dynamic, bool, false)                                                             \
+  A(scalar, secureMonitor, bool, false)                                                       \
+  A(scalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                           \
+  A(scalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                               \
+  A(scalar, initialized, bool, false)
+
+// Operations reachable by name, in their declared order.
+#define ACL_API_SM_OPS(O)                                                                     \
+  O(handleRuleBySequence) O(initializeRuleMap) O(updateIpRuleMap) O(updateIp6RuleMap)         \
+  O(updateMacRuleMap) O(updateRemarkMap) O(handleDpAclUpdateTime) O(exists) O(getIpRule)      \
+  O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) O(addMacRule) O(removeRuleBySequence) \
+  O(removeIpRuleByConfig) O(removeIp6RuleByConfig) O(removeMacRuleByConfig) O(addRemark)      \
+  O(removeRemark) O(cleanupOldConfig) O(resequence) O(enableCounters) O(disableCounters)      \
+  O(enableFragments) O(disableFragments) O(currentAcl) O(sameRule) O(addRuleCommon)           \
+  O(waitForHw) O(createScratchpad) O(getLastSequenceNumber) O(handleInitialized)
+
+class ApiSm : public fwk::Entity {
+  FWK_ENTITY(ApiSm, fwk::Entity, ACL_API_SM_ATTRS)
+
+ public:
+  ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Acl::Input::Config>& config,
+        const Ptr<const Acl::ParamConfig>& paramConfig, const Ptr<Acl::IntfConfig>& intfConfig,
+        const Ptr<Acl::HwConfig>& hwConfig, const Ptr<const Acl::Status>& aclStatus,
+        const Ptr<const fwk::Dir>& statusDpDir, const Ptr<Acl::UdfAlias>& udfAliasDir);
+  ~ApiSm() override;
+
+  // ---- session object ----
+  void handleInitialized();
+  // The ACL existed when the scratchpad was made.
+  [[nodiscard]] bool exists() const { return origAclConfig() != nullptr; }
+  // The scratchpad; null for sessions that have none.
+  [[nodiscard]] Ptr<Acl::AclSubConfig> currentAcl() { return spAclSubConfig(); }
+  // One message per key: a later one replaces an earlier one.
+  void errStringIs(const String& key, const String& message) { errStringStore(key, message); }
+  // The removed message, empty when the key was absent.
+  String errStringDel(const String& key);
+  void errStringDelAll();
+
+  // ---- scratchpad and its bookkeeping ----
+  void createScratchpad();
+  void spAclSubConfigIs(const Ptr<Acl::AclSubConfig>& subConfig);
+  void spAclSubConfigDel() { spAclSubConfigIs(nullptr); }
+  void handleRuleBySequence(U32 sequence);
+  void initializeRuleMap();
+  void updateIpRuleMap(const Acl::IpRuleConfig& rule, std::int32_t delta);
+  void updateIp6RuleMap(const Acl::Ip6RuleConfig& rule, std::int32_t delta);
+  void updateMacRuleMap(const Acl::MacRuleConfig& rule, std::int32_t delta);
+  void updateRemarkMap(const Acl::RemarkConfig& remark, std::int32_t delta);
+  U32 getLastSequenceNumber();
+  void cleanupOldConfig();
+
+  // ---- lookups (the rule at a place, or the default rule) ----
+  [[nodiscard]] Acl::IpRuleConfig getIpRule(U32 sequence) const;
+  [[nodiscard]] Acl::Ip6RuleConfig getIp6Rule(U32 sequence) const;
+  [[nodiscard]] Acl::MacRuleConfig getMacRule(U32 sequence) const;
+
+  // ---- editing ----
+  ApiState addIpRule(U32 sequence, const Acl::IpRuleConfig& rule);
+  ApiState addIp6Rule(U32 sequence, const Acl::Ip6RuleConfig& rule);
+  ApiState addMacRule(U32 sequence, const Acl::MacRuleConfig& rule);
+  ApiState addRuleCommon(U32 sequence, const Acl::IpRuleConfig& ipRule, const Acl::Ip6RuleConfig& ip6Rule,
+                         const Acl::MacRuleConfig& macRule);
+  [[nodiscard]] bool sameRule(const Acl::UniqueId& id, const Acl::IpRuleConfig& ipRule,
+                              const Acl::Ip6RuleConfig& ip6Rule, const Acl::MacRuleConfig& macRule) const;
+  ApiState addRemark(Acl::RemarkConfig remark, U32 sequence);
+  ApiState removeRemark(Acl::RemarkConfig remark, U32 sequence);
+  ApiState removeRuleBySequence(U32 start, U32 end);
+  ApiState removeIpRuleByConfig(const Acl::IpRuleConfig& rule);
+  ApiState removeIp6RuleByConfig(const Acl::Ip6RuleConfig& rule);
+  ApiState removeMacRuleByConfig(const Acl::MacRuleConfig& rule);
+  ApiState resequence(U32 start, U32 increment);
+  ApiState enableCounters();
+  ApiState disableCounters();
+  ApiState enableFragments();
+  ApiState disableFragments();
+
+  // ---- hardware status ----
+  void statusDpIs(const Ptr<const Acl::StatusDp>& statusDp);
+  void statusDpIs(const String& name, const Ptr<const Acl::StatusDp>& statusDp);
+  void statusDpDel(const String& name);
+  void statusDpDelAll();
+  void statusDpEntryIs(const Ptr<const Acl::StatusDp>& statusDp);
+  void statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry);
+  void statusDpEntryDel(const String& name);
+  void statusDpEntryDelAll();
+  ApiState waitForHw();
+  void handleDpAclUpdateTime(const String& dataplane);
+
+ private:
+  class ScratchpadReactor : public Acl::AclSubConfig::Reactor {
+   public:
+    explicit ScratchpadReactor(ApiSm& owner) : owner_(owner) {}
+    void ruleBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
+    void remarkBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
+
+   private:
+    ApiSm& owner_;
+  };
+
+  // The ACL as the input configuration holds it now, or null.
+  [[nodiscard]] Ptr<Acl::AclConfig> liveAcl(AclType type) const;
+  // Sets apiState and returns it, so that operations can end in one line.
+  ApiState finish(ApiState state) {
+    apiStateIs(state);
+    return state;
+  }
+  ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
+
+  ScratchpadReactor scratchpadReactor_{*this};
+};
+
+Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
+                   const Ptr<Acl::Input::Config>& config, const Ptr<const Acl::ParamConfig>& paramConfig,
+                   const Ptr<Acl::IntfConfig>& intfConfig, const Ptr<Acl::HwConfig>& hwConfig,
+                   const Ptr<const Acl::Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
+                   const Ptr<Acl::UdfAlias>& udfAliasDir);
+Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType, Ptr<Acl::Input::Config> config,
+                        Ptr<const Acl::ParamConfig> paramConfig, Ptr<Acl::IntfConfig> intfConfig,
+                        Ptr<Acl::HwConfig> hwConfig, Ptr<const Acl::Status> aclStatus,
+                        Ptr<const fwk::Dir> statusDpDir, Ptr<Acl::UdfAlias> udfAliasDir);
+
+// Entries (rules and remarks) of a version; the pointer must not be null.
+U32 ruleCount(const Ptr<Acl::AclSubConfig>& subConfig);
+// True when the set bits form one run that reaches the top bit (a prefix mask); 0 counts.
+bool maskIsContiguous(U32 mask);
+
+}  // namespace AclApi

@@ -1,0 +1,324 @@
+#include "Acl/AclApiSm.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/fwk/Reflection.h"
+#include "platform/trace/Clock.h"
+#include "platform/trace/Trace.h"
+#include "tests/support/SessionWorld.h"
+
+namespace {
+
+using namespace AclApi;
+using namespace Acl;
+
+class ApiSmTest : public ::testing::Test, protected build::SessionWorld {
+ protected:
+  void SetUp() override { fwk::TraceFacility::get("AclApi").levelsUpToIs(9); }
+  void TearDown() override { fwk::TraceFacility::get("AclApi").levelsIs(0); }
+  fwk::TraceCapture traces;
+};
+
+std::vector<std::string> attrNames(const fwk::TypeInfo& type) {
+  std::vector<std::string> names;
+  for (const auto& a : type.ownAttrs()) names.push_back(a->name().str());
+  return names;
+}
+
+TEST_F(ApiSmTest, EnumerationsCarryTheirFixedNumbersAndNames) {
+  EXPECT_EQ(static_cast<int>(detach_), 3);
+  EXPECT_EQ(stringValue(commit_), "commit");
+  EXPECT_EQ(static_cast<int>(errAclApi), 17);
+  EXPECT_EQ(static_cast<int>(errSequenceOutOfRange), 9);
+  EXPECT_EQ(fwk::enumFromName<ApiState>("errSessionModify"), errSessionModify);
+  EXPECT_EQ(fwk::enumFromValue<ApiState>(12), errHw);
+  EXPECT_THROW(fwk::enumFromValue<ApiState>(18), fwk::EnumError);
+  EXPECT_THROW(fwk::enumFromName<ApiType>("commit_"), fwk::EnumError);
+}
+
+TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrder) {
+  EXPECT_EQ(attrNames(ApiSm::staticType()),
+            (std::vector<std::string>{"aclName", "aclType", "standard", "spAclSubConfig", "spLastSequenceNumber",
+                                      "spIpRuleMap", "spIp6RuleMap", "spMacRuleMap", "spRemarkMap",
+                                      "spRuleMapInitialized", "origAclSubConfig", "origAclConfig", "intf",
+                                      "direction", "origAclName", "apiType", "config", "paramConfig", "intfConfig",
+                                      "hwConfig", "aclStatus", "statusDpDir", "udfAliasDir", "checkpoint",
+                                      "statusDp", "statusDpEntry", "inConfigSession", "guardsEnabled",
+                                      "maxSequence", "defaultSeqInc", "apiState", "errString", "dynamic",
+                                      "secureMonitor", "aclCopyHelper", "entityCopy", "initialized"}));
+  // The declared order of every operation; those not built yet are simply absent.
+  const std::vector<std::string> declared{
+      "handleRuleBySequence", "initializeRuleMap", "updateIpRuleMap", "updateIp6RuleMap", "updateMacRuleMap",
+      "updateRemarkMap", "handleDpAclUpdateTime", "remove", "exists", "getIpRule", "getIp6Rule", "getMacRule",
+      "addIpRule", "addIp6Rule", "addMacRule", "removeRuleBySequence", "removeIpRuleByConfig",
+      "removeIp6RuleByConfig", "removeMacRuleByConfig", "addRemark", "removeRemark", "clearUdfAceList",
+      "populateUdfAceList", "updateUdfAliasInAcls", "commit", "commitExt", "revert", "cleanupOldConfig", "attach",
+      "detach", "attachedAcl", "resequence", "enableCounters", "disableCounters", "enableFragments",
+      "disableFragments", "currentAcl", "sameRule", "shouldUpdateAcl", "addRuleCommon", "waitForHw", "dpAclOk",
+      "dpAclDpiOk", "dpAclPreApplyOk", "attachedToDp", "attachingAclToVlan", "createScratchpad",
+      "getLastSequenceNumber", "handleInitialized"};
+  std::vector<std::string> expected;
+  for (const auto& name : declared) {
+    if (ApiSm::staticType().findOp(name)) expected.push_back(name);
+  }
+  std::vector<std::string> registered;
+  for (const auto& op : ApiSm::staticType().ownOps()) registered.push_back(op.name.str());
+  EXPECT_EQ(registered, expected);
+  EXPECT_GE(registered.size(), 33u);
+}
+
+TEST_F(ApiSmTest, AFreshSessionIsInitializedWithItsDefaults) {
+  acl.statusDpDir->entityIs<StatusDp>("dp1");
+  acl.statusDpDir->entityIs<fwk::Dir>("notADataplane");
+  auto s = session("web", AclType::mac);
+  EXPECT_EQ(s->apiState(), ready);
+  EXPECT_TRUE(s->guardsEnabled());
+  EXPECT_FALSE(s->inConfigSession());
+  EXPECT_TRUE(s->initialized());
+  EXPECT_EQ(s->maxSequence(), 4294967295u);
+  EXPECT_EQ(s->defaultSeqInc(), 10u);
+  EXPECT_EQ(s->direction(), AclDirection::in);
+  EXPECT_TRUE(s->aclCopyHelper());
+  EXPECT_TRUE(s->entityCopy());
+  EXPECT_TRUE(s->currentAcl()) << "a commit session has its scratchpad";
+  EXPECT_FALSE(s->exists());
+  EXPECT_EQ(s->statusDp().size(), 1u) << "only StatusDp entities are dataplanes";
+  EXPECT_EQ(s->statusDpEntry().size(), 1u);
+  EXPECT_TRUE(acl.config->config(AclType::mac)) << "the family's configuration is made";
+  EXPECT_TRUE(traces.contains("handleInitialized<"));
+  for (ApiType t : {remove_, attach_, detach_}) EXPECT_FALSE(session("web", AclType::ip, t)->currentAcl());
+}
+
+TEST_F(ApiSmTest, ErrStringKeepsOneMessagePerKey) {
+  auto s = session("web");
+  s->errStringIs("k", "first");
+  s->errStringIs("k", "second");
+  EXPECT_EQ(s->errString().size(), 1u);
+  EXPECT_EQ(s->errStringDel("absent"), "");
+  EXPECT_EQ(s->errStringDel("k"), "second");
+  s->errStringIs("a", "1");
+  s->errStringIs("b", "2");
+  s->errStringDelAll();
+  EXPECT_TRUE(s->errString().empty());
+  fwk::setAttribute(*s, "errString", String("r"), String("by name"));
+  EXPECT_EQ(s->errString("r"), "by name");
+}
+
+TEST_F(ApiSmTest, TheFactoryIsRegisteredAndOperationsRunByName) {
+  installAcl("web", {{10, 80}});
+  Ptr<fwk::Entity> made = fwk::findType("ApiSm")->create(
+      {String("web"), AclType::ip, false, commit_, acl.config, Ptr<const ParamConfig>(acl.paramConfig),
+       acl.intfConfig, acl.hwConfig, Ptr<const Status>(acl.status), Ptr<const fwk::Dir>(acl.statusDpDir),
+       acl.udfAlias});
+  auto& s = fwk::cast<ApiSm>(*made);
+  EXPECT_TRUE(s.exists());
+  EXPECT_EQ(fwk::invoke(s, "addIpRule", {U32{20}, build::ipRule(443)}).as<ApiState>(), succeeded);
+  EXPECT_EQ(fwk::invoke(s, "getIpRule", {U32{20}}).as<IpRuleConfig>(), build::ipRule(443));
+  EXPECT_EQ(fwk::invoke(s, "getLastSequenceNumber").as<U32>(), 20u);
+  EXPECT_EQ(fwk::getAttribute(s, "apiState").strep(), "succeeded");
+}
+
+TEST_F(ApiSmTest, DroppingASessionReleasesWhatItHeld) {
+  Ptr<AclConfig> web = installAcl("web", {{10, 80}});
+  Ptr<AclSubConfig> current = web->currCfg();
+  Ptr<StatusDp> dp = acl.statusDpDir->entityIs<StatusDp>("dp1");
+  auto configRefs = acl.config->fwkReferences();
+  auto currentRefs = current->fwkReferences();
+  auto s = session("web");
+  EXPECT_GT(current->fwkReferences(), currentRefs);
+  EXPECT_EQ(dp->notifieeList().size(), 1u);
+  s = nullptr;
+  EXPECT_EQ(acl.config->fwkReferences(), configRefs);
+  EXPECT_EQ(current->fwkReferences(), currentRefs);
+  EXPECT_TRUE(dp->notifieeList().empty());
+  EXPECT_EQ(web->currCfg(), current) << "dropping a session writes nothing";
+}
+
+// ---- scratchpad ------------------------------------------------------------------------
+
+TEST_F(ApiSmTest, TheScratchpadIsACopyOfTheCurrentVersion) {
+  Ptr<AclConfig> web = installAcl("web", {{10, 80}, {30, 443}}, {{20, "servers"}});
+  auto s = session("web");
+  Ptr<AclSubConfig> sp = s->currentAcl();
+  EXPECT_NE(sp, web->currCfg());
+  EXPECT_NE(sp->id(), web->currCfg()->id());
+  EXPECT_EQ(s->origAclConfig(), web);
+  EXPECT_EQ(s->origAclSubConfig(), web->currCfg());
+  EXPECT_EQ(ruleCount(sp), 3u);
+  EXPECT_EQ(s->getIpRule(30), build::ipRule(443));
+  EXPECT_FALSE(sp->committed());
+  EXPECT_EQ(s->spLastSequenceNumber(), 30u) << "kept current while the copy went in";
+  EXPECT_FALSE(s->spRuleMapInitialized());
+
+  auto fresh = session("unknown");
+  EXPECT_EQ(ruleCount(fresh->currentAcl()), 0u);
+  EXPECT_FALSE(fresh->origAclConfig());
+  EXPECT_FALSE(fresh->origAclSubConfig());
+}
+
+TEST_F(ApiSmTest, ContentCountsStartWhenBuiltAndNeverRangeCheck) {
+  installAcl("web", {{10, 80}, {20, 80}});
+  auto s = session("web");
+  s->updateIpRuleMap(build::ipRule(1), 1);
+  EXPECT_TRUE(s->spIpRuleMap().empty()) << "ignored until built";
+  s->initializeRuleMap();
+  s->initializeRuleMap();
+  EXPECT_EQ(s->spIpRuleMap(build::ipRule(80)), 2u) << "two equal rules, counted once each";
+  EXPECT_EQ(s->removeRuleBySequence(10, 20), succeeded);
+  EXPECT_TRUE(s->spIpRuleMap().contains(build::ipRule(80)));
+  EXPECT_EQ(s->spIpRuleMap(build::ipRule(80)), 0u) << "an entry falls to 0 and stays";
+  s->updateIpRuleMap(build::ipRule(7), -1);
+  EXPECT_EQ(s->spIpRuleMap(build::ipRule(7)), 4294967295u);
+}
+
+TEST_F(ApiSmTest, TheLastSequenceIsRecomputedOverRulesAndRemarks) {
+  installAcl("web", {{10, 80}, {40, 443}}, {{30, "r"}});
+  auto s = session("web");
+  EXPECT_EQ(s->getLastSequenceNumber(), 40u);
+  s->removeRuleBySequence(40, 40);
+  EXPECT_EQ(s->spLastSequenceNumber(), 0u);
+  EXPECT_TRUE(traces.contains("spLastSequenceNumber -> 0"));
+  EXPECT_EQ(s->getLastSequenceNumber(), 30u) << "the remark is now the highest entry";
+  EXPECT_EQ(s->addRemark(RemarkConfig(String("top")), 90), succeeded);
+  EXPECT_EQ(s->spLastSequenceNumber(), 90u);
+  EXPECT_TRUE(traces.contains("spLastSequenceNumber -> 90"));
+}
+
+TEST_F(ApiSmTest, CleanupDeletesTheReplacedVersionOnly) {
+  Ptr<AclConfig> web = installAcl("web", {{10, 80}});
+  auto s = session("web");
+  Ptr<AclSubConfig> old = web->currCfg();
+  s->cleanupOldConfig();
+  EXPECT_EQ(web->currCfg(), old) << "nothing was installed, nothing is deleted";
+  EXPECT_FALSE(s->currentAcl());
+  EXPECT_FALSE(s->origAclConfig());
+
+  auto t = session("web");
+  Ptr<AclSubConfig> replacement = build::version(*web, {{10, 81}});
+  web->currCfgIs(replacement);
+  t->cleanupOldConfig();
+  EXPECT_FALSE(web->subConfig().contains(old->id()));
+  EXPECT_FALSE(t->origAclSubConfig());
+
+  auto u = session("web");
+  acl.config->config(AclType::ip)->aclDel("web");
+  traces.clear();
+  u->cleanupOldConfig();
+  EXPECT_EQ(traces.messages("AclApi"), (std::vector<std::string>{"cleanupOldConfig", "<, aclConfig is NULL"}));
+  EXPECT_TRUE(u->currentAcl()) << "kept when the ACL is gone";
+}
+
+TEST(ApiSmDeathTest, AScratchpadBelongsToCommitSessionsOnly) {
+  build::SessionWorld world;
+  auto s = world.session("web", AclType::ip, attach_);
+  EXPECT_DEATH(s->createScratchpad(), "Assertion failed: apiType\\(\\) == commit_ \\(");
+}
+
+// ---- lookups ---------------------------------------------------------------------------
+
+TEST_F(ApiSmTest, LookupsReturnTheDefaultRuleWhereNoRuleOfThatFamilyStands) {
+  installAcl("web", {{10, 80}}, {{20, "r"}});
+  auto s = session("web");
+  EXPECT_EQ(s->getIpRule(10), build::ipRule(80));
+  EXPECT_EQ(s->getIpRule(20), IpRuleConfig()) << "a remark is not a rule";
+  EXPECT_EQ(s->getIpRule(99), IpRuleConfig());
+  EXPECT_EQ(s->getMacRule(10), MacRuleConfig()) << "lookups ignore the session's family";
+  EXPECT_EQ(session("web", AclType::ip, remove_)->getIpRule(10), IpRuleConfig());
+  for (U32 mask : {0xFFFFFF00u, 0x80000000u, 0xFFFFFFFEu, 0u, 0xFFFFFFFFu}) EXPECT_TRUE(maskIsContiguous(mask)) << mask;
+  for (U32 mask : {0x000000FFu, 0x0000FF00u, 0xFF00FF00u}) EXPECT_FALSE(maskIsContiguous(mask)) << mask;
+}
+
+// ---- hardware status -------------------------------------------------------------------
+
+TEST_F(ApiSmTest, WaitingForHardwareFollowsEveryReportingDataplane) {
+  fwk::ClockOverride clock([] { return 1000.0; });
+  auto quiet = session("web");
+  EXPECT_EQ(quiet->waitForHw(), succeeded);
+  EXPECT_TRUE(traces.contains("<, No statusDp"));
+
+  Ptr<StatusDp> dp1 = acl.statusDpDir->entityIs<StatusDp>("dp1");
+  Ptr<StatusDp> dp2 = acl.statusDpDir->entityIs<StatusDp>("dp2");
+  Ptr<StatusDp> silent = acl.statusDpDir->entityIs<StatusDp>("dp3");
+  auto s = session("web");
+  EXPECT_EQ(s->waitForHw(), succeeded) << "nobody reports";
+  dp1->waitForHwStatusIs(true);
+  dp2->waitForHwStatusIs(true);
+  s->inConfigSessionIs(true);
+  EXPECT_EQ(s->waitForHw(), succeeded);
+  s->inConfigSessionIs(false);
+
+  s->apiStateIs(failed);
+  dp1->dpAclUpdateTimeIs(5);
+  EXPECT_EQ(s->apiState(), failed) << "a report while not waiting changes nothing";
+
+  EXPECT_EQ(s->waitForHw(), waitingForHw);
+  EXPECT_EQ(acl.hwConfig->dpAclUpdateRequestTime(), 1000.0);
+  EXPECT_TRUE(traces.contains("commit time: 1000"));
+  dp1->dpAclUpdateTimeIs(1000.0);  // equal counts as caught up
+  EXPECT_EQ(s->apiState(), waitingForHw);
+  EXPECT_TRUE(traces.contains("Not updated"));
+  dp2->dpAclUpdateTimeIs(1001.0);
+  EXPECT_EQ(s->apiState(), succeeded) << "the silent dataplane is never waited for";
+  (void)silent;
+}
+
+TEST_F(ApiSmTest, DataplaneErrorsEndTheWaitWithOneMessageEach) {
+  Ptr<AclConfig> web = installAcl("web", {{10, 80}});
+  web->currCfg()->committedIs(false);
+  Ptr<StatusDp> dp1 = acl.statusDpDir->entityIs<StatusDp>("dp1");
+  Ptr<StatusDp> dp2 = acl.statusDpDir->entityIs<StatusDp>("dp2");
+  for (auto& dp : {dp1, dp2}) dp->waitForHwStatusIs(true);
+  dp1->errorIs("b", "second");
+  dp1->errorIs("a", "tcam full");
+  dp2->errorIs("x", "no memory");
+  fwk::ClockOverride clock([] { return 50.0; });
+  auto s = session("web");
+  s->waitForHw();
+  dp1->dpAclUpdateTimeIs(50);
+  dp2->dpAclUpdateTimeIs(50);
+  EXPECT_EQ(s->apiState(), errHw);
+  EXPECT_EQ(s->errString("dp1"), "tcam full");
+  EXPECT_EQ(s->errString("dp2"), "no memory");
+  EXPECT_FALSE(web->currCfg()->committed());
+
+  dp1->errorDelAll();
+  dp2->errorDelAll();
+  s->waitForHw();
+  dp1->dpAclUpdateTimeIs(60);
+  EXPECT_EQ(s->apiState(), succeeded);
+  EXPECT_TRUE(web->currCfg()->committed()) << "success marks the current version committed";
+}
+
+TEST_F(ApiSmTest, StatusRecordsAreKeyedByTheirNameAndRefusedWhenNull) {
+  auto s = session("web");
+  Ptr<StatusDp> dp(new StatusDp("dpX"));
+  s->statusDpIs(dp);
+  s->statusDpIs(dp);
+  EXPECT_EQ(s->statusDpEntry().size(), 1u);
+  Ptr<StatusDpEntry> entry = s->statusDpEntry("dpX");
+  s->statusDpEntryIs(dp);
+  EXPECT_EQ(s->statusDpEntry("dpX"), entry) << "a reactor for the same record is kept";
+  entry = nullptr;
+  EXPECT_THROW(s->statusDpIs(Ptr<const StatusDp>()), fwk::NullArgumentError);
+  EXPECT_THROW(s->statusDpEntryIs(Ptr<const StatusDp>()), fwk::NullArgumentError);
+  s->statusDpDel("dpX");
+  EXPECT_TRUE(s->statusDp().empty());
+  EXPECT_TRUE(s->statusDpEntry().empty());
+  EXPECT_TRUE(dp->notifieeList().empty());
+  EXPECT_DEATH(s->statusDpIs("other", dp), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
+}
+
+TEST_F(ApiSmTest, CountersAndFragmentsToggleTheScratchpad) {
+  auto s = session("web");
+  EXPECT_EQ(s->enableCounters(), succeeded);
+  EXPECT_TRUE(s->currentAcl()->countersEnabled());
+  EXPECT_EQ(s->enableFragments(), succeeded);
+  EXPECT_EQ(s->disableCounters(), succeeded);
+  EXPECT_FALSE(s->currentAcl()->countersEnabled());
+  EXPECT_TRUE(s->currentAcl()->fragmentsEnabled());
+  auto r = session("web", AclType::ip, remove_);
+  EXPECT_EQ(r->enableCounters(), failed);
+  EXPECT_EQ(r->disableFragments(), failed);
+}
+
+}  // namespace
