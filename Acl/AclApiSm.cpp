@@ -598,8 +598,9 @@ void ApiSm::statusDpIs(const String& name, const Ptr<const StatusDp>& statusDp) 
 }
 
 void ApiSm::statusDpDel(const String& name) {
-  statusDpErase(name);
-  statusDpEntryDel(name);
+  const String removed = name;  // may be the stored key
+  statusDpErase(removed);
+  statusDpEntryDel(removed);
 }
 
 void ApiSm::statusDpDelAll() {

@@ -70,16 +70,18 @@ struct CollectionAccess {
     if (map.assign(key, value)) owner.notify(id, &key);
   }
 
+  // The key is copied first: callers often pass the stored key itself, which the removal frees.
   template <class Map, class K>
   static void mapDel(const Entity& owner, Map& map, const K& key, AttrId id) {
-    if (map.erase(key)) owner.notify(id, &key);
+    const K removed = key;
+    if (map.erase(removed)) owner.notify(id, &removed);
   }
 
   // Entries go one at a time, so each observer sees a consistent map at its notification.
   template <class Map>
   static void mapDelAll(const Entity& owner, Map& map, AttrId id) {
     while (!map.empty()) {
-      auto key = map.popFirst();
+      auto key = map.popEntry();
       owner.notify(id, &key);
     }
   }
@@ -122,11 +124,12 @@ struct CollectionAccess {
   static void childDel(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id) {
     const Ptr<E>* found = map.find(key);
     if (!found) return;
+    const K removed = key;  // may be the stored key, which the removal frees
     Ptr<E> child = *found;  // keep it alive until the parent link is cleared
-    map.erase(key);
+    map.erase(removed);
     if (child->parent() == &parent) EntityLinks::parentIs(*child, nullptr);
     child.reset();
-    parent.notify(id, &key);
+    parent.notify(id, &removed);
   }
 
   template <class E, class K>

@@ -4,7 +4,8 @@
 //                     its iterators survive any change to the map (after a change they
 //                     re-seek by key, so removing the current entry and then advancing is
 //                     safe)
-//   HashMap<K, V>     keyed through K's == and the framework hash (records included)
+//   HashMap<K, V>     keyed through K's == and the framework hash (records included);
+//                     iteration follows insertion order until an entry is removed
 //
 // Callers see only reads; writes go through the owning entity's generated mutators
 // (nameIs, nameDel, nameDelAll), which notify. The standard containers stay behind these
@@ -15,7 +16,8 @@
 #include <cstdint>
 #include <iterator>
 #include <map>
-#include <unordered_map>
+#include <new>
+#include <vector>
 #include <utility>
 
 #include "platform/fwk/Entity.h"
@@ -155,16 +157,11 @@ class OrderedMap {
     return true;
   }
   // Removes the first entry and hands back its key; the map must not be empty.
-  K popFirst() {
+  K popEntry() {
     auto node = storage_.extract(storage_.begin());
     ++version_;
     return std::move(node.key());
   }
-  V* findMutable(const K& key) {
-    auto it = storage_.find(key);
-    return it == storage_.end() ? nullptr : &it->second;
-  }
-
   Storage storage_;
   std::uint64_t version_ = 0;
 };
@@ -182,96 +179,213 @@ class ChildMap : public OrderedMap<K, Ptr<E>> {
   }
 };
 
+namespace detail {
+
+// A growable array in fixed blocks: growing never moves an element, so the memory a large
+// collection touches is what it holds, and an element keeps its address until removed.
+template <class T>
+class BlockArray {
+  static constexpr std::size_t shift = 7;  // 128 elements a block
+  static constexpr std::size_t perBlock = std::size_t{1} << shift;
+
+ public:
+  BlockArray() = default;
+  BlockArray(const BlockArray&) = delete;
+  BlockArray& operator=(const BlockArray&) = delete;
+  ~BlockArray() {
+    while (size_ > 0) popBack();
+    for (T* block : blocks_) ::operator delete(static_cast<void*>(block), std::align_val_t{alignof(T)});
+  }
+
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
+  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
+  T& operator[](std::size_t i) noexcept { return blocks_[i >> shift][i & (perBlock - 1)]; }
+  const T& operator[](std::size_t i) const noexcept { return blocks_[i >> shift][i & (perBlock - 1)]; }
+  T& back() noexcept { return (*this)[size_ - 1]; }
+
+  template <class... Args>
+  void emplaceBack(Args&&... args) {
+    if (size_ == blocks_.size() * perBlock) {
+      blocks_.reserve(blocks_.size() + 1);
+      void* raw = ::operator new(perBlock * sizeof(T), std::align_val_t{alignof(T)});
+      blocks_.push_back(static_cast<T*>(raw));
+    }
+    new (&(*this)[size_]) T(std::forward<Args>(args)...);
+    ++size_;
+  }
+  void popBack() noexcept {
+    (*this)[size_ - 1].~T();
+    --size_;
+  }
+
+ private:
+  std::vector<T*> blocks_;
+  std::size_t size_ = 0;
+};
+
+}  // namespace detail
+
+// Entries live in one dense block array (iteration is a linear walk, and a record-sized
+// value costs no node of its own); an open-addressing index of 8-byte slots, each holding a
+// hash fragment and an entry's position, finds them, so most probes never touch an entry.
+// Removal moves the last entry into the hole. A pointer from find() stays good until an
+// entry is removed.
 template <class K, class V>
 class HashMap {
-  // Not noexcept for large keys (records): the standard library then keeps each entry's
-  // hash code, so rehashing and lookups do not hash a whole record again.
-  struct Hasher {
-    std::size_t operator()(const K& key) const noexcept(sizeof(K) <= 16) { return Hash<K>{}(key); }
-  };
-  using Storage = std::unordered_map<K, V, Hasher>;
+  using Entry = std::pair<K, V>;
 
  public:
   using key_type = K;
   using mapped_type = V;
-  using value_type = typename Storage::value_type;
+  using value_type = Entry;
 
   // Iteration must not overlap a change to the map; debug builds check that.
   class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
    public:
     using iterator_category = std::forward_iterator_tag;
-    using value_type = typename Storage::value_type;
+    using value_type = Entry;
     using difference_type = std::ptrdiff_t;
-    using pointer = const value_type*;
-    using reference = const value_type&;
+    using pointer = const Entry*;
+    using reference = const Entry&;
 
     const_iterator() = default;
     reference operator*() const {
       check();
-      return *it_;
+      return map_->entries_[index_];
     }
     pointer operator->() const { return &**this; }
     const_iterator& operator++() {
       check();
-      ++it_;
+      ++index_;
       return *this;
     }
-    friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.it_ == b.it_; }
+    friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.index_ == b.index_; }
 
    private:
     friend class HashMap;
-    const_iterator(const HashMap* map, typename Storage::const_iterator it)
-        : map_(map), it_(it), version_(map->version_) {}
+    const_iterator(const HashMap* map, std::size_t index) : map_(map), index_(index), version_(map->version_) {}
     void check() const { FWK_DEBUG_ASSERT(map_->version_ == version_ && "HashMap changed during iteration"); }
 
     const HashMap* map_ = nullptr;
-    typename Storage::const_iterator it_{};
+    std::size_t index_ = 0;
     std::uint64_t version_ = 0;
   };
   using iterator = const_iterator;
 
-  [[nodiscard]] std::size_t size() const noexcept { return storage_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return storage_.empty(); }
-  [[nodiscard]] bool contains(const K& key) const { return storage_.find(key) != storage_.end(); }
+  HashMap() = default;
+
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
+  [[nodiscard]] bool contains(const K& key) const { return find(key) != nullptr; }
   [[nodiscard]] const V* find(const K& key) const {
-    auto it = storage_.find(key);
-    return it == storage_.end() ? nullptr : &it->second;
+    if (entries_.empty()) return nullptr;
+    const std::size_t h = hashOf(key);
+    std::size_t at = locate(key, h);
+    return at == npos ? nullptr : &entries_[entryAt(at)].second;
   }
   [[nodiscard]] const V& valueOr(const K& key) const {
     const V* found = find(key);
     return found ? *found : detail::defaultValue<V>();
   }
-  [[nodiscard]] const_iterator begin() const { return const_iterator(this, storage_.begin()); }
-  [[nodiscard]] const_iterator end() const { return const_iterator(this, storage_.end()); }
+  [[nodiscard]] const_iterator begin() const { return const_iterator(this, 0); }
+  [[nodiscard]] const_iterator end() const { return const_iterator(this, entries_.size()); }
 
  private:
   friend struct detail::CollectionAccess;
+  static constexpr std::size_t npos = ~std::size_t{0};
+
+  static std::size_t hashOf(const K& key) { return mixHash(Hash<K>{}(key)); }
+  static std::uint64_t slotFor(std::size_t h, std::size_t entry) {
+    return (std::uint64_t{static_cast<std::uint32_t>(h >> 32)} << 32) | (entry + 1);
+  }
+  static std::size_t entryOf(std::uint64_t slot) { return static_cast<std::size_t>(slot & 0xFFFFFFFFU) - 1; }
+  [[nodiscard]] std::size_t entryAt(std::size_t at) const { return entryOf(slots_[at]); }
+  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
+
+  // The index slot holding key, or npos.
+  [[nodiscard]] std::size_t locate(const K& key, std::size_t h) const {
+    const auto fragment = static_cast<std::uint32_t>(h >> 32);
+    for (std::size_t at = h & mask();; at = (at + 1) & mask()) {
+      const std::uint64_t slot = slots_[at];
+      if (slot == 0) return npos;
+      if (static_cast<std::uint32_t>(slot >> 32) == fragment && entries_[entryOf(slot)].first == key) return at;
+    }
+  }
+  void place(std::size_t h, std::size_t entry) {
+    std::size_t at = h & mask();
+    while (slots_[at] != 0) at = (at + 1) & mask();
+    slots_[at] = slotFor(h, entry);
+  }
+  void grow() {
+    std::size_t capacity = slots_.empty() ? 16 : slots_.size() * 2;
+    slots_.assign(capacity, 0);
+    for (std::size_t i = 0; i < entries_.size(); ++i) place(hashes_[i], i);
+  }
 
   bool assign(const K& key, const V& value) {
-    auto [it, inserted] = storage_.try_emplace(key, value);
-    if (!inserted) {
-      if (it->second == value) return false;
-      it->second = value;
+    const std::size_t h = hashOf(key);
+    if (!slots_.empty()) {
+      if (std::size_t at = locate(key, h); at != npos) {
+        V& stored = entries_[entryAt(at)].second;
+        if (stored == value) return false;
+        stored = value;
+        ++version_;
+        return true;
+      }
     }
+    if ((entries_.size() + 1) * 2 > slots_.size()) grow();  // at most half full
+    entries_.emplaceBack(key, value);
+    hashes_.push_back(h);
+    place(h, entries_.size() - 1);
     ++version_;
     return true;
-  }
-  bool erase(const K& key) {
-    if (storage_.erase(key) == 0) return false;
-    ++version_;
-    return true;
-  }
-  K popFirst() {
-    auto node = storage_.extract(storage_.begin());
-    ++version_;
-    return std::move(node.key());
-  }
-  V* findMutable(const K& key) {
-    auto it = storage_.find(key);
-    return it == storage_.end() ? nullptr : &it->second;
   }
 
-  Storage storage_;
+  bool erase(const K& key) {
+    if (entries_.empty()) return false;
+    std::size_t at = locate(key, hashOf(key));
+    if (at == npos) return false;
+    const std::size_t entry = entryAt(at);
+    removeSlot(at);
+    // The last entry fills the hole; its slot is pointed at the new place.
+    const std::size_t last = entries_.size() - 1;
+    if (entry != last) {
+      std::size_t lastAt = hashes_[last] & mask();
+      while (entryAt(lastAt) != last) lastAt = (lastAt + 1) & mask();
+      slots_[lastAt] = slotFor(hashes_[last], entry);
+      entries_[entry] = std::move(entries_[last]);
+      hashes_[entry] = hashes_[last];
+    }
+    entries_.popBack();
+    hashes_.pop_back();
+    ++version_;
+    return true;
+  }
+
+  // Empties slot `at` and shifts back the slots after it that probed past it.
+  void removeSlot(std::size_t at) {
+    std::size_t hole = at;
+    for (std::size_t next = (at + 1) & mask(); slots_[next] != 0; next = (next + 1) & mask()) {
+      const std::size_t home = hashes_[entryAt(next)] & mask();
+      // Stays when its home lies cyclically in (hole, next]: it would still be found.
+      const bool stays = hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
+      if (stays) continue;
+      slots_[hole] = slots_[next];
+      hole = next;
+    }
+    slots_[hole] = 0;
+  }
+
+  // Removes some entry (the last) and hands back its key; the map must not be empty.
+  K popEntry() {
+    K key = entries_.back().first;
+    erase(key);
+    return key;
+  }
+
+  detail::BlockArray<Entry> entries_;
+  std::vector<std::size_t> hashes_;
+  std::vector<std::uint64_t> slots_;
   std::uint64_t version_ = 0;
 };
 

@@ -7,5 +7,7 @@ namespace alloccount {
 // Allocations and bytes requested through operator new since the program started.
 long long allocations();
 long long bytes();
+// Bytes held right now (as the allocator sized the blocks).
+long long liveBytes();
 
 }  // namespace alloccount

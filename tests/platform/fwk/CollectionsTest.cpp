@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <vector>
 
 #include "tests/support/SampleTypes.h"
@@ -52,6 +54,20 @@ TEST(CollectionsTest, IterationSurvivesRemovalOfTheCurrentAndOtherEntries) {
   EXPECT_EQ(keys(*node), (std::vector<std::uint32_t>{10, 30, 45, 50}));
 }
 
+TEST(CollectionsTest, RemovingByTheStoredKeyItselfIsSafe) {
+  Ptr<Node> node = nodeWith({1, 2});
+  struct Watch : Node::Reactor {
+    using Node::Reactor::Reactor;
+    std::vector<std::uint32_t> seen;
+    void bySeqChanged(const std::uint32_t& seq) override { seen.push_back(seq); }
+  } watch(node.get());
+  node->bySeqDel(node->bySeq().begin()->first);  // a reference into the entry being removed
+  node->leafIs(5);
+  node->leafDel(node->leaf().begin()->first);
+  EXPECT_EQ(watch.seen, std::vector<std::uint32_t>{1});
+  EXPECT_TRUE(node->leaf().empty());
+}
+
 TEST(CollectionsTest, RemovingEverythingWhileWalkingEmptiesTheMap) {
   Ptr<Node> node = nodeWith({1, 2, 3});
   int steps = 0;
@@ -79,6 +95,53 @@ TEST(CollectionsTest, HashMapKeyedByRecordContent) {
   EXPECT_EQ(node->byMatch(Match()), 0u);
   node->byMatchDel(sameAsA);
   EXPECT_FALSE(node->byMatch().contains(a));
+}
+
+TEST(CollectionsTest, HashMapAgreesWithAReferenceMapThroughRandomChanges) {
+  Ptr<Node> node = nodeWith({});
+  std::map<std::pair<int, std::uint32_t>, std::uint32_t> reference;
+  std::mt19937 rng(7);
+  auto key = [](int protocol, std::uint32_t tni) {
+    Match m;
+    m.protocolIs(static_cast<std::uint8_t>(protocol));
+    m.tniIs(tni);
+    return m;
+  };
+  for (int step = 0; step < 20000; ++step) {
+    int protocol = static_cast<int>(rng() % 4);
+    std::uint32_t tni = rng() % 300;
+    switch (rng() % 5) {
+      case 0: case 1: case 2: {
+        std::uint32_t value = rng() % 3;
+        node->byMatchIs(key(protocol, tni), value);
+        reference[{protocol, tni}] = value;
+        break;
+      }
+      case 3:
+        node->byMatchDel(key(protocol, tni));
+        reference.erase({protocol, tni});
+        break;
+      case 4:
+        if (rng() % 500 == 0) {
+          node->byMatchDelAll();
+          reference.clear();
+        }
+        break;
+    }
+    if (step % 97 == 0 || step == 19999) {
+      ASSERT_EQ(node->byMatch().size(), reference.size()) << "step " << step;
+      std::size_t seen = 0;
+      for (const auto& [m, value] : node->byMatch()) {
+        auto it = reference.find({m.protocol(), m.tni()});
+        ASSERT_NE(it, reference.end());
+        ASSERT_EQ(it->second, value);
+        ++seen;
+      }
+      ASSERT_EQ(seen, reference.size());
+      for (const auto& [k, value] : reference) ASSERT_EQ(node->byMatch(key(k.first, k.second)), value);
+      ASSERT_FALSE(node->byMatch().contains(key(9, 0)));
+    }
+  }
 }
 
 }  // namespace
