@@ -683,3 +683,354 @@ void ApiSm::handleDpAclUpdateTime(const String& dataplane) {
 }
 
 }  // namespace AclApi
+
+namespace AclApi {
+
+using namespace Acl;
+
+// ---- attach and detach -----------------------------------------------------------------
+
+Ptr<AclIntf> ApiSm::bindings(AclDirection direction, bool create) const {
+  if (!intfConfig()) return nullptr;
+  Ptr<IntfTypeConfig> table = intfConfig()->config(aclType());
+  if (!table && create) table = intfConfig()->configIs(aclType());
+  if (!table) return nullptr;
+  Ptr<AclIntf> intfs = table->intf(direction);
+  return intfs || !create ? intfs : table->intfIs(direction);
+}
+
+template <class Also>
+bool ApiSm::boundWhere(Also also) const {
+  if (!intfConfig()) return false;
+  Ptr<const IntfTypeConfig> table = Ptr<const IntfConfig>(intfConfig())->config(aclType());
+  if (!table) return false;
+  for (const auto& [direction, intfs] : table->intf()) {
+    for (const auto& [intfId, name] : intfs->intf()) {
+      if (name == aclName() && also(intfId)) return true;
+    }
+  }
+  return false;
+}
+
+ApiState ApiSm::attach(String intfName, AclDirection aclDirection) {
+  if (!dpAclPreApplyOk()) return finish(errAclApi);
+  FWK_ASSERT(apiType() == attach_);
+  intfIs(intfName);
+  directionIs(aclDirection);
+  if (!liveAcl(aclType())) ACL_API_TRACE(9, "Acl: " << aclName() << " does not exist");
+  Ptr<AclIntf> intfs = bindings(aclDirection, true);
+  const IntfId id(intfName);
+  origAclNameIs(intfs->intf(id));
+  intfs->intfIs(id, aclName());
+  return finish(waitForHw());
+}
+
+ApiState ApiSm::detach(String intfName, AclDirection aclDirection) {
+  FWK_ASSERT(apiType() == detach_);
+  intfIs(intfName);
+  directionIs(aclDirection);
+  const IntfId id(intfName);
+  Ptr<AclIntf> intfs = bindings(aclDirection, false);
+  const String* bound = intfs ? intfs->intf().find(id) : nullptr;
+  if (!bound || bound->empty()) {
+    ACL_API_TRACE(8, "No acl attached to " << intfName);
+    return finish(succeeded);
+  }
+  if (aclName().empty() || aclName() == *bound) {
+    origAclNameIs(*bound);
+    intfs->intfDel(id);
+    return finish(waitForHw());
+  }
+  ACL_API_TRACE(8, aclName() << " is not attached to " << intfName);
+  return finish(succeeded);
+}
+
+String ApiSm::attachedAcl(String intfName, AclDirection aclDirection) const {
+  Ptr<AclIntf> intfs = bindings(aclDirection, false);
+  return intfs ? intfs->intf(IntfId(intfName)) : String();
+}
+
+bool ApiSm::attachedToDp() const {
+  return boundWhere([](const IntfId&) { return true; });
+}
+
+bool ApiSm::attachingAclToVlan() const {
+  ACL_API_TRACE(0, "attachingAclToVlan");
+  return boundWhere([](const IntfId& intfId) { return VlanIntfId::isVlanIntfId(intfId); });
+}
+
+// ---- capability checks -----------------------------------------------------------------
+
+const ParamConfig& ApiSm::capabilities() const {
+  static const ParamConfig& none = *new ParamConfig();
+  return paramConfig() ? *paramConfig() : none;
+}
+
+namespace {
+
+// One row of a capability table: when `refused` holds for a rule, the platform cannot
+// program it; the row's trace, errString key and message say which feature it was.
+template <class Rule>
+struct Check {
+  bool (*refused)(const Rule& rule, const ParamConfig& can, const ApiSm& session);
+  const char* trace;
+  const char* key;
+  const char* message;
+};
+
+// The rows are in the order the checks run; families differ in rows, order and wording.
+const Check<IpRuleConfig> ipChecks[] = {
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return !can.discontiguousMaskSupported() &&
+              (!maskIsContiguous(r.filter().srcMask().value()) || !maskIsContiguous(r.filter().dstMask().value()));
+     },
+     "<, discontiguous IP mask not supported", "discontiguous IP mask", "discontiguous IP mask not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.ipMirrorSupported(); },
+     "<, mirroring action on IP ACL not supported", "mirror", "mirror not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.copyToCpu() && !can.copyToCpuSupported(); },
+     "<, copyToCpu action on IP ACL not supported", "copyToCpu", "copyToCpu not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
+     "<, logging not supported", "logging", "logging not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().tracked(); },
+     "<, tracked", "tracked", "tracked not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().usesTtlOption(); },
+     "<, ttl option not supported", "ttl", "ttl option not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesDscp() && !can.ipDscpSupported(); },
+     "<, dscp not supported", "dscp", "dscp not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesDscpMask() && !can.ipDscpMaskSupported();
+     },
+     "<, dscpMask not supported", "dscpMask", "dscpMask not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesEcn() && !can.ecnSupported(); },
+     "<, ecn not supported", "ecn", "ecn not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesIpLength() && !can.ipLengthSupported();
+     },
+     "<, ip-length match not supported", "ip-length", "ip-length not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesOuterVlan() && !can.outerVlanSupported();
+     },
+     "<, outer Vlan not supported", "outer-vlan", "outer vlan not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesInnerVlan() && !can.innerVlanSupported();
+     },
+     "<, inner Vlan not supported", "inner-vlan", "inner vlan not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesNvgre() && !can.dpiNvgreSupported(); },
+     "<, DPI Nvgre not supported", "dpi-nvgre", "DPI Nvgre not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGre() && !can.dpiGreSupported(); },
+     "<, DPI Gre not supported", "dpi-gre", "DPI Gre not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTni() && !can.dpiNvgreSupported(); },
+     "<, DPI TNI not supported", "dpi-tni", "DPI TNI not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVxlan() && !can.dpiVxlanSupported(); },
+     "<, DPI Vxlan not supported", "dpi-vxlan", "DPI Vxlan not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVni() && !can.dpiVxlanSupported(); },
+     "<, DPI VNI not supported", "dpi-vni", "DPI VNI not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGtp() && !can.dpiGtpSupported(); },
+     "<, DPI Gtp not supported", "dpi-gtp", "DPI Gtp not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTeid() && !can.dpiGtpSupported(); },
+     "<, DPI TEID not supported", "dpi-teid", "DPI TEID not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesUserL4() && !can.dpiUserL4Supported();
+     },
+     "<, DPI userL4 not supported", "dpi-userl4", "DPI userL4 not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesPayload() && !can.dpiPayloadSupported();
+     },
+     "<, DPI Payload not supported", "dpi-payload", "DPI payload not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm& s) { return r.filter().usesVlan() && s.attachingAclToVlan(); },
+     "<, trying to attach to Vlan", "vlan-vacl", "Vlan VACL not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm& s) {
+       return r.vacl() && !can.vaclSupported() && s.attachingAclToVlan();
+     },
+     "<, trying to attach to Vlan", "vacl", "VACL not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTcpFlags() && !can.tcpFlagsSupported();
+     },
+     "<, TCP flags not supported", "tcpFlag", "TCP flag not supported"},
+};
+
+const Check<Ip6RuleConfig> ip6Checks[] = {
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.ip6MirrorSupported(); },
+     "<, mirroring action on IPv6 ACL not supported", "mirror", "mirror not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.copyToCpu() && !can.copyToCpuSupported(); },
+     "<, copyToCpu action on IPv6 ACL not supported", "copyToCpu", "copyToCpu not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
+     "<, ipv6 logging not supported", "ipv6-logging", "ipv6 logging not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesEcn() && !can.ecnSupported(); },
+     "<, ecn not supported", "ecn", "ecn not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().usesHopLimitOption(); },
+     "<, hop-limit option not supported", "hop-limit", "hop-limit option not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesOuterVlan() && !can.outerVlanSupported();
+     },
+     "<, outer Vlan not supported", "outer-vlan", "outer vlan not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesInnerVlan() && !can.innerVlanSupported();
+     },
+     "<, inner Vlan not supported", "inner-vlan", "inner vlan not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesIpLength() && !can.ipLengthSupported();
+     },
+     "<, ip-length match not supported", "ip-length", "ip-length not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesNvgre() && !can.dpiNvgreSupported(); },
+     "<, DPI Nvgre not supported", "dpi-nvgre", "DPI Nvgre not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTni() && !can.dpiNvgreSupported(); },
+     "<, DPI TNI not supported", "dpi-tni", "DPI TNI not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVxlan() && !can.dpiVxlanSupported(); },
+     "<, DPI Vxlan not supported", "dpi-vxlan", "DPI Vxlan not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVni() && !can.dpiVxlanSupported(); },
+     "<, DPI VNI not supported", "dpi-vni", "DPI VNI not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGtp() && !can.dpiGtpSupported(); },
+     "<, DPI Gtp not supported", "dpi-gtp", "DPI Gtp not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTeid() && !can.dpiGtpSupported(); },
+     "<, DPI TEID not supported", "dpi-teid", "DPI TEID not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesUserL4() && !can.dpiUserL4Supported();
+     },
+     "<, DPI UserL4 not supported", "dpi-userl4", "DPI UserL4 not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesPayload() && !can.dpiPayloadSupported();
+     },
+     "<, DPI Payload not supported", "dpi-payload", "DPI payload not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTcpFlags() && !can.tcpFlagsSupported();
+     },
+     "<, TCP flag not supported", "tcpFlag", "TCP flag not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesDscp() && !can.ip6DscpSupported(); },
+     "<, dscp not supported", "dscp", "dscp not supported"},
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesDscpMask() && !can.ip6DscpMaskSupported();
+     },
+     "<, dscpMask not supported", "dscpMask", "dscpMask not supported"},
+};
+
+const Check<MacRuleConfig> macChecks[] = {
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.macMirrorSupported(); },
+     "<, mirroring action on MAC ACL not supported", "mirror", "mirror not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
+     "<, mac logging not supported", "mac-logging", "mac logging not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesOuterVlan() && !can.outerVlanSupported();
+     },
+     "<, outer Vlan not supported", "outer-vlan", "outer Vlan not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesInnerVlan() && !can.innerVlanSupported();
+     },
+     "<, inner Vlan not supported", "inner-vlan", "inner Vlan not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTwoMplsLabels() && !can.mplsTwoLabelSupported();
+     },
+     "<, Two-label Mpls not supported", "mpls", "Two-label Mpls not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesMpls() && !can.mplsSupported(); },
+     "<, Mpls not supported", "mpls", "Mpls not supported"},
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesPayload() && !can.dpiPayloadSupported();
+     },
+     "<, DPI Payload not supported", "dpi-payload", "DPI payload not supported"},
+};
+
+}  // namespace
+
+bool ApiSm::dpAclOk() {
+  ACL_API_TRACE(0, "dpAclOk");
+  if (!attachedToDp()) {
+    ACL_API_TRACE(9, "Acl " << aclName() << " is not attached to any interface");
+    return true;
+  }
+  const ParamConfig& can = capabilities();
+  if (aclType() == AclType::ipv6) {
+    if (!can.ip6AclSupported()) {
+      errStringIs("ip6", "ip6 Acl not supported");
+      ACL_API_TRACE(9, "ip6 Acl not supported");
+      return false;
+    }
+  } else if (!can.aclSupported()) {
+    errStringIs("dpacl", "Acl not supported by hardware");
+    ACL_API_TRACE(9, "Acl not supported by hw");
+    return false;
+  }
+  bool ok = true;
+  Ptr<AclConfig> acl = liveAcl(aclType());
+  if (Ptr<AclSubConfig> current = acl ? acl->currCfg() : nullptr) {
+    // Every rule against every row: one call reports every feature the platform lacks.
+    auto run = [&](const auto& byId, const auto& checks) {
+      for (const auto& [id, rule] : byId) {
+        for (const auto& check : checks) {
+          if (!check.refused(rule, can, *this)) continue;
+          FWK_TRACE_AS(traceApi(), 0, "dpAclOk", check.trace);
+          errStringIs(check.key, check.message);
+          ok = false;
+        }
+      }
+    };
+    run(current->ipRuleById(), ipChecks);
+    run(current->ip6RuleById(), ip6Checks);
+    run(current->macRuleById(), macChecks);
+  }
+  ACL_API_TRACE(0, "<, " << ok);
+  return ok;
+}
+
+bool ApiSm::dpAclDpiOk() const {
+  ACL_API_TRACE(0, "dpAclDpiOk");
+  Ptr<AclConfig> acl = liveAcl(aclType());
+  Ptr<const AclSubConfig> current = acl ? acl->currCfg() : nullptr;
+  if (!current) return true;
+  const bool skip = capabilities().dpiSkipNonZero();
+  for (const auto& [id, rule] : current->ipRuleById()) {
+    const IpFilter& f = rule.filter();
+    const char* refusal = nullptr;
+    if (skip && f.protocol() == IpFilterBase::protocolGre && f.greProto() == IpFilterBase::greProtoNvgre) {
+      refusal = "<, DPI Nvgre not supported with non-zero skip";
+    } else if (skip && f.greProtoMask() != 0) {
+      refusal = "<, DPI Gre not supported with non-zero skip";
+    } else if (skip && f.tni() != 0) {
+      refusal = "<, DPI TNI not supported with non-zero skip";
+    } else if (skip && f.vxlan()) {
+      refusal = "<, DPI Vxlan not supported with non-zero skip";
+    } else if (skip && f.vni() != 0) {
+      refusal = "<, DPI VNI not supported with non-zero skip";
+    } else if (skip && f.gtp()) {
+      refusal = "<, DPI Gtp not supported with non-zero skip";
+    } else if (skip && f.teid() != 0) {
+      refusal = "<, DPI TEID not supported with non-zero skip";
+    } else if (f.vlan() != 0 && f.vlanMask() != 0 && attachingAclToVlan()) {
+      refusal = "<, trying to attach to Vlan";
+    }
+    if (refusal) {
+      ACL_API_TRACE(0, refusal);
+      return false;
+    }
+  }
+  if (capabilities().mplsSkipNonZero()) {
+    for (const auto& [id, rule] : current->macRuleById()) {
+      if (rule.filter().usesMpls()) {
+        ACL_API_TRACE(0, "<, Mpls not supported with non-zero skip");
+        return false;
+      }
+    }
+  }
+  ACL_API_TRACE(0, "<, true");
+  return true;
+}
+
+bool ApiSm::dpAclPreApplyOk() {
+  ACL_API_TRACE(5, "dpAclPreApplyOk");
+  Ptr<AclSubConfig> checked;
+  if (apiType() == commit_) {
+    checked = spAclSubConfig();
+  } else if (Ptr<AclConfig> acl = liveAcl(aclType())) {
+    checked = acl->currCfg();
+  }
+  if (!checked || !guardsEnabled() || capabilities().ip6HopLimitSupported()) return true;
+  for (const auto& [id, rule] : checked->ip6RuleById()) {
+    if (rule.filter().usesHopLimit()) {
+      ACL_API_TRACE(0, "<, ipv6 hop limit not supported");
+      errStringIs("IPv6", "hop limit is not supported for IPv6 ACLs on this platform");
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace AclApi

@@ -164,6 +164,26 @@ class ApiSm : public fwk::Entity {
   ApiState enableFragments();
   ApiState disableFragments();
 
+  // ---- attach and detach ----
+  // Binds the ACL (by name, existing or not) to an interface in a direction.
+  ApiState attach(String intf, Acl::AclDirection direction);
+  // Unbinds the ACL (any ACL when the session's name is empty) from an interface.
+  ApiState detach(String intf, Acl::AclDirection direction);
+  // The name of the ACL of the session's family bound there, or "".
+  [[nodiscard]] String attachedAcl(String intf, Acl::AclDirection direction) const;
+  [[nodiscard]] bool attachedToDp() const;
+  [[nodiscard]] bool attachingAclToVlan() const;
+
+  // ---- capability checks ----
+  // Every rule of the current version against the platform: one errString entry per
+  // unsupported feature; true when nothing was found (or the ACL is bound nowhere).
+  bool dpAclOk();
+  // Deep-inspection and MPLS matches while the platform's skip is non-zero, and VLAN
+  // matches on an ACL bound to a VLAN interface; traces only.
+  [[nodiscard]] bool dpAclDpiOk() const;
+  // The guard commit and attach run first: IPv6 hop-limit matches need platform support.
+  bool dpAclPreApplyOk();
+
   // ---- hardware status ----
   void statusDpIs(const Ptr<const Acl::StatusDp>& statusDp);
   void statusDpIs(const String& name, const Ptr<const Acl::StatusDp>& statusDp);
@@ -189,6 +209,13 @@ class ApiSm : public fwk::Entity {
 
   // The ACL as the input configuration holds it now, or null.
   [[nodiscard]] Ptr<Acl::AclConfig> liveAcl(AclType type) const;
+  // The bindings of the session's family in one direction; made when `create` and missing.
+  [[nodiscard]] Ptr<Acl::AclIntf> bindings(Acl::AclDirection direction, bool create) const;
+  // True when some binding of the session's family names the ACL and passes `also`.
+  template <class Also>
+  [[nodiscard]] bool boundWhere(Also also) const;
+  // The platform's capabilities; a platform that published none supports nothing.
+  [[nodiscard]] const Acl::ParamConfig& capabilities() const;
   // Sets apiState and returns it, so that operations can end in one line.
   ApiState finish(ApiState state) {
     apiStateIs(state);

@@ -162,9 +162,13 @@ class TraceLine {
 
 }  // namespace fwk
 
-#define FWK_TRACE(facility, level, ...)                                                      \
+#define FWK_TRACE(facility, level, ...) FWK_TRACE_AS(facility, level, __func__, __VA_ARGS__)
+
+// The same, naming the function explicitly (for lines written from a lambda or helper on
+// behalf of an operation).
+#define FWK_TRACE_AS(facility, level, function, ...)                                        \
   do {                                                                                       \
     if ((facility).enabled(level)) {                                                         \
-      ::fwk::TraceLine(facility, level, __FILE__, __LINE__, __func__) << __VA_ARGS__;        \
+      ::fwk::TraceLine(facility, level, __FILE__, __LINE__, function) << __VA_ARGS__;        \
     }                                                                                        \
   } while (false)

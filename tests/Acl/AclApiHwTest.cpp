@@ -1,0 +1,446 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "Acl/AclApiSm.h"
+#include "platform/trace/Clock.h"
+#include "platform/trace/Trace.h"
+#include "tests/support/FakeDataplane.h"
+#include "tests/support/SessionWorld.h"
+
+namespace {
+
+using namespace AclApi;
+using namespace Acl;
+using build::FakeDataplane;
+
+class HwTest : public ::testing::Test, protected build::SessionWorld {
+ protected:
+  void SetUp() override { fwk::TraceFacility::get("AclApi").levelsUpToIs(9); }
+  void TearDown() override { fwk::TraceFacility::get("AclApi").levelsIs(0); }
+
+  // Binds `name` of the session family to an interface.
+  void bind(const char* intf, const char* name, AclType type = AclType::ip) {
+    acl.intfConfig->configIs(type)->intfIs(AclDirection::in)->intfIs(IntfId(String(intf)), name);
+  }
+  template <class Rule>
+  void installRule(const char* name, AclType type, const Rule& rule) {
+    auto a = acl.config->configIs(type)->aclIs(name, type, false, false);
+    auto v = a->subConfigIs(UniqueId());
+    UniqueId id;
+    v->ruleBySequenceIs(10, id);
+    if constexpr (std::is_same_v<Rule, IpRuleConfig>) v->ipRuleByIdIs(id, rule);
+    if constexpr (std::is_same_v<Rule, Ip6RuleConfig>) v->ip6RuleByIdIs(id, rule);
+    if constexpr (std::is_same_v<Rule, MacRuleConfig>) v->macRuleByIdIs(id, rule);
+    a->currCfgIs(v);
+  }
+
+  double clock = 100;
+  fwk::ClockOverride ticking{[this] { return clock += 1; }};
+  fwk::TraceCapture traces;
+};
+
+// ---- the hardware wait: every outcome and arrival order of three dataplanes ----------------
+
+enum class Outcome { updated, behind, error };
+
+TEST(HwWaitTest, EveryArrivalOrderAndOutcomeEndsInTheRightState) {
+  fwk::TraceFacility::get("AclApi").levelsIs(0);
+  const Outcome outcomes[] = {Outcome::updated, Outcome::behind, Outcome::error};
+  int cases = 0;
+  for (int reports = 0; reports < 8; ++reports) {
+    for (int o = 0; o < 27; ++o) {
+      Outcome of[3] = {outcomes[o % 3], outcomes[(o / 3) % 3], outcomes[o / 9]};
+      int order[3] = {0, 1, 2};
+      do {
+        build::SessionWorld world;
+        double now = 10;
+        fwk::ClockOverride clock([&] { return now += 1; });
+        std::vector<std::unique_ptr<FakeDataplane>> dps;
+        for (int i = 0; i < 3; ++i) {
+          dps.push_back(std::make_unique<FakeDataplane>(world.acl, ("dp" + std::to_string(i)).c_str(),
+                                                        (reports >> i) & 1));
+        }
+        auto s = world.session("web");
+        ApiState started = s->waitForHw();
+        for (int i : order) {
+          if (of[i] == Outcome::updated) dps[i]->apply();
+          if (of[i] == Outcome::error) dps[i]->fail(("broken " + std::to_string(i)).c_str());
+        }
+        bool anyReports = reports != 0;
+        bool anyBehind = false;
+        std::size_t errors = 0;
+        for (int i = 0; i < 3; ++i) {
+          if (!((reports >> i) & 1)) continue;
+          anyBehind = anyBehind || of[i] == Outcome::behind;
+          errors += of[i] == Outcome::error ? 1 : 0;
+        }
+        ApiState expected = !anyReports ? succeeded : anyBehind ? waitingForHw : errors ? errHw : succeeded;
+        SCOPED_TRACE("reports " + std::to_string(reports) + " outcomes " + std::to_string(o));
+        ASSERT_EQ(started, anyReports ? waitingForHw : succeeded);
+        ASSERT_EQ(s->apiState(), expected);
+        ASSERT_EQ(s->errString().size(), expected == errHw ? errors : 0u);
+        // A report that comes while the session is not waiting changes nothing.
+        if (expected != waitingForHw) {
+          auto before = s->errString().size();
+          dps[0]->status()->dpAclUpdateTimeIs(1e9);
+          ASSERT_EQ(s->apiState(), expected);
+          ASSERT_EQ(s->errString().size(), before);
+        }
+        ++cases;
+      } while (std::next_permutation(order, order + 3));
+    }
+  }
+  EXPECT_EQ(cases, 8 * 27 * 6);
+}
+
+// ---- capability rows -------------------------------------------------------------------------
+
+struct Row {
+  const char* what;
+  AclType type;
+  std::function<void(IpRuleConfig&, Ip6RuleConfig&, MacRuleConfig&)> use;
+  std::function<void(ParamConfig&)> support;  // null: no platform can
+  const char* key;
+  const char* message;
+  const char* trace;
+  std::function<void(ParamConfig&)> prerequisite = nullptr;  // a capability the feature also needs
+};
+
+std::vector<Row> rows() {
+  auto ip = [](auto&& f) {
+    return [f](IpRuleConfig& r, Ip6RuleConfig&, MacRuleConfig&) {
+      IpFilter x = r.filter();
+      f(r, x);
+      r.filterIs(x);
+    };
+  };
+  auto ip6 = [](auto&& f) {
+    return [f](IpRuleConfig&, Ip6RuleConfig& r, MacRuleConfig&) {
+      Ip6Filter x = r.filter();
+      f(r, x);
+      r.filterIs(x);
+    };
+  };
+  auto mac = [](auto&& f) {
+    return [f](IpRuleConfig&, Ip6RuleConfig&, MacRuleConfig& r) {
+      MacFilter x = r.filter();
+      f(r, x);
+      r.filterIs(x);
+    };
+  };
+#define CAN(flag) [](ParamConfig& p) { p.flag##Is(true); }
+  return {
+      {"ip mask", AclType::ip, ip([](auto&, auto& f) { f.srcMaskIs(Ip4Addr(0xFF00FF00)); }), CAN(discontiguousMaskSupported),
+       "discontiguous IP mask", "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"},
+      {"ip mirror", AclType::ip, ip([](auto& r, auto&) { r.mirrorSessionIs("m"); }), CAN(ipMirrorSupported), "mirror",
+       "mirror not supported", "<, mirroring action on IP ACL not supported"},
+      {"ip copy", AclType::ip, ip([](auto& r, auto&) { r.copyToCpuIs(true); }), CAN(copyToCpuSupported), "copyToCpu",
+       "copyToCpu not supported", "<, copyToCpu action on IP ACL not supported"},
+      {"ip log", AclType::ip, ip([](auto& r, auto&) { r.logIs(true); }), CAN(loggingSupported), "logging",
+       "logging not supported", "<, logging not supported"},
+      {"ip tracked", AclType::ip, ip([](auto&, auto& f) { f.trackedIs(true); }), nullptr, "tracked",
+       "tracked not supported", "<, tracked"},
+      {"ip ttl", AclType::ip, ip([](auto&, auto& f) { f.ttlKindIs(ValueOp::eq); }), nullptr, "ttl",
+       "ttl option not supported", "<, ttl option not supported"},
+      {"ip dscp", AclType::ip, ip([](auto&, auto& f) { f.matchDscpIs(true); }), CAN(ipDscpSupported), "dscp",
+       "dscp not supported", "<, dscp not supported"},
+      {"ip ecn", AclType::ip, ip([](auto&, auto& f) { f.matchEcnIs(true); }), CAN(ecnSupported), "ecn",
+       "ecn not supported", "<, ecn not supported"},
+      {"ip length", AclType::ip, ip([](auto&, auto& f) { f.ipLengthIs(RangeMatch(ValueOp::lt, 64)); }),
+       CAN(ipLengthSupported), "ip-length", "ip-length not supported", "<, ip-length match not supported"},
+      {"ip outer", AclType::ip, ip([](auto&, auto& f) { f.outerVlanMaskIs(0xFFF); }), CAN(outerVlanSupported),
+       "outer-vlan", "outer vlan not supported", "<, outer Vlan not supported"},
+      {"ip inner", AclType::ip, ip([](auto&, auto& f) { f.innerVlanMaskIs(0xFFF); }), CAN(innerVlanSupported),
+       "inner-vlan", "inner vlan not supported", "<, inner Vlan not supported"},
+      {"ip nvgre", AclType::ip, ip([](auto&, auto& f) { f.protocolIs(47); f.greProtoIs(0x6558); }),
+       CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported", "<, DPI Nvgre not supported"},
+      {"ip gre", AclType::ip, ip([](auto&, auto& f) { f.greProtoMaskIs(0xFFFF); }), CAN(dpiGreSupported), "dpi-gre",
+       "DPI Gre not supported", "<, DPI Gre not supported"},
+      {"ip tni", AclType::ip, ip([](auto&, auto& f) { f.tniIs(5); }), CAN(dpiNvgreSupported), "dpi-tni",
+       "DPI TNI not supported", "<, DPI TNI not supported"},
+      {"ip vxlan", AclType::ip, ip([](auto&, auto& f) { f.vxlanIs(true); }), CAN(dpiVxlanSupported), "dpi-vxlan",
+       "DPI Vxlan not supported", "<, DPI Vxlan not supported"},
+      {"ip vni", AclType::ip, ip([](auto&, auto& f) { f.vniIs(5); }), CAN(dpiVxlanSupported), "dpi-vni",
+       "DPI VNI not supported", "<, DPI VNI not supported"},
+      {"ip gtp", AclType::ip, ip([](auto&, auto& f) { f.gtpIs(true); }), CAN(dpiGtpSupported), "dpi-gtp",
+       "DPI Gtp not supported", "<, DPI Gtp not supported"},
+      {"ip teid", AclType::ip, ip([](auto&, auto& f) { f.teidIs(5); }), CAN(dpiGtpSupported), "dpi-teid",
+       "DPI TEID not supported", "<, DPI TEID not supported"},
+      {"ip userL4", AclType::ip, ip([](auto&, auto& f) { f.userL4MaskIs(0xFF); }), CAN(dpiUserL4Supported),
+       "dpi-userl4", "DPI userL4 not supported", "<, DPI userL4 not supported"},
+      {"ip payload", AclType::ip, ip([](auto&, auto& f) { f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))); }),
+       CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"},
+      {"ip tcp flags", AclType::ip, ip([](auto&, auto& f) { f.tcpFlagsMaskIs(0x12); }), CAN(tcpFlagsSupported),
+       "tcpFlag", "TCP flag not supported", "<, TCP flags not supported"},
+      {"ip6 mirror", AclType::ipv6, ip6([](auto& r, auto&) { r.mirrorSessionIs("m"); }), CAN(ip6MirrorSupported),
+       "mirror", "mirror not supported", "<, mirroring action on IPv6 ACL not supported"},
+      {"ip6 copy", AclType::ipv6, ip6([](auto& r, auto&) { r.copyToCpuIs(true); }), CAN(copyToCpuSupported),
+       "copyToCpu", "copyToCpu not supported", "<, copyToCpu action on IPv6 ACL not supported"},
+      {"ip6 log", AclType::ipv6, ip6([](auto& r, auto&) { r.logIs(true); }), CAN(loggingSupported), "ipv6-logging",
+       "ipv6 logging not supported", "<, ipv6 logging not supported"},
+      {"ip6 hop-limit option", AclType::ipv6, ip6([](auto&, auto& f) { f.hopLimitKindIs(ValueOp::gt); }), nullptr,
+       "hop-limit", "hop-limit option not supported", "<, hop-limit option not supported"},
+      {"ip6 ecn", AclType::ipv6, ip6([](auto&, auto& f) { f.matchEcnIs(true); }), CAN(ecnSupported), "ecn",
+       "ecn not supported", "<, ecn not supported"},
+      {"ip6 outer", AclType::ipv6, ip6([](auto&, auto& f) { f.outerVlanMaskIs(1); }), CAN(outerVlanSupported),
+       "outer-vlan", "outer vlan not supported", "<, outer Vlan not supported"},
+      {"ip6 inner", AclType::ipv6, ip6([](auto&, auto& f) { f.innerVlanMaskIs(1); }), CAN(innerVlanSupported),
+       "inner-vlan", "inner vlan not supported", "<, inner Vlan not supported"},
+      {"ip6 length", AclType::ipv6, ip6([](auto&, auto& f) { f.ipLengthIs(RangeMatch(ValueOp::gt, 9)); }),
+       CAN(ipLengthSupported), "ip-length", "ip-length not supported", "<, ip-length match not supported"},
+      {"ip6 tni", AclType::ipv6, ip6([](auto&, auto& f) { f.tniIs(1); }), CAN(dpiNvgreSupported), "dpi-tni",
+       "DPI TNI not supported", "<, DPI TNI not supported"},
+      {"ip6 vxlan", AclType::ipv6, ip6([](auto&, auto& f) { f.vxlanIs(true); }), CAN(dpiVxlanSupported), "dpi-vxlan",
+       "DPI Vxlan not supported", "<, DPI Vxlan not supported"},
+      {"ip6 vni", AclType::ipv6, ip6([](auto&, auto& f) { f.vniIs(1); }), CAN(dpiVxlanSupported), "dpi-vni",
+       "DPI VNI not supported", "<, DPI VNI not supported"},
+      {"ip6 gtp", AclType::ipv6, ip6([](auto&, auto& f) { f.gtpIs(true); }), CAN(dpiGtpSupported), "dpi-gtp",
+       "DPI Gtp not supported", "<, DPI Gtp not supported"},
+      {"ip6 teid", AclType::ipv6, ip6([](auto&, auto& f) { f.teidIs(1); }), CAN(dpiGtpSupported), "dpi-teid",
+       "DPI TEID not supported", "<, DPI TEID not supported"},
+      {"ip6 payload", AclType::ipv6, ip6([](auto&, auto& f) { f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))); }),
+       CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"},
+      {"ip6 dscp", AclType::ipv6, ip6([](auto&, auto& f) { f.matchDscpIs(true); }), CAN(ip6DscpSupported), "dscp",
+       "dscp not supported", "<, dscp not supported"},
+      {"ip6 nvgre", AclType::ipv6, ip6([](auto&, auto& f) { f.greProtoIs(0x6558); f.greProtoMaskIs(0xFFFF); }),
+       CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported", "<, DPI Nvgre not supported"},
+      {"ip6 userL4", AclType::ipv6, ip6([](auto&, auto& f) { f.userL4MaskIs(1); }), CAN(dpiUserL4Supported),
+       "dpi-userl4", "DPI UserL4 not supported", "<, DPI UserL4 not supported"},
+      {"ip6 tcp flags", AclType::ipv6, ip6([](auto&, auto& f) { f.tcpFlagsMaskIs(2); }), CAN(tcpFlagsSupported),
+       "tcpFlag", "TCP flag not supported", "<, TCP flag not supported"},
+      {"ip6 dscp mask", AclType::ipv6, ip6([](auto&, auto& f) { f.matchDscpIs(true); f.dscpMaskIs(7); }),
+       CAN(ip6DscpMaskSupported), "dscpMask", "dscpMask not supported", "<, dscpMask not supported", CAN(ip6DscpSupported)},
+      {"ip dscp mask", AclType::ip, ip([](auto&, auto& f) { f.matchDscpIs(true); f.dscpMaskIs(7); }),
+       CAN(ipDscpMaskSupported), "dscpMask", "dscpMask not supported", "<, dscpMask not supported", CAN(ipDscpSupported)},
+      {"mac mirror", AclType::mac, mac([](auto& r, auto&) { r.mirrorSessionIs("m"); }), CAN(macMirrorSupported),
+       "mirror", "mirror not supported", "<, mirroring action on MAC ACL not supported"},
+      {"mac log", AclType::mac, mac([](auto& r, auto&) { r.logIs(true); }), CAN(loggingSupported), "mac-logging",
+       "mac logging not supported", "<, mac logging not supported"},
+      {"mac outer", AclType::mac, mac([](auto&, auto& f) { f.outerVlanMaskIs(1); }), CAN(outerVlanSupported),
+       "outer-vlan", "outer Vlan not supported", "<, outer Vlan not supported"},
+      {"mac inner", AclType::mac, mac([](auto&, auto& f) { f.innerVlanMaskIs(1); }), CAN(innerVlanSupported),
+       "inner-vlan", "inner Vlan not supported", "<, inner Vlan not supported"},
+      {"mac two labels", AclType::mac, mac([](auto&, auto& f) { f.mplsInnerLabelIs(17); }), CAN(mplsTwoLabelSupported),
+       "mpls", "Two-label Mpls not supported", "<, Two-label Mpls not supported"},
+      {"mac mpls", AclType::mac, mac([](auto&, auto& f) { f.mplsLabelIs(16); }), CAN(mplsSupported), "mpls",
+       "Mpls not supported", "<, Mpls not supported"},
+      {"mac payload", AclType::mac, mac([](auto&, auto& f) { f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))); }),
+       CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"},
+  };
+#undef CAN
+}
+
+TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
+  for (const Row& row : rows()) {
+    SCOPED_TRACE(row.what);
+    for (bool supported : {false, true}) {
+      if (supported && !row.support) continue;
+      build::SessionWorld world;
+      world.acl.paramConfig->aclSupportedIs(true);
+      world.acl.paramConfig->ip6AclSupportedIs(true);
+      if (row.prerequisite) row.prerequisite(*world.acl.paramConfig);
+      if (supported) row.support(*world.acl.paramConfig);
+      IpRuleConfig ipRule;
+      Ip6RuleConfig ip6Rule;
+      MacRuleConfig macRule;
+      row.use(ipRule, ip6Rule, macRule);
+      auto a = world.acl.config->configIs(row.type)->aclIs("a", row.type, false, false);
+      auto v = a->subConfigIs(UniqueId());
+      v->ipRuleByIdIs(UniqueId(), ipRule);
+      v->ip6RuleByIdIs(UniqueId(), ip6Rule);
+      v->macRuleByIdIs(UniqueId(), macRule);
+      a->currCfgIs(v);
+      world.acl.intfConfig->configIs(row.type)->intfIs(AclDirection::out)->intfIs(IntfId(String("Ethernet1")), "a");
+      auto s = world.session("a", row.type);
+      traces.clear();
+      EXPECT_EQ(s->dpAclOk(), supported);
+      if (supported) {
+        EXPECT_TRUE(s->errString().empty());
+      } else {
+        EXPECT_EQ(s->errString().size(), 1u);
+        EXPECT_EQ(s->errString(row.key), row.message);
+        EXPECT_TRUE(traces.contains(row.trace));
+        EXPECT_TRUE(traces.contains("<, false"));
+      }
+    }
+  }
+}
+
+TEST_F(HwTest, OneRuleFailingSeveralChecksLeavesOneEntryPerKey) {
+  acl.paramConfig->aclSupportedIs(true);
+  MacRuleConfig rule;
+  MacFilter f;
+  f.mplsLabelIs(16);
+  f.mplsInnerLabelIs(17);
+  f.outerVlanMaskIs(1);
+  rule.filterIs(f);
+  rule.logIs(true);
+  installRule("m", AclType::mac, rule);
+  bind("Ethernet1", "m", AclType::mac);
+  auto s = session("m", AclType::mac);
+  EXPECT_FALSE(s->dpAclOk());
+  EXPECT_EQ(s->errString().size(), 3u);
+  EXPECT_EQ(s->errString("mpls"), "Mpls not supported") << "the later row under a shared key wins";
+  EXPECT_EQ(s->errString("mac-logging"), "mac logging not supported");
+  EXPECT_EQ(s->errString("outer-vlan"), "outer Vlan not supported");
+}
+
+TEST_F(HwTest, FamilyAndAttachmentPreconditionsComeFirst) {
+  IpRuleConfig logged;
+  logged.logIs(true);
+  installRule("web", AclType::ip, logged);
+  auto s = session("web");
+  EXPECT_TRUE(s->dpAclOk()) << "bound nowhere: nothing to program";
+  EXPECT_TRUE(traces.contains("Acl web is not attached to any interface"));
+  bind("Ethernet1", "web");
+  EXPECT_FALSE(s->dpAclOk());
+  EXPECT_EQ(s->errString("dpacl"), "Acl not supported by hardware");
+  EXPECT_TRUE(traces.contains("Acl not supported by hw"));
+  EXPECT_EQ(s->errString().size(), 1u) << "the family check ends the call";
+  bind("Ethernet1", "v6", AclType::ipv6);
+  auto v6 = session("v6", AclType::ipv6);
+  EXPECT_FALSE(v6->dpAclOk());
+  EXPECT_EQ(v6->errString("ip6"), "ip6 Acl not supported");
+}
+
+TEST_F(HwTest, VlanRowsApplyOnlyWhenBoundToAVlanInterface) {
+  acl.paramConfig->aclSupportedIs(true);
+  IpRuleConfig rule;
+  IpFilter f;
+  f.vlanIs(10);
+  f.vlanMaskIs(0xFFF);
+  rule.filterIs(f);
+  rule.vaclIs(true);
+  installRule("web", AclType::ip, rule);
+  bind("Ethernet1", "web");
+  auto s = session("web");
+  EXPECT_TRUE(s->dpAclOk());
+  EXPECT_TRUE(s->dpAclDpiOk());
+  bind("Vlan10", "web");
+  EXPECT_TRUE(s->attachingAclToVlan());
+  EXPECT_FALSE(s->dpAclOk());
+  EXPECT_EQ(s->errString("vlan-vacl"), "Vlan VACL not supported");
+  EXPECT_EQ(s->errString("vacl"), "VACL not supported");
+  traces.clear();
+  EXPECT_FALSE(s->dpAclDpiOk());
+  EXPECT_TRUE(traces.contains("<, trying to attach to Vlan"));
+}
+
+// ---- deep inspection and the pre-apply guard ------------------------------------------------
+
+TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
+  IpRuleConfig rule;
+  IpFilter f;
+  f.protocolIs(47);
+  f.greProtoIs(0x6558);
+  f.greProtoMaskIs(0xFFFF);
+  f.tniIs(9);
+  rule.filterIs(f);
+  installRule("web", AclType::ip, rule);
+  auto s = session("web");
+  EXPECT_TRUE(s->dpAclDpiOk());
+  acl.paramConfig->dpiSkipNonZeroIs(true);
+  traces.clear();
+  EXPECT_FALSE(s->dpAclDpiOk());
+  EXPECT_EQ(traces.messages("AclApi"),
+            (std::vector<std::string>{"dpAclDpiOk", "<, DPI Nvgre not supported with non-zero skip"}));
+  EXPECT_TRUE(s->errString().empty()) << "this check only traces";
+
+  MacRuleConfig mpls;
+  MacFilter mf;
+  mf.mplsLabelIs(100);
+  mpls.filterIs(mf);
+  installRule("m", AclType::mac, mpls);
+  auto m = session("m", AclType::mac);
+  EXPECT_TRUE(m->dpAclDpiOk());
+  acl.paramConfig->mplsSkipNonZeroIs(true);
+  EXPECT_FALSE(m->dpAclDpiOk());
+  EXPECT_TRUE(traces.contains("<, Mpls not supported with non-zero skip"));
+}
+
+TEST_F(HwTest, HopLimitsNeedSupportUnlessGuardsAreOff) {
+  Ip6RuleConfig rule;
+  Ip6Filter f;
+  f.hopLimitIs(64);
+  rule.filterIs(f);
+  auto s = session("v6", AclType::ipv6);
+  s->addIp6Rule(10, rule);
+  EXPECT_FALSE(s->dpAclPreApplyOk());
+  EXPECT_EQ(s->errString("IPv6"), "hop limit is not supported for IPv6 ACLs on this platform");
+  EXPECT_TRUE(traces.contains("<, ipv6 hop limit not supported"));
+  s->guardsEnabledIs(false);
+  EXPECT_TRUE(s->dpAclPreApplyOk());
+  s->guardsEnabledIs(true);
+  acl.paramConfig->ip6HopLimitSupportedIs(true);
+  EXPECT_TRUE(s->dpAclPreApplyOk());
+  EXPECT_TRUE(session("missing", AclType::ipv6, attach_)->dpAclPreApplyOk()) << "nothing to check";
+}
+
+// ---- attach and detach ----------------------------------------------------------------------
+
+TEST_F(HwTest, AttachBindsReplacesAndWaitsForTheHardware) {
+  auto s = session("web", AclType::ip, attach_);
+  EXPECT_EQ(s->attach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_TRUE(traces.contains("Acl: web does not exist")) << "a name without configuration binds all the same";
+  EXPECT_EQ(s->attachedAcl("Ethernet1", AclDirection::in), "web");
+  EXPECT_EQ(s->origAclName(), "");
+  EXPECT_EQ(s->intf(), "Ethernet1");
+  EXPECT_TRUE(s->attachedToDp());
+  EXPECT_FALSE(s->attachingAclToVlan());
+
+  FakeDataplane dp(acl, "dp1");
+  auto other = session("other", AclType::ip, attach_);
+  EXPECT_EQ(other->attach("Ethernet1", AclDirection::in), waitingForHw);
+  EXPECT_EQ(other->origAclName(), "web");
+  EXPECT_EQ(other->attachedAcl("Ethernet1", AclDirection::in), "other");
+  EXPECT_FALSE(s->attachedToDp());
+  dp.apply();
+  EXPECT_EQ(other->apiState(), succeeded);
+  EXPECT_EQ(other->attachedAcl("Ethernet1", AclDirection::out), "");
+}
+
+TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
+  Ip6RuleConfig rule;
+  Ip6Filter f;
+  f.hopLimitIs(1);
+  rule.filterIs(f);
+  installRule("v6", AclType::ipv6, rule);
+  auto attaching = session("v6", AclType::ipv6, attach_);
+  EXPECT_EQ(attaching->attach("Ethernet1", AclDirection::in), errAclApi);
+  EXPECT_EQ(attaching->attachedAcl("Ethernet1", AclDirection::in), "");
+  EXPECT_EQ(attaching->intf(), "") << "nothing is recorded";
+  bind("Ethernet1", "v6", AclType::ipv6);
+  auto detaching = session("v6", AclType::ipv6, detach_);
+  EXPECT_EQ(detaching->detach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_EQ(detaching->origAclName(), "v6");
+  EXPECT_EQ(detaching->attachedAcl("Ethernet1", AclDirection::in), "");
+}
+
+TEST_F(HwTest, DetachRemovesOnlyWhatItNames) {
+  bind("Ethernet1", "web");
+  bind("Ethernet2", "other");
+  auto s = session("web", AclType::ip, detach_);
+  EXPECT_EQ(s->detach("Ethernet2", AclDirection::in), succeeded);
+  EXPECT_EQ(s->attachedAcl("Ethernet2", AclDirection::in), "other");
+  EXPECT_TRUE(traces.contains("web is not attached to Ethernet2"));
+  EXPECT_EQ(s->detach("Ethernet9", AclDirection::in), succeeded);
+  EXPECT_TRUE(traces.contains("No acl attached to Ethernet9"));
+  EXPECT_EQ(s->origAclName(), "");
+  EXPECT_EQ(s->detach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_EQ(s->origAclName(), "web");
+  auto wildcard = session("", AclType::ip, detach_);
+  EXPECT_EQ(wildcard->detach("Ethernet2", AclDirection::in), succeeded);
+  EXPECT_EQ(wildcard->origAclName(), "other");
+  EXPECT_TRUE(acl.intfConfig->config(AclType::ip)->intf(AclDirection::in)->intf().empty());
+}
+
+TEST(HwDeathTest, AttachAndDetachBelongToTheirSessionTypes) {
+  build::SessionWorld world;
+  auto s = world.session("web");
+  EXPECT_DEATH(s->attach("Ethernet1", AclDirection::in), "Assertion failed: apiType\\(\\) == attach_ \\(");
+  EXPECT_DEATH(s->detach("Ethernet1", AclDirection::in), "Assertion failed: apiType\\(\\) == detach_ \\(");
+}
+
+}  // namespace
