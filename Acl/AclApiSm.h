@@ -97,12 +97,16 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
 // Operations reachable by name, in their declared order.
 #define ACL_API_SM_OPS(O)                                                                     \
   O(handleRuleBySequence) O(initializeRuleMap) O(updateIpRuleMap) O(updateIp6RuleMap)         \
-  O(updateMacRuleMap) O(updateRemarkMap) O(handleDpAclUpdateTime) O(exists) O(getIpRule)      \
-  O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) O(addMacRule) O(removeRuleBySequence) \
-  O(removeIpRuleByConfig) O(removeIp6RuleByConfig) O(removeMacRuleByConfig) O(addRemark)      \
-  O(removeRemark) O(cleanupOldConfig) O(resequence) O(enableCounters) O(disableCounters)      \
-  O(enableFragments) O(disableFragments) O(currentAcl) O(sameRule) O(addRuleCommon)           \
-  O(waitForHw) O(createScratchpad) O(getLastSequenceNumber) O(handleInitialized)
+  O(updateMacRuleMap) O(updateRemarkMap) O(handleDpAclUpdateTime) O(remove) O(exists)         \
+  O(getIpRule) O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) O(addMacRule)           \
+  O(removeRuleBySequence) O(removeIpRuleByConfig) O(removeIp6RuleByConfig)                    \
+  O(removeMacRuleByConfig) O(addRemark) O(removeRemark) O(clearUdfAceList)                    \
+  O(populateUdfAceList) O(updateUdfAliasInAcls) O(commit) O(commitExt) O(revert)              \
+  O(cleanupOldConfig) O(attach) O(detach) O(attachedAcl) O(resequence) O(enableCounters)      \
+  O(disableCounters) O(enableFragments) O(disableFragments) O(currentAcl) O(sameRule)         \
+  O(shouldUpdateAcl) O(addRuleCommon) O(waitForHw) O(dpAclOk) O(dpAclDpiOk)                   \
+  O(dpAclPreApplyOk) O(attachedToDp) O(attachingAclToVlan) O(createScratchpad)                \
+  O(getLastSequenceNumber) O(handleInitialized)
 
 class ApiSm : public fwk::Entity {
   FWK_ENTITY(ApiSm, fwk::Entity, ACL_API_SM_ATTRS)
@@ -163,6 +167,27 @@ class ApiSm : public fwk::Entity {
   ApiState disableCounters();
   ApiState enableFragments();
   ApiState disableFragments();
+
+  // ---- commit, revert, remove ----
+  // Installs the scratchpad as the ACL's current version (or patches the current one in
+  // place when only sequence numbers and remarks differ). Conflicts with other sessions
+  // end in errSessionCreate, errSessionDelete or errSessionModify; a commit that reaches
+  // reporting dataplanes ends waitingForHw. With cleanup the replaced version is deleted
+  // and the session lets go of its scratchpad: commitExt(false) keeps what revert needs.
+  ApiState commitExt(bool cleanup);
+  ApiState commit() { return commitExt(true); }
+  // True when the scratchpad must become a new version rather than patch the current one.
+  [[nodiscard]] bool shouldUpdateAcl() const;
+  // Undoes the session's last commit, attach or detach.
+  ApiState revert();
+  // Deletes the ACL (a remove session).
+  ApiState remove();
+
+  // ---- UDF aliases ----
+  void clearUdfAceList();
+  void populateUdfAceList(Ptr<const Acl::AclSubConfig> subConfig);
+  // Rewrites every rule of this ACL that uses the alias with its new value, then commits.
+  void updateUdfAliasInAcls(String alias, const Acl::PayloadValue& value);
 
   // ---- attach and detach ----
   // Binds the ACL (by name, existing or not) to an interface in a direction.
@@ -235,6 +260,11 @@ Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType api
                         Ptr<const Acl::ParamConfig> paramConfig, Ptr<Acl::IntfConfig> intfConfig,
                         Ptr<Acl::HwConfig> hwConfig, Ptr<const Acl::Status> aclStatus,
                         Ptr<const fwk::Dir> statusDpDir, Ptr<Acl::UdfAlias> udfAliasDir);
+
+// The payload elements of `spec` (at most `count`) with those naming `alias` taking the
+// alias's new offset, and its pattern and mask unless the element has its own.
+Acl::PayloadSpec updatePayloadSpec(String alias, const Acl::PayloadValue& value, const Acl::PayloadSpec& spec,
+                                   U16 count);
 
 // Entries (rules and remarks) of a version; the pointer must not be null.
 U32 ruleCount(const Ptr<Acl::AclSubConfig>& subConfig);

@@ -2,6 +2,9 @@
 // straight into a version (the model's own cost):
 //   AddRulesAutoNumbered  N rules added with sequence 0 (duplicate check, numbering,
 //                         bookkeeping); per add it should stay flat as N grows
+//   CommitScratchpad      committing a scratchpad of N rules as a new ACL
+//   ChangeOneRule         a whole session on a committed N-rule ACL: create (the scratchpad
+//                         copy), replace one rule, commit (a new version), clean up
 #include <benchmark/benchmark.h>
 
 #include "Acl/AclApiSm.h"
@@ -62,6 +65,54 @@ BENCHMARK(BM_AddRulesAutoNumbered)
     ->Range(1000, 100000)
     ->Unit(benchmark::kMillisecond)
     ->Complexity(benchmark::oN);
+
+struct CommittedAcl {
+  explicit CommittedAcl(U32 n) {
+    auto s = session();
+    for (U32 i = 1; i <= n; ++i) s->addIpRule(i * 10, ruleNumber(i));
+    s->commit();
+  }
+  Ptr<AclApi::ApiSm> session() {
+    return AclApi::apiSmFactory("big", AclType::ip, false, AclApi::commit_, acl.config, acl.paramConfig,
+                                acl.intfConfig, acl.hwConfig, acl.status, acl.statusDpDir, acl.udfAlias);
+  }
+  fwk::StateStore store;
+  AclMounts acl = mountAcl(store);
+};
+
+void BM_CommitScratchpad(benchmark::State& state) {
+  const auto n = static_cast<U32>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    CommittedAcl world(0);
+    world.acl.config->config(AclType::ip)->aclDel("big");
+    auto s = world.session();
+    for (U32 i = 1; i <= n; ++i) s->addIpRule(i * 10, ruleNumber(i));
+    state.ResumeTiming();
+    if (s->commit() != AclApi::succeeded) state.SkipWithError("commit failed");
+    state.PauseTiming();
+    s = nullptr;
+    state.ResumeTiming();
+  }
+  perAdd(state);
+  state.SetComplexityN(n);
+}
+BENCHMARK(BM_CommitScratchpad)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
+
+void BM_ChangeOneRule(benchmark::State& state) {
+  const auto n = static_cast<U32>(state.range(0));
+  CommittedAcl world(n);
+  U32 round = 0;
+  for (auto _ : state) {
+    auto s = world.session();
+    s->removeRuleBySequence(50, 50);
+    s->addIpRule(50, ruleNumber(n + ++round));
+    if (s->commit() != AclApi::succeeded) state.SkipWithError("commit failed");
+  }
+  perAdd(state);
+  state.SetComplexityN(n);
+}
+BENCHMARK(BM_ChangeOneRule)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
 
 }  // namespace
 

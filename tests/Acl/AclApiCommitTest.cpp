@@ -1,0 +1,356 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "Acl/AclApiSm.h"
+#include "platform/trace/Clock.h"
+#include "platform/trace/Trace.h"
+#include "tests/support/FakeDataplane.h"
+#include "tests/support/SessionWorld.h"
+
+namespace {
+
+using namespace AclApi;
+using namespace Acl;
+using build::FakeDataplane;
+using build::ipRule;
+
+class CommitTest : public ::testing::Test, protected build::SessionWorld {
+ protected:
+  void SetUp() override { fwk::TraceFacility::get("AclApi").levelsUpToIs(9); }
+  void TearDown() override { fwk::TraceFacility::get("AclApi").levelsIs(0); }
+  Ptr<AclConfig> web() { return acl.config->config(AclType::ip)->acl("web"); }
+  std::vector<U32> places(const AclSubConfig& v) {
+    std::vector<U32> all;
+    for (const auto& entry : v.ruleBySequence()) all.push_back(entry.first);
+    return all;
+  }
+
+  double now = 1000;
+  fwk::ClockOverride clock{[this] { return now += 1; }};
+  fwk::TraceCapture traces;
+};
+
+// ---- from request to programmed hardware ------------------------------------------------
+
+TEST_F(CommitTest, ANewAclWaitsForEveryDataplaneAndIsThenCommitted) {
+  FakeDataplane dp1(acl, "dp1");
+  FakeDataplane dp2(acl, "dp2");
+  auto s = session("web");
+  s->addIpRule(0, ipRule(80));
+  s->addIpRule(0, ipRule(443));
+  EXPECT_EQ(s->commit(), waitingForHw);
+  EXPECT_TRUE(traces.contains("New acl web"));
+  EXPECT_TRUE(traces.contains("create new subConfig for ACL web"));
+  Ptr<AclSubConfig> current = web()->currCfg();
+  ASSERT_TRUE(current);
+  EXPECT_EQ(places(*current), (std::vector<U32>{10, 20}));
+  EXPECT_FALSE(current->committed()) << "not before the hardware has it";
+  EXPECT_FALSE(s->currentAcl()) << "commit() cleans up at once";
+  dp1.apply();
+  EXPECT_EQ(s->apiState(), waitingForHw);
+  dp2.apply();
+  EXPECT_EQ(s->apiState(), succeeded);
+  EXPECT_TRUE(current->committed());
+  EXPECT_FALSE(s->origAclConfig());
+}
+
+TEST_F(CommitTest, WithoutDataplanesACommitCompletesAndLetsGo) {
+  installAcl("web", {{10, 80}});
+  Ptr<AclSubConfig> old = web()->currCfg();
+  auto kept = session("web");
+  kept->addIpRule(20, ipRule(443));
+  EXPECT_EQ(kept->commitExt(false), succeeded);
+  EXPECT_TRUE(web()->subConfig().contains(old->id())) << "without cleanup the old version stays";
+  EXPECT_FALSE(kept->currentAcl()) << "the scratchpad went with the wait";
+  EXPECT_TRUE(web()->currCfg()->committed());
+
+  auto s = session("web");
+  s->addIpRule(30, ipRule(22));
+  EXPECT_EQ(s->commit(), succeeded);
+  EXPECT_EQ(web()->subConfig().size(), 2u) << "cleanup deletes only the version this commit replaced";
+  EXPECT_EQ(places(*web()->currCfg()), (std::vector<U32>{10, 20, 30}));
+  EXPECT_EQ(session("none", AclType::ip, remove_)->commit(), succeeded) << "no scratchpad: nothing to do";
+  EXPECT_TRUE(traces.contains("Scratchpad is empty!"));
+}
+
+TEST_F(CommitTest, AHardwareErrorIsRevertedAndTheOldVersionWaitedForAgain) {
+  installAcl("web", {{10, 80}});
+  Ptr<AclSubConfig> old = web()->currCfg();
+  FakeDataplane dp(acl, "dp1");
+  auto s = session("web");
+  s->addIpRule(20, ipRule(443));
+  EXPECT_EQ(s->commitExt(false), waitingForHw);
+  const double firstRequest = acl.hwConfig->dpAclUpdateRequestTime();
+  dp.fail("tcam exhausted");
+  EXPECT_EQ(s->apiState(), errHw);
+  EXPECT_EQ(s->errString("dp1"), "tcam exhausted");
+  EXPECT_FALSE(web()->currCfg()->committed());
+
+  dp.recover();
+  traces.clear();
+  EXPECT_EQ(s->revert(), waitingForHw);
+  EXPECT_EQ(web()->currCfg(), old);
+  EXPECT_EQ(web()->subConfig().size(), 1u) << "the failed version is gone";
+  EXPECT_GT(acl.hwConfig->dpAclUpdateRequestTime(), firstRequest);
+  EXPECT_TRUE(traces.contains("Failed while committing"));
+  EXPECT_TRUE(traces.contains("Reverting to " + std::to_string(old->id().val())));
+  EXPECT_TRUE(traces.contains("Setting the currCfg to : " + old->fullName().str()));
+  dp.apply();
+  EXPECT_EQ(s->apiState(), succeeded);
+}
+
+// ---- other sessions ------------------------------------------------------------------------
+
+TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
+  installAcl("web", {{10, 80}});
+  auto first = session("web");
+  auto second = session("web");
+  first->addIpRule(20, ipRule(1));
+  second->addIpRule(20, ipRule(2));
+  EXPECT_EQ(first->commit(), succeeded);
+  Ptr<AclSubConfig> firstVersion = web()->currCfg();
+  EXPECT_EQ(second->commit(), errSessionModify);
+  EXPECT_TRUE(traces.contains("Acl web has been modified by another session"));
+  EXPECT_EQ(web()->currCfg(), firstVersion);
+  EXPECT_EQ(firstVersion->ipRuleById(firstVersion->ruleBySequence(20)), ipRule(1));
+  EXPECT_TRUE(second->currentAcl()) << "the scratchpad is kept for the caller";
+
+  auto a = session("fresh");
+  auto b = session("fresh");
+  a->addIpRule(0, ipRule(1));
+  b->addIpRule(0, ipRule(2));
+  EXPECT_EQ(a->commit(), succeeded);
+  EXPECT_EQ(b->commit(), errSessionCreate);
+  EXPECT_EQ(acl.config->config(AclType::ip)->acl("fresh")->currCfg()->ipRuleById().begin()->second, ipRule(1));
+
+  auto late = session("web");
+  EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);
+  late->addIpRule(30, ipRule(3));
+  EXPECT_EQ(late->commit(), errSessionDelete);
+  EXPECT_FALSE(web());
+}
+
+// ---- in place or new ------------------------------------------------------------------------
+
+TEST_F(CommitTest, RenumberingACommittedVersionPatchesItInPlaceWithoutWaiting) {
+  installAcl("web", {{10, 80}, {20, 443}});
+  FakeDataplane dp(acl, "dp1");
+  Ptr<AclSubConfig> current = web()->currCfg();
+  UniqueId first = current->ruleBySequence(10);
+  auto s = session("web");
+  EXPECT_FALSE(s->shouldUpdateAcl());
+  s->resequence(100, 100);
+  s->addRemark(RemarkConfig(String("web")), 50);
+  EXPECT_FALSE(s->shouldUpdateAcl());
+  EXPECT_EQ(s->commit(), succeeded);
+  EXPECT_TRUE(traces.contains("update existing ACL web"));
+  EXPECT_EQ(web()->currCfg(), current);
+  EXPECT_EQ(current->ruleBySequence(100), first) << "rule identities stay";
+  EXPECT_EQ(current->remarkBySequence(50).text(), "web");
+  EXPECT_TRUE(s->currentAcl()) << "the in-place path keeps the scratchpad";
+}
+
+TEST_F(CommitTest, EssentialChangesMakeANewVersion) {
+  installAcl("web", {{10, 80}});
+  auto counters = session("web");
+  counters->enableCounters();
+  EXPECT_TRUE(counters->shouldUpdateAcl());
+  const UniqueId scratch = counters->currentAcl()->id();
+  EXPECT_EQ(counters->commit(), succeeded);
+  EXPECT_EQ(web()->currCfg()->id(), scratch) << "the new version takes the scratchpad's identity";
+  EXPECT_TRUE(web()->currCfg()->countersEnabled());
+
+  web()->currCfg()->committedIs(false);
+  auto uncommitted = session("web");
+  EXPECT_TRUE(uncommitted->shouldUpdateAcl()) << "a version the hardware has not confirmed is not patched";
+  EXPECT_TRUE(session("none")->shouldUpdateAcl()) << "an ACL that does not exist is new";
+}
+
+TEST_F(CommitTest, ThePreApplyGuardAppliesOnlyToBoundAcls) {
+  Ip6RuleConfig rule;
+  Ip6Filter f;
+  f.hopLimitIs(8);
+  rule.filterIs(f);
+  auto loose = session("v6", AclType::ipv6);
+  loose->addIp6Rule(10, rule);
+  EXPECT_EQ(loose->commit(), succeeded);
+  acl.intfConfig->configIs(AclType::ipv6)->intfIs(AclDirection::in)->intfIs(IntfId(String("Ethernet1")), "v6");
+  auto bound = session("v6", AclType::ipv6);
+  bound->addIp6Rule(20, rule);
+  EXPECT_EQ(bound->commit(), errAclApi);
+  EXPECT_EQ(bound->errString("IPv6"), "hop limit is not supported for IPv6 ACLs on this platform");
+}
+
+// ---- revert and remove -------------------------------------------------------------------------
+
+TEST_F(CommitTest, RevertUndoesWhatTheSessionDid) {
+  FakeDataplane dp(acl, "dp1");
+  auto creator = session("web");
+  creator->addIpRule(0, ipRule(80));
+  EXPECT_EQ(creator->commitExt(false), waitingForHw);
+  EXPECT_EQ(creator->revert(), succeeded);
+  EXPECT_FALSE(web()) << "a commit that created the ACL is undone by deleting it";
+  EXPECT_TRUE(traces.contains("origAclSubConfig does not exist. Deleting the acl"));
+
+  installAcl("web", {{10, 80}});
+  auto s = session("web");
+  s->addIpRule(20, ipRule(1));
+  s->commitExt(false);
+  web()->subConfigDel(s->origAclSubConfig()->id());  // someone removes the old version meanwhile
+  EXPECT_EQ(s->revert(), succeeded);
+  EXPECT_TRUE(traces.contains("Cannot revert as the original subConfig has been deleted"));
+  EXPECT_TRUE(web()->subConfig().empty());
+
+  auto done = session("other");
+  done->addIpRule(10, ipRule(1));
+  done->apiStateIs(succeeded);
+  done->commit();  // waits, and commit() has already let the scratchpad go
+  EXPECT_EQ(done->revert(), waitingForHw) << "nothing to revert: the state stays";
+  EXPECT_TRUE(traces.contains("Scratchpad empty. Nothing to revert"));
+  EXPECT_EQ(session("x", AclType::ip, remove_)->revert(), ready);
+}
+
+TEST_F(CommitTest, RevertOfAttachAndDetachRestoresTheBinding) {
+  auto bindings = acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in);
+  bindings->intfIs(IntfId(String("Ethernet1")), "old");
+  auto replacing = session("web", AclType::ip, attach_);
+  replacing->attach("Ethernet1", AclDirection::in);
+  EXPECT_EQ(replacing->revert(), succeeded);
+  EXPECT_EQ(bindings->intf(IntfId(String("Ethernet1"))), "old");
+  auto fresh = session("web", AclType::ip, attach_);
+  fresh->attach("Ethernet2", AclDirection::in);
+  fresh->revert();
+  EXPECT_FALSE(bindings->intf().contains(IntfId(String("Ethernet2"))));
+  auto detaching = session("old", AclType::ip, detach_);
+  detaching->detach("Ethernet1", AclDirection::in);
+  EXPECT_TRUE(bindings->intf().empty());
+  detaching->revert();
+  EXPECT_EQ(bindings->intf(IntfId(String("Ethernet1"))), "old");
+  EXPECT_TRUE(traces.contains("Failed while detach"));
+}
+
+TEST_F(CommitTest, RemoveRefusesWhatItMustNotDelete) {
+  auto s = session("web", AclType::ip, remove_);
+  EXPECT_EQ(s->remove(), errAclDoesNotExist);
+  installAcl("web", {{10, 80}});
+  acl.config->config(AclType::ip)->aclIs("std", AclType::ip, true, false);
+  EXPECT_EQ(session("std", AclType::ip, remove_)->remove(), errStandardAcl);
+  installAcl("ro", {}, {}, true);
+  EXPECT_EQ(session("ro", AclType::ip, remove_)->remove(), errReadOnly);
+  EXPECT_TRUE(traces.contains("<, errReadOnly"));
+  Ptr<UdfAliasPayload> alias = acl.udfAlias->ipAliasIs("key");
+  alias->aceListForAclIs("web")->seqIs(10, true);
+  EXPECT_EQ(s->remove(), succeeded);
+  EXPECT_FALSE(web());
+  EXPECT_FALSE(alias->aceListForAcl("web")) << "the alias no longer points at the ACL";
+  EXPECT_TRUE(acl.config->config(AclType::ip)->acl("std"));
+}
+
+TEST(CommitDeathTest, RemoveAndCommitBelongToTheirSessionTypes) {
+  build::SessionWorld world;
+  auto commitSession = world.session("web");
+  EXPECT_DEATH(commitSession->remove(), "Assertion failed: apiType\\(\\) == remove_ \\(");
+}
+
+// ---- UDF aliases --------------------------------------------------------------------------------
+
+IpRuleConfig payloadRule(const char* elements) {
+  IpRuleConfig rule = ipRule(80);
+  IpFilter f = rule.filter();
+  f.payloadIs(PayloadSpec(String(elements)));
+  rule.filterIs(f);
+  return rule;
+}
+
+TEST_F(CommitTest, AliasListsFollowCommitsAndAliasChangesRewriteRules) {
+  Ptr<UdfAliasPayload> key = acl.udfAlias->ipAliasIs("key");
+  acl.status->ipPayloadCapacityIs(3);
+  auto s = session("web");
+  s->addIpRule(10, payloadRule("0,0x1,0xff,key,"));
+  s->addIpRule(20, ipRule(443));
+  s->addIpRule(30, payloadRule("4,0x7,0xff,key,p 8,0x1,0x1,,"));
+  EXPECT_EQ(s->commitExt(false), succeeded);
+  auto users = [&] {
+    std::vector<U32> all;
+    if (auto list = key->aceListForAcl("web")) {
+      for (const auto& entry : list->seq()) all.push_back(entry.first);
+    }
+    return all;
+  };
+  EXPECT_EQ(users(), (std::vector<U32>{10, 30}));
+
+  auto editor = session("web");
+  PayloadValue value;
+  value.offsetIs(2);
+  value.patternIs(0xAB);
+  value.maskIs(0xF0);
+  editor->updateUdfAliasInAcls("key", value);
+  EXPECT_EQ(editor->apiState(), succeeded);
+  Ptr<AclSubConfig> current = web()->currCfg();
+  auto payloadAt = [&](U32 seq) { return current->ipRuleById(current->ruleBySequence(seq)).filter().payload(); };
+  EXPECT_EQ(payloadAt(10).offsetPattern(), "2,0xab,0xf0,key,");
+  EXPECT_EQ(payloadAt(30).offsetPattern(), "2,0x7,0xf0,key,p 8,0x1,0x1,,") << "its own pattern stays";
+  EXPECT_EQ(users(), (std::vector<U32>{10, 30}));
+}
+
+TEST(UdfTest, UpdatePayloadSpecTouchesOnlyTheAliasesElements) {
+  PayloadValue value;
+  value.offsetIs(9);
+  value.patternIs(5);
+  value.maskIs(6);
+  PayloadSpec spec(String("1,0x1,0x1,other, 2,0x2,0x2,key,m"));
+  EXPECT_EQ(updatePayloadSpec("none", value, spec, 4).offsetPattern(), "1,0x1,0x1,other, 2,0x2,0x2,key,m");
+  EXPECT_EQ(updatePayloadSpec("key", value, spec, 4).offsetPattern(), "1,0x1,0x1,other, 9,0x5,0x2,key,m");
+  EXPECT_EQ(updatePayloadSpec("key", value, spec, 1).count(), 1) << "never more elements than asked for";
+}
+
+// ---- faults part-way through a commit --------------------------------------------------------
+
+// Throws from inside the framework's notification of the nth change it sees.
+struct Saboteur : AclSubConfig::Reactor {
+  int countdown;
+  explicit Saboteur(int n) : countdown(n) {}
+  void ruleBySequenceChanged(const U32&) override {
+    if (--countdown == 0) throw std::runtime_error("injected");
+  }
+};
+
+TEST_F(CommitTest, AnExceptionPartWayLeavesACompleteCurrentVersion) {
+  installAcl("web", {{10, 80}, {20, 443}});
+  Ptr<AclSubConfig> old = web()->currCfg();
+  // Sabotage the new version while the commit fills it.
+  struct Planter : AclConfig::Reactor {
+    using AclConfig::Reactor::Reactor;
+    std::unique_ptr<Saboteur> saboteur;
+    void subConfigChanged(const UniqueId& id) override {
+      if (auto v = notifier()->subConfig().find(id); v && !saboteur) {
+        saboteur = std::make_unique<Saboteur>(2);
+        saboteur->notifierIs(v->get());
+      }
+    }
+  } planter(web().get());
+  auto s = session("web");
+  s->addIpRule(30, ipRule(22));
+  EXPECT_THROW(s->commitExt(false), std::runtime_error);
+  EXPECT_EQ(web()->currCfg(), old) << "the half-filled version never became current";
+  EXPECT_EQ(old->ruleBySequence().size(), 2u);
+  EXPECT_EQ(web()->subConfig().size(), 2u) << "the partial version is left beside it";
+  planter.saboteur.reset();
+  planter.notifierIs(nullptr);
+  EXPECT_EQ(s->revert(), succeeded) << "revert removes it";
+  EXPECT_EQ(web()->subConfig().size(), 1u);
+
+  // A failure after the switch leaves the new, complete version current.
+  struct AfterSwitch : AclConfig::Reactor {
+    using AclConfig::Reactor::Reactor;
+    void currCfgChanged() override { throw std::runtime_error("injected"); }
+  } after(web().get());
+  auto t = session("web");
+  t->addIpRule(40, ipRule(8080));
+  EXPECT_THROW(t->commitExt(false), std::runtime_error);
+  EXPECT_NE(web()->currCfg(), old);
+  EXPECT_EQ(web()->currCfg()->ruleBySequence().size(), 3u);
+}
+
+}  // namespace
