@@ -649,7 +649,8 @@ ApiState ApiSm::waitForHw() {
   const double now = fwk::now();
   ACL_API_TRACE(2, "commit time: " << now);
   if (hwConfig()) hwConfig()->dpAclUpdateRequestTimeIs(now);
-  return waitingForHw;
+  // A dataplane on this thread may answer inside the stamp; its answer stands.
+  return apiState();
 }
 
 void ApiSm::handleDpAclUpdateTime(const String& dataplane) {

@@ -1,104 +1,115 @@
-// A walk through the platform layer on the embedded state store: entities declared once,
-// watched by a reactor, edited in a candidate copy and copied back, with traces.
+// The library end to end on the embedded state store: an ACL is edited in a session,
+// committed, programmed by a (simulated) dataplane, renumbered in place, bound to an
+// interface, and changed again through a configuration session. Traces show each step.
 //
-//   aclkit-demo [--trace Facility/levels,...]      (default: Demo/0-9)
-#include <cstdint>
+//   aclkit-demo [--trace Facility/levels,...]     (default: Demo,AclApi/2,AclCopy/0-2)
 #include <cstring>
 #include <iostream>
 
-#include "platform/fwk/Attributes.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/session/EntityCopy.h"
+#include "Acl/AclApiSm.h"
+#include "Acl/AclConfigSession.h"
+#include "model/Mounts.h"
 #include "platform/store/StateStore.h"
 #include "platform/trace/Trace.h"
 
 namespace demo {
 
+using namespace Acl;
+using AclApi::ApiSm;
 using fwk::Ptr;
-using fwk::String;
 
 fwk::TraceFacility& trace() { return fwk::TraceFacility::get("Demo"); }
 
-#define DEMO_PORT_ATTRS(A)                       \
-  A(scalar, description, fwk::String, {})        \
-  A(scalar, enabled, bool, true)                 \
-  A(orderedMap, allowedVlan, std::uint32_t, bool)
+IpRuleConfig tcpTo(const char* host, U16 port, RuleAction action = RuleAction::permit) {
+  IpRuleConfig rule;
+  IpFilter f;
+  f.protocolIs(6);
+  f.protocolMaskIs(0xFF);
+  f.dstIs(Ip4Addr::fwkParse(host));
+  f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
+  f.dstPortIs(RangeMatch(ValueOp::eq, port));
+  rule.filterIs(f);
+  rule.actionIs(action);
+  return rule;
+}
 
-class Port : public fwk::Entity {
-  FWK_ENTITY(Port, fwk::Entity, DEMO_PORT_ATTRS)
-
- public:
-  explicit Port(const String& name) : Entity(name) {}
-};
-
-#define DEMO_SWITCH_ATTRS(A) A(scalar, hostname, fwk::String, {}) A(children, port, fwk::String, Port)
-
-class SwitchConfig : public fwk::Entity {
-  FWK_ENTITY(SwitchConfig, fwk::Entity, DEMO_SWITCH_ATTRS)
-
- public:
-  explicit SwitchConfig(const String& name = String()) : Entity(name) {}
-};
-
-FWK_ENTITY_DEFINE(Port, DEMO_PORT_ATTRS)
-FWK_ENTITY_DEFINE(SwitchConfig, DEMO_SWITCH_ATTRS)
-
-// Reports every change made to the running configuration's ports.
-class PortWatcher : public Port::Reactor {
- public:
-  using Port::Reactor::Reactor;
-  void descriptionChanged() override {
-    FWK_TRACE(trace(), 1, notifier() << " description -> '" << notifier()->description() << "'");
+void show(const AclConfig& acl) {
+  std::cout << "ip access-list " << acl.name() << '\n';
+  const Ptr<AclSubConfig>& v = acl.currCfg();
+  if (!v) return;
+  auto rule = v->ruleBySequence().begin();
+  auto remark = v->remarkBySequence().begin();
+  while (rule != v->ruleBySequence().end() || remark != v->remarkBySequence().end()) {
+    if (remark == v->remarkBySequence().end() || (rule != v->ruleBySequence().end() && rule->first < remark->first)) {
+      std::cout << "  " << rule->first << ' ' << v->ipRuleById(rule->second) << '\n';
+      ++rule;
+    } else {
+      std::cout << "  " << remark->first << ' ' << remark->second << '\n';
+      ++remark;
+    }
   }
-  void enabledChanged() override { FWK_TRACE(trace(), 1, notifier() << " enabled -> " << notifier()->enabled()); }
-  void allowedVlanChanged(const std::uint32_t& vlan) override {
-    FWK_TRACE(trace(), 1, notifier() << " vlan " << vlan << (notifier()->allowedVlan().contains(vlan) ? " added" : " removed"));
+  std::cout << "  (version " << v->id() << (v->committed() ? ", programmed" : ", not yet programmed") << ")\n";
+}
+
+// A dataplane agent that programs every request as soon as it is made.
+class Dataplane : public HwConfig::Reactor {
+ public:
+  Dataplane(const AclMounts& acl, const char* name) : status_(acl.statusDpDir->entityIs<StatusDp>(name)) {
+    status_->waitForHwStatusIs(true);
+    notifierIs(acl.hwConfig.get());
   }
+  void dpAclUpdateRequestTimeChanged() override {
+    FWK_TRACE(trace(), 0, status_->name() << " programs the request of " << notifier()->dpAclUpdateRequestTime());
+    status_->dpAclUpdateTimeIs(notifier()->dpAclUpdateRequestTime());
+  }
+
+ private:
+  Ptr<StatusDp> status_;
 };
 
 int run() {
-  fwk::StateStore& store = fwk::StateStore::instance();
-  Ptr<SwitchConfig> running = store.mount<SwitchConfig>("demo/running");
-  running->hostnameIs("leaf1");
-  for (const char* name : {"Ethernet1", "Ethernet2"}) {
-    Ptr<Port> port = running->portIs(name);
-    port->allowedVlanIs(10, true);
-  }
-  FWK_TRACE(trace(), 0, "running configuration built at " << running);
+  AclMounts acl = mountAcl(fwk::StateStore::instance());
+  acl.paramConfig->allSupportedIs(true);
+  Dataplane linecard(acl, "Linecard1");
+  auto session = [&](AclApi::ApiType type) {
+    return AclApi::apiSmFactory("web", AclType::ip, false, type, acl.config, acl.paramConfig, acl.intfConfig,
+                                acl.hwConfig, acl.status, acl.statusDpDir, acl.udfAlias);
+  };
 
-  PortWatcher watchEth1(running->port("Ethernet1").get());
-  PortWatcher watchEth2(running->port("Ethernet2").get());
+  FWK_TRACE(trace(), 0, "1. a new ACL, rules numbered automatically");
+  Ptr<ApiSm> edit = session(AclApi::commit_);
+  edit->addRemark(RemarkConfig(String("web servers")), 0);
+  edit->addIpRule(0, tcpTo("10.0.0.1", 80));
+  edit->addIpRule(0, tcpTo("10.0.0.1", 443));
+  edit->addIpRule(0, tcpTo("10.0.0.1", 22, RuleAction::deny));
+  std::cout << "commit: " << edit->commit() << '\n';
+  Ptr<AclConfig> web = acl.config->config(AclType::ip)->acl("web");
+  show(*web);
 
-  // A candidate copy: edits there are invisible to the running configuration's watchers.
-  Ptr<SwitchConfig> candidate = store.mount<SwitchConfig>("demo/candidate");
-  Ptr<Cli::Session::EntityCopy> copy = Cli::Session::entityCopyFactory();
-  bool changed = copy->copyTree(candidate, running);
-  FWK_TRACE(trace(), 0, "running -> candidate, changed: " << changed);
+  FWK_TRACE(trace(), 0, "2. renumbering only: the programmed version is patched in place");
+  Ptr<ApiSm> renumber = session(AclApi::commit_);
+  renumber->resequence(100, 100);
+  std::cout << "commit: " << renumber->commit() << '\n';
+  show(*web);
 
-  candidate->port("Ethernet1")->descriptionIs("uplink");
-  candidate->port("Ethernet1")->allowedVlanIs(20, true);
-  candidate->port("Ethernet2")->enabledIs(false);
-  candidate->port("Ethernet2")->enabledIs(false);  // no change, nobody hears it
-  FWK_TRACE(trace(), 0, "candidate edited; committing");
+  FWK_TRACE(trace(), 0, "3. bound to an interface");
+  std::cout << "attach: " << session(AclApi::attach_)->attach("Ethernet1", AclDirection::in) << '\n';
 
-  changed = copy->copyTree(running, candidate);
-  FWK_TRACE(trace(), 0, "candidate -> running, changed: " << changed);
-  changed = copy->copyTree(running, candidate);
-  FWK_TRACE(trace(), 0, "again, changed: " << changed << " (only differences are ever written)");
-
-  // Reflection: what a command front end or a script sees.
-  for (const fwk::AttrInfo* attr : Port::staticType().attrs()) {
-    std::cout << "Port." << attr->name() << " : " << attr->kind() << " of " << attr->valueTypeName() << '\n';
-  }
-  std::cout << "Ethernet1.description = " << fwk::getAttribute(*running->port("Ethernet1"), "description").strep()
-            << '\n';
+  FWK_TRACE(trace(), 0, "4. a configuration session: edit a candidate, commit only what differs");
+  AclConfigSession config(acl);
+  Ptr<AclSubConfig> candidate = config.newVersion(AclType::ip, "web");
+  UniqueId id;
+  candidate->ruleBySequenceIs(150, id);
+  candidate->ipRuleByIdIs(id, tcpTo("10.0.0.2", 8080));
+  std::cout << "configuration session changed running: " << std::boolalpha << config.commit() << '\n';
+  show(*web);
   return 0;
 }
 
 }  // namespace demo
 
 int main(int argc, char** argv) {
-  const char* traces = "Demo/0-9";
+  const char* traces = "Demo,AclApi/2,AclCopy/0-2";
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--trace") == 0 && i + 1 < argc) {
       traces = argv[++i];

@@ -139,7 +139,9 @@ struct TraceLine::Buffer {
 };
 
 TraceLine::TraceLine(const TraceFacility& facility, int level, const char* file, int line, const char* function)
-    : facility_(facility), level_(level), file_(file), line_(line), function_(function), buffer_(new Buffer) {}
+    : facility_(facility), level_(level), file_(file), line_(line), function_(function), buffer_(new Buffer) {
+  buffer_->os.precision(15);  // times in seconds since the epoch keep their fractions
+}
 
 TraceLine::~TraceLine() {
   std::string message = buffer_->os.str();

@@ -401,6 +401,23 @@ TEST_F(HwTest, AttachBindsReplacesAndWaitsForTheHardware) {
   EXPECT_EQ(other->attachedAcl("Ethernet1", AclDirection::out), "");
 }
 
+TEST_F(HwTest, ADataplaneAnsweringInsideTheRequestCompletesTheWait) {
+  // An in-process dataplane that programs the request as soon as it is stamped.
+  struct Eager : HwConfig::Reactor {
+    Eager(const AclMounts& acl) : dp(acl, "eager") { notifierIs(acl.hwConfig.get()); }
+    void dpAclUpdateRequestTimeChanged() override { dp.apply(); }
+    FakeDataplane dp;
+  } eager(acl);
+  auto s = session("web", AclType::ip, attach_);
+  EXPECT_EQ(s->attach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_EQ(s->apiState(), succeeded);
+  auto c = session("web");
+  c->addIpRule(10, build::ipRule(80));
+  EXPECT_EQ(c->commitExt(false), succeeded);
+  EXPECT_FALSE(c->currentAcl()) << "completed like a commit with nothing to wait for";
+  EXPECT_TRUE(acl.config->config(AclType::ip)->acl("web")->currCfg()->committed());
+}
+
 TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
   Ip6RuleConfig rule;
   Ip6Filter f;
