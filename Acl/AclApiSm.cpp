@@ -23,6 +23,15 @@ fwk::TraceFacility& traceApi() {
 
 constexpr U32 sequenceStep = 10;  // automatic numbering always steps by 10
 
+const char* removeByContentName(AclType family) {
+  switch (family) {
+    case AclType::ip: return "removeIpRuleByConfig";
+    case AclType::ipv6: return "removeIp6RuleByConfig";
+    case AclType::mac: return "removeMacRuleByConfig";
+  }
+  return "removeRuleByConfig";
+}
+
 // The highest place of a rule or a remark, 0 when there is none.
 U32 highestSequence(const AclSubConfig& sp) {
   U32 last = sp.ruleBySequence().empty() ? 0 : sp.ruleBySequence().last()->first;
@@ -235,28 +244,28 @@ void ApiSm::cleanupOldConfig() {
 
 // ---- lookups ---------------------------------------------------------------------------
 
-IpRuleConfig ApiSm::getIpRule(U32 sequence) const {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return IpRuleConfig();
+namespace {
+// The rule of one family at a place of the scratchpad, or the family's default rule.
+template <class Map>
+typename Map::mapped_type ruleAt(const Ptr<AclSubConfig>& sp, const Map& (AclSubConfig::*byId)() const, U32 sequence) {
+  using Rule = typename Map::mapped_type;
+  if (!sp) return Rule();
   const UniqueId* id = sp->ruleBySequence().find(sequence);
-  const IpRuleConfig* rule = id ? sp->ipRuleById().find(*id) : nullptr;
-  return rule ? *rule : IpRuleConfig();
+  const Rule* rule = id ? ((*sp).*byId)().find(*id) : nullptr;
+  return rule ? *rule : Rule();
+}
+}  // namespace
+
+IpRuleConfig ApiSm::getIpRule(U32 sequence) const {
+  return ruleAt(spAclSubConfig(), &AclSubConfig::ipRuleById, sequence);
 }
 
 Ip6RuleConfig ApiSm::getIp6Rule(U32 sequence) const {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return Ip6RuleConfig();
-  const UniqueId* id = sp->ruleBySequence().find(sequence);
-  const Ip6RuleConfig* rule = id ? sp->ip6RuleById().find(*id) : nullptr;
-  return rule ? *rule : Ip6RuleConfig();
+  return ruleAt(spAclSubConfig(), &AclSubConfig::ip6RuleById, sequence);
 }
 
 MacRuleConfig ApiSm::getMacRule(U32 sequence) const {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return MacRuleConfig();
-  const UniqueId* id = sp->ruleBySequence().find(sequence);
-  const MacRuleConfig* rule = id ? sp->macRuleById().find(*id) : nullptr;
-  return rule ? *rule : MacRuleConfig();
+  return ruleAt(spAclSubConfig(), &AclSubConfig::macRuleById, sequence);
 }
 
 U32 ruleCount(const Ptr<AclSubConfig>& subConfig) {
@@ -441,61 +450,41 @@ ApiState ApiSm::removeRuleBySequence(U32 start, U32 end) {
   return finish(succeeded);
 }
 
-namespace {
-// The lowest place whose rule equals `rule` in `byId`, if any.
-template <class Map, class Rule>
-const std::pair<const U32, UniqueId>* firstEqual(const AclSubConfig& sp, const Map& byId, const Rule& rule) {
-  for (const auto& entry : sp.ruleBySequence()) {
-    if (byId.valueOr(entry.second) == rule) return &entry;
-  }
-  return nullptr;
-}
-}  // namespace
-
 ApiState ApiSm::removeIpRuleByConfig(const IpRuleConfig& rule) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return finish(failed);
-  if (Ptr<AclConfig> acl = liveAcl(AclType::ip); acl && acl->readonly()) {
-    ACL_API_TRACE(9, "<, readonly");
-    return finish(errReadOnly);
-  }
-  if (const auto* found = firstEqual(*sp, sp->ipRuleById(), rule)) {
-    const auto [sequence, id] = *found;
-    updateIpRuleMap(rule, -1);
-    sp->ruleBySequenceDel(sequence);
-    sp->ipRuleByIdDel(id);
-  }
-  return finish(succeeded);
+  return removeByContent(AclType::ip, rule, &AclSubConfig::ipRuleById, &AclSubConfig::ipRuleByIdDel,
+                         &ApiSm::updateIpRuleMap);
 }
 
 ApiState ApiSm::removeIp6RuleByConfig(const Ip6RuleConfig& rule) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return finish(failed);
-  if (Ptr<AclConfig> acl = liveAcl(AclType::ipv6); acl && acl->readonly()) {
-    ACL_API_TRACE(9, "<, readonly");
-    return finish(errReadOnly);
-  }
-  if (const auto* found = firstEqual(*sp, sp->ip6RuleById(), rule)) {
-    const auto [sequence, id] = *found;
-    updateIp6RuleMap(rule, -1);
-    sp->ruleBySequenceDel(sequence);
-    sp->ip6RuleByIdDel(id);
-  }
-  return finish(succeeded);
+  return removeByContent(AclType::ipv6, rule, &AclSubConfig::ip6RuleById, &AclSubConfig::ip6RuleByIdDel,
+                         &ApiSm::updateIp6RuleMap);
 }
 
 ApiState ApiSm::removeMacRuleByConfig(const MacRuleConfig& rule) {
+  return removeByContent(AclType::mac, rule, &AclSubConfig::macRuleById, &AclSubConfig::macRuleByIdDel,
+                         &ApiSm::updateMacRuleMap);
+}
+
+// The read-only test looks at the ACL of the rule's own family, whatever the session's.
+template <class Rule, class Map>
+ApiState ApiSm::removeByContent(AclType family, const Rule& rule, const Map& (AclSubConfig::*byId)() const,
+                                void (AclSubConfig::*del)(const UniqueId&),
+                                void (ApiSm::*update)(const Rule&, std::int32_t)) {
   const Ptr<AclSubConfig>& sp = spAclSubConfig();
   if (!sp) return finish(failed);
-  if (Ptr<AclConfig> acl = liveAcl(AclType::mac); acl && acl->readonly()) {
-    ACL_API_TRACE(9, "<, readonly");
+  if (Ptr<AclConfig> acl = liveAcl(family); acl && acl->readonly()) {
+    FWK_TRACE_AS(traceApi(), 9, removeByContentName(family), "<, readonly");
     return finish(errReadOnly);
   }
-  if (const auto* found = firstEqual(*sp, sp->macRuleById(), rule)) {
-    const auto [sequence, id] = *found;
-    updateMacRuleMap(rule, -1);
-    sp->ruleBySequenceDel(sequence);
-    sp->macRuleByIdDel(id);
+  const Map& records = ((*sp).*byId)();
+  for (const auto& [sequence, id] : sp->ruleBySequence()) {
+    if (!(records.valueOr(id) == rule)) continue;
+    const U32 place = sequence;
+    const UniqueId removed = id;
+    (this->*update)(rule, -1);
+    sp->ruleBySequenceDel(place);
+    ((*sp).*del)(removed);
+    break;  // only the lowest equal rule goes
   }
   return finish(succeeded);
 }

@@ -247,6 +247,10 @@ class ApiSm : public fwk::Entity {
     return state;
   }
   ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
+  template <class Rule, class Map>
+  ApiState removeByContent(AclType family, const Rule& rule, const Map& (Acl::AclSubConfig::*byId)() const,
+                           void (Acl::AclSubConfig::*del)(const Acl::UniqueId&),
+                           void (ApiSm::*update)(const Rule&, std::int32_t));
 
   ScratchpadReactor scratchpadReactor_{*this};
 };

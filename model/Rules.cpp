@@ -74,18 +74,6 @@ std::vector<std::string_view> elements(std::string_view text) {
 
 }  // namespace
 
-bool RangeMatch::contains(U16 value) const noexcept {
-  switch (op_) {
-    case ValueOp::any: return true;
-    case ValueOp::eq: return value == low_;
-    case ValueOp::neq: return value != low_;
-    case ValueOp::lt: return value < low_;
-    case ValueOp::gt: return value > low_;
-    case ValueOp::range: return value >= low_ && value <= high_;
-  }
-  return false;
-}
-
 RangeMatch RangeMatch::fwkParse(std::string_view text) {
   std::vector<std::string_view> words;
   for (std::string_view w : split(text, ' ')) {

@@ -33,7 +33,6 @@ class RangeMatch : public fwk::RecordBase {
     highIs(high);
   }
   [[nodiscard]] bool used() const noexcept { return op_ != ValueOp::any; }
-  [[nodiscard]] bool contains(U16 value) const noexcept;
   // "any", "eq 80", "range 1024 2047" (the stream output's form).
   static RangeMatch fwkParse(std::string_view text);
 };

@@ -119,31 +119,6 @@ TEST(AclConfigTest, AclsKeepTheirConstructionArgumentsAndVersions) {
   EXPECT_EQ(macs->acl("m1"), nullptr);
 }
 
-#define RULE_COUNT_ATTRS(A) A(hashMap, ipCount, Acl::IpRuleConfig, Acl::U32) A(hashMap, macCount, Acl::MacRuleConfig, Acl::U32)
-
-// Rule records key hash maps by content, as the edit session's counting maps do.
-class RuleCounts : public fwk::Entity {
-  FWK_ENTITY(RuleCounts, fwk::Entity, RULE_COUNT_ATTRS)
-};
-FWK_ENTITY_DEFINE(RuleCounts, RULE_COUNT_ATTRS)
-
-TEST(AclConfigTest, RuleRecordsKeyHashMapsByContent) {
-  Ptr<RuleCounts> counts(new RuleCounts());
-  counts->ipCountIs(ipRule(6, 80), 1);
-  counts->ipCountIs(ipRule(6, 80), 2);
-  counts->ipCountIs(ipRule(17, 80), 5);
-  EXPECT_EQ(counts->ipCount().size(), 2u);
-  EXPECT_EQ(counts->ipCount(ipRule(6, 80)), 2u);
-  EXPECT_EQ(counts->ipCount(ipRule(6, 81)), 0u);
-  MacRuleConfig withLabels;
-  MacFilter f;
-  f.mplsIs(MplsFilter::fwkParse("16 17"));
-  withLabels.filterIs(f);
-  counts->macCountIs(withLabels, 1);
-  MacRuleConfig same = withLabels;
-  EXPECT_EQ(counts->macCount(same), 1u);
-}
-
 TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {
   fwk::StateStore store;
   AclMounts mounts = mountAcl(store);

@@ -25,12 +25,6 @@ class Match : public fwk::RecordBase {
   FWK_RECORD(Match, fwk::RecordBase, SAMPLE_MATCH_FIELDS)
 };
 
-#define SAMPLE_TAGGED_MATCH_FIELDS(F) F(ranged, label, U32, 0, 0, 0xFFFFF) F(field, inner, Match, {})
-
-class TaggedMatch : public Match {
-  FWK_RECORD(TaggedMatch, Match, SAMPLE_TAGGED_MATCH_FIELDS)
-};
-
 #define SAMPLE_LEAF_ATTRS(A) A(scalar, count, U32, 0)
 
 class Leaf : public fwk::Entity {

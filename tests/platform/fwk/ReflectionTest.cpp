@@ -127,16 +127,4 @@ TEST(ReflectionTest, OperationsAreReachableByNameWithTypedArguments) {
   EXPECT_EQ(fwk::invoke(*big, "leafCountAbove", {U32{0}}).as<U32>(), 0u);
 }
 
-TEST(ReflectionTest, TypesAreRegisteredByNameAndCreatedByTheirFactories) {
-  const fwk::TypeInfo* type = fwk::findType("Node");
-  ASSERT_EQ(type, &Node::staticType());
-  Ptr<fwk::Entity> made = type->create({String("made")});
-  EXPECT_EQ(made->name(), "made");
-  EXPECT_TRUE(fwk::dynCast<Node>(made));
-  EXPECT_TRUE(type->create({}));
-  EXPECT_THROW((void)type->create({U32{1}}), fwk::NameError);
-  EXPECT_EQ(fwk::findType("NoSuchType"), nullptr);
-  EXPECT_TRUE(fwk::findType("Dir"));
-}
-
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 #include <unordered_set>
 
 #include "platform/fwk/Hash.h"
@@ -50,16 +49,6 @@ TEST(StringTest, CopiesShareAndOutliveTheOriginal) {
   String moved = std::move(copy);
   EXPECT_TRUE(copy.empty());
   EXPECT_EQ(moved.size(), 38u);
-}
-
-TEST(StringTest, EmbeddedNulAndStreamOutput) {
-  String withNul(std::string_view("a\0b", 3));
-  EXPECT_EQ(withNul.size(), 3u);
-  EXPECT_NE(withNul, String("a"));
-  std::ostringstream os;
-  os << String("x") << "|" << String();
-  EXPECT_EQ(os.str(), "x|");
-  EXPECT_EQ(String("ab") + "cd", "abcd");
 }
 
 }  // namespace

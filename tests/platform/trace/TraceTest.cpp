@@ -72,7 +72,6 @@ TEST(TraceTest, FacilitiesAreSharedByNameAndEnabledFromOptions) {
   EXPECT_FALSE(fwk::TraceFacility::get("OptC").enabled(8));
   EXPECT_THROW(fwk::enableTraces("OptD/10"), fwk::Error);
   EXPECT_THROW(fwk::enableTraces("OptD/x"), fwk::Error);
-  EXPECT_THROW(fwk::TraceFacility::get("OptD").levelIs(10, true), fwk::RangeError);
 }
 
 TEST(TraceTest, CaptureRestoresThePreviousSink) {
