@@ -54,7 +54,14 @@ StatusDpEntry::StatusDpEntry(const Ptr<const StatusDp>& statusDp, ApiSm* owner) 
   notifierIs(statusDp.get());
 }
 
-void StatusDpEntry::dpAclUpdateTimeChanged() { owner_->handleDpAclUpdateTime(statusDp_->name()); }
+void StatusDpEntry::dpAclUpdateTimeChanged() {
+  if (owner_) owner_->handleDpAclUpdateTime(statusDp_->name());
+}
+
+void StatusDpEntry::ownerDel() noexcept {
+  owner_ = nullptr;
+  notifierIs(nullptr);
+}
 
 ApiSm::ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Input::Config>& config,
              const Ptr<const ParamConfig>& paramConfig, const Ptr<IntfConfig>& intfConfig,
@@ -603,16 +610,22 @@ void ApiSm::statusDpEntryIs(const Ptr<const StatusDp>& statusDp) {
       entry && (*entry)->statusDp() == statusDp) {
     return;
   }
+  statusDpEntryDel(statusDp->name());
   statusDpEntryStore(statusDp->name(), Ptr<StatusDpEntry>(new StatusDpEntry(statusDp, this)));
 }
 
 void ApiSm::statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry) {
   if (!entry) throw fwk::NullArgumentError("statusDpEntryIs: null entry");
   FWK_ASSERT_TEXT(name == entry->statusDp()->name(), "fwkKey() == KeyFunktor()( _value )");
+  if (const Ptr<StatusDpEntry>* old = statusDpEntry().find(name); old && *old != entry) (*old)->ownerDel();
   statusDpEntryStore(name, entry);
 }
 
-void ApiSm::statusDpEntryDel(const String& name) { statusDpEntryErase(name); }
+void ApiSm::statusDpEntryDel(const String& name) {
+  // Whoever else holds the entry must not reach this session through it.
+  if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(name)) (*entry)->ownerDel();
+  statusDpEntryErase(name);
+}
 
 void ApiSm::statusDpEntryDelAll() {
   while (!statusDpEntry().empty()) statusDpEntryDel(statusDpEntry().begin()->first);

@@ -49,10 +49,12 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
   StatusDpEntry(const Ptr<const Acl::StatusDp>& statusDp, ApiSm* owner);
   [[nodiscard]] const Ptr<const Acl::StatusDp>& statusDp() const noexcept { return statusDp_; }
   void dpAclUpdateTimeChanged() override;
+  // The session lets go of the entry: it stops watching and calls nobody.
+  void ownerDel() noexcept;
 
  private:
   Ptr<const Acl::StatusDp> statusDp_;
-  ApiSm* owner_;  // the session owns its entries, so it outlives them
+  ApiSm* owner_;  // cleared by the session before it drops the entry
 };
 
 #define ACL_API_SM_ATTRS(A)                                                                   \

@@ -17,6 +17,7 @@
 #include <iterator>
 #include <map>
 #include <new>
+#include <optional>
 #include <vector>
 #include <utility>
 
@@ -63,7 +64,7 @@ class OrderedMap {
     pointer operator->() const { return &**this; }
     const_iterator& operator++() {
       if (map_->version_ != version_) {
-        it_ = map_->storage_.upper_bound(key_);
+        it_ = key_ ? map_->storage_.upper_bound(*key_) : map_->storage_.end();
         version_ = map_->version_;
       } else {
         ++it_;
@@ -89,21 +90,23 @@ class OrderedMap {
       remember();
     }
     void remember() {
-      atEnd_ = it_ == map_->storage_.end();
-      if (!atEnd_) key_ = it_->first;
+      if (it_ == map_->storage_.end()) {
+        key_.reset();
+      } else {
+        key_ = it_->first;
+      }
     }
     // After a change to the map, find the entry at or after the key we stood on.
     void sync() const {
       if (!map_ || map_->version_ == version_) return;
-      it_ = atEnd_ ? map_->storage_.end() : map_->storage_.lower_bound(key_);
+      it_ = key_ ? map_->storage_.lower_bound(*key_) : map_->storage_.end();
       version_ = map_->version_;
     }
 
     const OrderedMap* map_ = nullptr;
     mutable typename Storage::const_iterator it_{};
     mutable std::uint64_t version_ = 0;
-    K key_{};
-    bool atEnd_ = true;
+    std::optional<K> key_;  // the key stood on; none at the end
   };
   using iterator = const_iterator;
 

@@ -45,8 +45,6 @@ Ptr<EntityCopyHandler> CopyHandlerRegistry::handler(const fwk::TypeInfo& type) c
 bool EntityCopy::doCopyEntityAttrs(const Ptr<Entity>& destEntity, const Ptr<const Entity>& srcEntity,
                                    const String& prefix, const Ptr<const AttributeFilter>& filter) {
   if (!destEntity || !srcEntity) throw fwk::NullArgumentError("doCopyEntityAttrs needs a source and a destination");
-  if (!src()) srcIs(srcEntity);
-  if (!dest()) destIs(destEntity);
   return fwk::copyAttributes(*destEntity, *srcEntity, *this, prefix,
                              [&](const String& attribute) { return filter && filter->filtered(attribute); });
 }

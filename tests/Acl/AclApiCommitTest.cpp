@@ -67,7 +67,9 @@ TEST_F(CommitTest, WithoutDataplanesACommitCompletesAndLetsGo) {
 
   auto s = session("web");
   s->addIpRule(30, ipRule(22));
+  Ptr<AclSubConfig> scratchpad = s->currentAcl();
   EXPECT_EQ(s->commit(), succeeded);
+  EXPECT_EQ(scratchpad->fwkReferences(), 1u) << "the session holds on to no copy of its scratchpad";
   EXPECT_EQ(web()->subConfig().size(), 2u) << "cleanup deletes only the version this commit replaced";
   EXPECT_EQ(places(*web()->currCfg()), (std::vector<U32>{10, 20, 30}));
   EXPECT_EQ(session("none", AclType::ip, remove_)->commit(), succeeded) << "no scratchpad: nothing to do";

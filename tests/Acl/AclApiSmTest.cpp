@@ -275,11 +275,15 @@ TEST_F(ApiSmTest, StatusRecordsAreKeyedByTheirNameAndRefusedWhenNull) {
   entry = nullptr;
   EXPECT_THROW(s->statusDpIs(Ptr<const StatusDp>()), fwk::NullArgumentError);
   EXPECT_THROW(s->statusDpEntryIs(Ptr<const StatusDp>()), fwk::NullArgumentError);
+  Ptr<StatusDpEntry> heldElsewhere = s->statusDpEntry("dpX");
   s->statusDpDel("dpX");
   EXPECT_TRUE(s->statusDp().empty());
   EXPECT_TRUE(s->statusDpEntry().empty());
-  EXPECT_TRUE(dp->notifieeList().empty());
-  EXPECT_DEATH(s->statusDpIs("other", dp), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
+  EXPECT_TRUE(dp->notifieeList().empty()) << "an entry the session dropped stops watching, even if held";
+  s = nullptr;
+  dp->dpAclUpdateTimeIs(5);  // reaches nobody
+  auto t = session("web");
+  EXPECT_DEATH(t->statusDpIs("other", dp), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
 }
 
 TEST_F(ApiSmTest, CountersAndFragmentsToggleTheScratchpad) {
