@@ -25,9 +25,12 @@ constexpr U32 sequenceStep = 10;  // automatic numbering always steps by 10
 
 const char* removeByContentName(AclType family) {
   switch (family) {
-    case AclType::ip: return "removeIpRuleByConfig";
-    case AclType::ipv6: return "removeIp6RuleByConfig";
-    case AclType::mac: return "removeMacRuleByConfig";
+    case AclType::ip:
+      return "removeIpRuleByConfig";
+    case AclType::ipv6:
+      return "removeIp6RuleByConfig";
+    case AclType::mac:
+      return "removeMacRuleByConfig";
   }
   return "removeRuleByConfig";
 }
@@ -90,7 +93,8 @@ ApiSm::~ApiSm() {
 }
 
 void ApiSm::handleInitialized() {
-  ACL_API_TRACE(0, "handleInitialized" << " > this: " << static_cast<const void*>(this));
+  ACL_API_TRACE(0, "handleInitialized"
+                       << " > this: " << static_cast<const void*>(this));
   if (statusDpDir()) {
     for (const auto& [name, entity] : statusDpDir()->entity()) {
       if (Ptr<const StatusDp> dp = fwk::dynCast<const StatusDp>(Ptr<const fwk::Entity>(entity))) statusDpIs(dp);
@@ -107,15 +111,16 @@ void ApiSm::handleInitialized() {
   copier->handlerIs(Ptr<Cli::Session::EntityCopyHandler>(new Cli::Session::EntityCopyHandler()));
   if (apiType() == commit_) createScratchpad();
   initializedIs(true);
-  ACL_API_TRACE(0, "handleInitialized" << "<");
+  ACL_API_TRACE(0, "handleInitialized"
+                       << "<");
 }
 
 Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
                    const Ptr<Input::Config>& config, const Ptr<const ParamConfig>& paramConfig,
                    const Ptr<IntfConfig>& intfConfig, const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus,
                    const Ptr<const fwk::Dir>& statusDpDir, const Ptr<UdfAlias>& udfAliasDir) {
-  Ptr<ApiSm> session(new ApiSm(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig,
-                               aclStatus, statusDpDir, udfAliasDir));
+  Ptr<ApiSm> session(new ApiSm(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig, aclStatus,
+                               statusDpDir, udfAliasDir));
   session->hasNotificationActiveIs(true);
   return session;
 }
@@ -279,7 +284,9 @@ U32 ruleCount(const Ptr<AclSubConfig>& subConfig) {
   return static_cast<U32>(subConfig->remarkBySequence().size() + subConfig->ruleBySequence().size());
 }
 
-bool maskIsContiguous(U32 mask) { return ((mask - 1U) | mask) == 0xFFFFFFFFU; }
+bool maskIsContiguous(U32 mask) {
+  return ((mask - 1U) | mask) == 0xFFFFFFFFU;
+}
 
 // ---- adding rules ----------------------------------------------------------------------
 
@@ -299,9 +306,12 @@ bool ApiSm::sameRule(const UniqueId& id, const IpRuleConfig& ipRule, const Ip6Ru
                      const MacRuleConfig& macRule) const {
   const Ptr<AclSubConfig>& sp = spAclSubConfig();
   switch (aclType()) {
-    case AclType::ip: return sp->ipRuleById().valueOr(id) == ipRule;
-    case AclType::ipv6: return sp->ip6RuleById().valueOr(id) == ip6Rule;
-    case AclType::mac: return sp->macRuleById().valueOr(id) == macRule;
+    case AclType::ip:
+      return sp->ipRuleById().valueOr(id) == ipRule;
+    case AclType::ipv6:
+      return sp->ip6RuleById().valueOr(id) == ip6Rule;
+    case AclType::mac:
+      return sp->macRuleById().valueOr(id) == macRule;
   }
   return false;
 }
@@ -320,9 +330,15 @@ ApiState ApiSm::addRuleCommon(U32 sequence, const IpRuleConfig& ipRule, const Ip
     initializeRuleMap();
     bool duplicate = false;
     switch (aclType()) {
-      case AclType::ip: duplicate = spIpRuleMap(ipRule) != 0; break;
-      case AclType::ipv6: duplicate = spIp6RuleMap(ip6Rule) != 0; break;
-      case AclType::mac: duplicate = spMacRuleMap(macRule) != 0; break;
+      case AclType::ip:
+        duplicate = spIpRuleMap(ipRule) != 0;
+        break;
+      case AclType::ipv6:
+        duplicate = spIp6RuleMap(ip6Rule) != 0;
+        break;
+      case AclType::mac:
+        duplicate = spMacRuleMap(macRule) != 0;
+        break;
     }
     if (duplicate) {
       ACL_API_TRACE(8, "< Found a duplicate");
@@ -788,23 +804,31 @@ const Check<IpRuleConfig> ipChecks[] = {
               (!maskIsContiguous(r.filter().srcMask().value()) || !maskIsContiguous(r.filter().dstMask().value()));
      },
      "<, discontiguous IP mask not supported", "discontiguous IP mask", "discontiguous IP mask not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.ipMirrorSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.usesMirror() && !can.ipMirrorSupported();
+     },
      "<, mirroring action on IP ACL not supported", "mirror", "mirror not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.copyToCpu() && !can.copyToCpuSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.copyToCpu() && !can.copyToCpuSupported();
+     },
      "<, copyToCpu action on IP ACL not supported", "copyToCpu", "copyToCpu not supported"},
     {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
      "<, logging not supported", "logging", "logging not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().tracked(); },
-     "<, tracked", "tracked", "tracked not supported"},
+    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().tracked(); }, "<, tracked",
+     "tracked", "tracked not supported"},
     {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().usesTtlOption(); },
      "<, ttl option not supported", "ttl", "ttl option not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesDscp() && !can.ipDscpSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesDscp() && !can.ipDscpSupported();
+     },
      "<, dscp not supported", "dscp", "dscp not supported"},
     {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesDscpMask() && !can.ipDscpMaskSupported();
      },
      "<, dscpMask not supported", "dscpMask", "dscpMask not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesEcn() && !can.ecnSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesEcn() && !can.ecnSupported();
+     },
      "<, ecn not supported", "ecn", "ecn not supported"},
     {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesIpLength() && !can.ipLengthSupported();
@@ -818,19 +842,33 @@ const Check<IpRuleConfig> ipChecks[] = {
        return r.filter().usesInnerVlan() && !can.innerVlanSupported();
      },
      "<, inner Vlan not supported", "inner-vlan", "inner vlan not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesNvgre() && !can.dpiNvgreSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesNvgre() && !can.dpiNvgreSupported();
+     },
      "<, DPI Nvgre not supported", "dpi-nvgre", "DPI Nvgre not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGre() && !can.dpiGreSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesGre() && !can.dpiGreSupported();
+     },
      "<, DPI Gre not supported", "dpi-gre", "DPI Gre not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTni() && !can.dpiNvgreSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTni() && !can.dpiNvgreSupported();
+     },
      "<, DPI TNI not supported", "dpi-tni", "DPI TNI not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVxlan() && !can.dpiVxlanSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesVxlan() && !can.dpiVxlanSupported();
+     },
      "<, DPI Vxlan not supported", "dpi-vxlan", "DPI Vxlan not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVni() && !can.dpiVxlanSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesVni() && !can.dpiVxlanSupported();
+     },
      "<, DPI VNI not supported", "dpi-vni", "DPI VNI not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGtp() && !can.dpiGtpSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesGtp() && !can.dpiGtpSupported();
+     },
      "<, DPI Gtp not supported", "dpi-gtp", "DPI Gtp not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTeid() && !can.dpiGtpSupported(); },
+    {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTeid() && !can.dpiGtpSupported();
+     },
      "<, DPI TEID not supported", "dpi-teid", "DPI TEID not supported"},
     {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesUserL4() && !can.dpiUserL4Supported();
@@ -840,7 +878,9 @@ const Check<IpRuleConfig> ipChecks[] = {
        return r.filter().usesPayload() && !can.dpiPayloadSupported();
      },
      "<, DPI Payload not supported", "dpi-payload", "DPI payload not supported"},
-    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm& s) { return r.filter().usesVlan() && s.attachingAclToVlan(); },
+    {[](const IpRuleConfig& r, const ParamConfig&, const ApiSm& s) {
+       return r.filter().usesVlan() && s.attachingAclToVlan();
+     },
      "<, trying to attach to Vlan", "vlan-vacl", "Vlan VACL not supported"},
     {[](const IpRuleConfig& r, const ParamConfig& can, const ApiSm& s) {
        return r.vacl() && !can.vaclSupported() && s.attachingAclToVlan();
@@ -853,13 +893,19 @@ const Check<IpRuleConfig> ipChecks[] = {
 };
 
 const Check<Ip6RuleConfig> ip6Checks[] = {
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.ip6MirrorSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.usesMirror() && !can.ip6MirrorSupported();
+     },
      "<, mirroring action on IPv6 ACL not supported", "mirror", "mirror not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.copyToCpu() && !can.copyToCpuSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.copyToCpu() && !can.copyToCpuSupported();
+     },
      "<, copyToCpu action on IPv6 ACL not supported", "copyToCpu", "copyToCpu not supported"},
     {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
      "<, ipv6 logging not supported", "ipv6-logging", "ipv6 logging not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesEcn() && !can.ecnSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesEcn() && !can.ecnSupported();
+     },
      "<, ecn not supported", "ecn", "ecn not supported"},
     {[](const Ip6RuleConfig& r, const ParamConfig&, const ApiSm&) { return r.filter().usesHopLimitOption(); },
      "<, hop-limit option not supported", "hop-limit", "hop-limit option not supported"},
@@ -875,17 +921,29 @@ const Check<Ip6RuleConfig> ip6Checks[] = {
        return r.filter().usesIpLength() && !can.ipLengthSupported();
      },
      "<, ip-length match not supported", "ip-length", "ip-length not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesNvgre() && !can.dpiNvgreSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesNvgre() && !can.dpiNvgreSupported();
+     },
      "<, DPI Nvgre not supported", "dpi-nvgre", "DPI Nvgre not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTni() && !can.dpiNvgreSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTni() && !can.dpiNvgreSupported();
+     },
      "<, DPI TNI not supported", "dpi-tni", "DPI TNI not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVxlan() && !can.dpiVxlanSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesVxlan() && !can.dpiVxlanSupported();
+     },
      "<, DPI Vxlan not supported", "dpi-vxlan", "DPI Vxlan not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesVni() && !can.dpiVxlanSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesVni() && !can.dpiVxlanSupported();
+     },
      "<, DPI VNI not supported", "dpi-vni", "DPI VNI not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesGtp() && !can.dpiGtpSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesGtp() && !can.dpiGtpSupported();
+     },
      "<, DPI Gtp not supported", "dpi-gtp", "DPI Gtp not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesTeid() && !can.dpiGtpSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesTeid() && !can.dpiGtpSupported();
+     },
      "<, DPI TEID not supported", "dpi-teid", "DPI TEID not supported"},
     {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesUserL4() && !can.dpiUserL4Supported();
@@ -899,7 +957,9 @@ const Check<Ip6RuleConfig> ip6Checks[] = {
        return r.filter().usesTcpFlags() && !can.tcpFlagsSupported();
      },
      "<, TCP flag not supported", "tcpFlag", "TCP flag not supported"},
-    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesDscp() && !can.ip6DscpSupported(); },
+    {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesDscp() && !can.ip6DscpSupported();
+     },
      "<, dscp not supported", "dscp", "dscp not supported"},
     {[](const Ip6RuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesDscpMask() && !can.ip6DscpMaskSupported();
@@ -908,7 +968,9 @@ const Check<Ip6RuleConfig> ip6Checks[] = {
 };
 
 const Check<MacRuleConfig> macChecks[] = {
-    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.usesMirror() && !can.macMirrorSupported(); },
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.usesMirror() && !can.macMirrorSupported();
+     },
      "<, mirroring action on MAC ACL not supported", "mirror", "mirror not supported"},
     {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.log() && !can.loggingSupported(); },
      "<, mac logging not supported", "mac-logging", "mac logging not supported"},
@@ -924,7 +986,9 @@ const Check<MacRuleConfig> macChecks[] = {
        return r.filter().usesTwoMplsLabels() && !can.mplsTwoLabelSupported();
      },
      "<, Two-label Mpls not supported", "mpls", "Two-label Mpls not supported"},
-    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) { return r.filter().usesMpls() && !can.mplsSupported(); },
+    {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
+       return r.filter().usesMpls() && !can.mplsSupported();
+     },
      "<, Mpls not supported", "mpls", "Mpls not supported"},
     {[](const MacRuleConfig& r, const ParamConfig& can, const ApiSm&) {
        return r.filter().usesPayload() && !can.dpiPayloadSupported();
@@ -1126,7 +1190,8 @@ bool ApiSm::shouldUpdateAcl() const {
 // ---- revert and remove ------------------------------------------------------------------
 
 ApiState ApiSm::revert() {
-  ACL_API_TRACE(0, "revert" << " > " << aclName() << aclType() << apiState());
+  ACL_API_TRACE(0, "revert"
+                       << " > " << aclName() << aclType() << apiState());
   if (apiType() == commit_) {
     const Ptr<AclSubConfig> sp = spAclSubConfig();
     if (!sp) {
@@ -1174,7 +1239,8 @@ ApiState ApiSm::revert() {
 }
 
 ApiState ApiSm::remove() {
-  ACL_API_TRACE(0, "remove" << " >, " << aclName() << aclType());
+  ACL_API_TRACE(0, "remove"
+                       << " >, " << aclName() << aclType());
   FWK_ASSERT(apiType() == remove_);
   Ptr<Input::AclTypeConfig> typeConfig = config()->config(aclType());
   FWK_ASSERT(typeConfig);
@@ -1235,16 +1301,16 @@ void ApiSm::populateUdfAceList(Ptr<const AclSubConfig> subConfig) {
   if (aliases.empty()) return;
   std::vector<PayloadValue> values;
   for (const auto& [sequence, id] : subConfig->ruleBySequence()) {
-    const PayloadSpec& spec =
-        ip ? subConfig->ipRuleById().valueOr(id).filter().payload() : subConfig->macRuleById().valueOr(id).filter().payload();
+    const PayloadSpec& spec = ip ? subConfig->ipRuleById().valueOr(id).filter().payload()
+                                 : subConfig->macRuleById().valueOr(id).filter().payload();
     if (!spec.used()) continue;
     values.assign(spec.count(), PayloadValue());
     const U16 n = payloadSpecToValue(values.data(), spec.count(), spec);
     for (U16 i = 0; i < n; ++i) {
       const Ptr<UdfAliasPayload>* payload = aliases.find(values[i].alias());
       if (!payload) continue;
-      ACL_API_TRACE(9, "Adding sequence " << sequence << " from alias: " << values[i].alias() << " in acl: "
-                                          << aclName());
+      ACL_API_TRACE(9,
+                    "Adding sequence " << sequence << " from alias: " << values[i].alias() << " in acl: " << aclName());
       (*payload)->aceListForAclIs(aclName())->seqIs(sequence, true);
     }
   }

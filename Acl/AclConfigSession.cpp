@@ -9,13 +9,16 @@ AclConfigSession::AclConfigSession(const AclMounts& running)
       runningIntf_(running.intfConfig),
       candidateConfig_(new Input::Config(String("candidate"))),
       candidateIntf_(new IntfConfig(String("candidateIntf"))) {
-  if (!runningConfig_ || !runningIntf_) throw fwk::NullArgumentError("a configuration session needs the running configuration");
+  if (!runningConfig_ || !runningIntf_)
+    throw fwk::NullArgumentError("a configuration session needs the running configuration");
   candidateConfig_->hasNotificationActiveIs(true);
   candidateIntf_->hasNotificationActiveIs(true);
   copy(candidateConfig_, runningConfig_, candidateIntf_, runningIntf_);
 }
 
-AclConfigSession::~AclConfigSession() { abort(); }
+AclConfigSession::~AclConfigSession() {
+  abort();
+}
 
 bool AclConfigSession::copy(const Ptr<Input::Config>& destConfig, const Ptr<const Input::Config>& srcConfig,
                             const Ptr<IntfConfig>& destIntf, const Ptr<const IntfConfig>& srcIntf) {

@@ -164,7 +164,8 @@ bool AclConfigCopyHandler::handleEntity(const Ptr<EntityCopy>& entityCopy, const
   FWK_ASSERT(srcConfig);
   FWK_ASSERT(destConfig->type() == srcConfig->type());
   const AclType type = destConfig->type();
-  ACL_COPY_TRACE(8, "handleEntity" << " for type " << type);
+  ACL_COPY_TRACE(8, "handleEntity"
+                        << " for type " << type);
   bool changed = false;
 
   for (auto it = destConfig->acl().begin(); it != destConfig->acl().end(); ++it) {
@@ -205,8 +206,8 @@ bool AclConfigCopyHandler::handleEntity(const Ptr<EntityCopy>& entityCopy, const
 
 bool AclConfigCopyHandler::handleAclConfig(const Ptr<EntityCopy>& entityCopy, const Ptr<AclConfig>& destConfig,
                                            const Ptr<const AclConfig>& srcConfig, const String& path) {
-  ACL_COPY_TRACE(8, "AclConfigCopyHandler::handleEntity: src " << srcConfig->fullName() << ", dest "
-                                                                << destConfig->fullName());
+  ACL_COPY_TRACE(
+      8, "AclConfigCopyHandler::handleEntity: src " << srcConfig->fullName() << ", dest " << destConfig->fullName());
   bool monitorChanged = false;
   if (destConfig->secureMonitor() != srcConfig->secureMonitor()) {
     destConfig->secureMonitorIs(srcConfig->secureMonitor());
@@ -260,7 +261,8 @@ bool AclIntfConfigCopyHandler::handleEntity(const Ptr<EntityCopy>&, const Ptr<fw
   FWK_ASSERT(srcConfig);
   FWK_ASSERT(destConfig->type() == srcConfig->type());
   const AclType type = destConfig->type();
-  ACL_COPY_TRACE(8, "handleEntity" << " for type " << type);
+  ACL_COPY_TRACE(8, "handleEntity"
+                        << " for type " << type);
   Ptr<const Input::AclTypeConfig> acls = config() ? Ptr<const Input::Config>(config())->config(type) : nullptr;
 
   std::set<AclDirection> directions;
@@ -323,7 +325,9 @@ void releaseHandler(const Ptr<Handler>& handler) {
 }
 }  // namespace
 
-AclConfigCopyHandlerDir::~AclConfigCopyHandlerDir() { releaseHandler(copyHandler()); }
+AclConfigCopyHandlerDir::~AclConfigCopyHandlerDir() {
+  releaseHandler(copyHandler());
+}
 
 Ptr<AclConfigCopyHandler> AclConfigCopyHandlerDir::copyHandlerIs() {
   if (copyHandler()) return copyHandler();
@@ -338,7 +342,9 @@ void AclConfigCopyHandlerDir::copyHandlerDel() {
   copyHandlerStore(nullptr);
 }
 
-AclIntfConfigCopyHandlerDir::~AclIntfConfigCopyHandlerDir() { releaseHandler(copyHandler()); }
+AclIntfConfigCopyHandlerDir::~AclIntfConfigCopyHandlerDir() {
+  releaseHandler(copyHandler());
+}
 
 Ptr<AclIntfConfigCopyHandler> AclIntfConfigCopyHandlerDir::copyHandlerIs(const Ptr<Input::Config>& config) {
   if (copyHandler() && copyHandler()->config() == config) return copyHandler();

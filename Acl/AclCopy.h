@@ -22,8 +22,7 @@ namespace Acl {
 using Cli::Session::AttributeFilter;
 using Cli::Session::EntityCopy;
 
-#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
-  A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
+#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
 
 #define ACL_CONFIG_COPY_HANDLER_OPS(O) \
   O(initialize) O(equalRuleConfig) O(equalSequence) O(equalRemark) O(copyNonEssential) O(copySequence) O(copyRemark)
@@ -56,8 +55,8 @@ class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler
   void copyRemark(const Ptr<AclSubConfig>& dest, const Ptr<const AclSubConfig>& src) const;
 
   // Copies one family's ACLs (dest and src are Input::AclTypeConfig); true when dest changed.
-  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest,
-                    const Ptr<const fwk::Entity>& src, const String& name) override;
+  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest, const Ptr<const fwk::Entity>& src,
+                    const String& name) override;
   // Copies one ACL; true when dest changed.
   bool handleAclConfig(const Ptr<EntityCopy>& entityCopy, const Ptr<AclConfig>& destConfig,
                        const Ptr<const AclConfig>& srcConfig, const String& path);
@@ -70,14 +69,13 @@ Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory();
 // Copies one family's bindings (IntfTypeConfig). `config` is the input configuration whose
 // ACLs decide which destination bindings are dynamic and must stay.
 class AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
-  FWK_ENTITY(AclIntfConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler,
-             ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
+  FWK_ENTITY(AclIntfConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
 
  public:
   explicit AclIntfConfigCopyHandler(const Ptr<Input::Config>& config) { configStore(config); }
 
-  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest,
-                    const Ptr<const fwk::Entity>& src, const String& name) override;
+  bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<fwk::Entity>& dest, const Ptr<const fwk::Entity>& src,
+                    const String& name) override;
 };
 
 Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
@@ -96,8 +94,7 @@ class AclConfigCopyHandlerDir : public fwk::Entity {
   void copyHandlerDel();
 };
 
-#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
-  A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
+#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
 
 class AclIntfConfigCopyHandlerDir : public fwk::Entity {
   FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)

@@ -18,7 +18,9 @@ using namespace Acl;
 using AclApi::ApiSm;
 using fwk::Ptr;
 
-fwk::TraceFacility& trace() { return fwk::TraceFacility::get("Demo"); }
+fwk::TraceFacility& trace() {
+  return fwk::TraceFacility::get("Demo");
+}
 
 IpRuleConfig tcpTo(const char* host, U16 port, RuleAction action = RuleAction::permit) {
   IpRuleConfig rule;

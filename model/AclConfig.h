@@ -22,16 +22,16 @@ using fwk::Ptr;
 // `committed`: the hardware has programmed this version (or it came committed from another
 //           tree). It belongs to the tree it is set in, so a copy never carries it over.
 // `id`: the identity the version was created with (its key in AclConfig::subConfig).
-#define ACL_SUB_CONFIG_ATTRS(A)                           \
-  A(scalar, opaque, bool, false)                          \
-  A(statusScalar, committed, bool, false)                 \
-  A(orderedMap, ruleBySequence, U32, UniqueId)            \
-  A(orderedMap, remarkBySequence, U32, RemarkConfig)      \
-  A(hashMap, ipRuleById, UniqueId, IpRuleConfig)          \
-  A(hashMap, ip6RuleById, UniqueId, Ip6RuleConfig)        \
-  A(hashMap, macRuleById, UniqueId, MacRuleConfig)        \
-  A(scalar, countersEnabled, bool, false)                 \
-  A(scalar, fragmentsEnabled, bool, false)                \
+#define ACL_SUB_CONFIG_ATTRS(A)                      \
+  A(scalar, opaque, bool, false)                     \
+  A(statusScalar, committed, bool, false)            \
+  A(orderedMap, ruleBySequence, U32, UniqueId)       \
+  A(orderedMap, remarkBySequence, U32, RemarkConfig) \
+  A(hashMap, ipRuleById, UniqueId, IpRuleConfig)     \
+  A(hashMap, ip6RuleById, UniqueId, Ip6RuleConfig)   \
+  A(hashMap, macRuleById, UniqueId, MacRuleConfig)   \
+  A(scalar, countersEnabled, bool, false)            \
+  A(scalar, fragmentsEnabled, bool, false)           \
   A(constScalar, id, UniqueId, UniqueId(0, 0))
 
 class AclSubConfig : public fwk::Entity {
@@ -43,14 +43,14 @@ class AclSubConfig : public fwk::Entity {
 
 // Construction arguments (fixed for the ACL's life): name (the entity name), type,
 // standard, readonly. `counterUpdateRequestTime` is a request stamp of the tree it is in.
-#define ACL_CONFIG_ATTRS(A)                                  \
-  A(constScalar, type, AclType, AclType::ip)                 \
-  A(constScalar, standard, bool, false)                      \
-  A(constScalar, readonly, bool, false)                      \
-  A(scalar, dynamic, bool, false)                            \
-  A(scalar, secureMonitor, bool, false)                      \
-  A(children, subConfig, UniqueId, AclSubConfig)             \
-  A(scalar, currCfg, fwk::Ptr<AclSubConfig>, {})             \
+#define ACL_CONFIG_ATTRS(A)                      \
+  A(constScalar, type, AclType, AclType::ip)     \
+  A(constScalar, standard, bool, false)          \
+  A(constScalar, readonly, bool, false)          \
+  A(scalar, dynamic, bool, false)                \
+  A(scalar, secureMonitor, bool, false)          \
+  A(children, subConfig, UniqueId, AclSubConfig) \
+  A(scalar, currCfg, fwk::Ptr<AclSubConfig>, {}) \
   A(statusScalar, counterUpdateRequestTime, double, 0.0)
 
 class AclConfig : public fwk::Entity {

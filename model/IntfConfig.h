@@ -8,7 +8,8 @@
 
 namespace Acl {
 
-#define ACL_INTF_ATTRS(A) A(constScalar, direction, AclDirection, AclDirection::in) A(hashMap, intf, IntfId, fwk::String)
+#define ACL_INTF_ATTRS(A) \
+  A(constScalar, direction, AclDirection, AclDirection::in) A(hashMap, intf, IntfId, fwk::String)
 
 // The bindings of one family and direction: interface to ACL name.
 class AclIntf : public fwk::Entity {

@@ -10,35 +10,35 @@ namespace Acl {
 // One flag per capability; a platform that publishes nothing supports nothing.
 // dpiSkipNonZero and mplsSkipNonZero say that the deep-inspection and MPLS skip in force
 // are non-zero (such matches cannot then be programmed).
-#define ACL_PARAM_CONFIG_ATTRS(A)                        \
-  A(scalar, aclSupported, bool, false)                   \
-  A(scalar, ip6AclSupported, bool, false)                \
-  A(scalar, discontiguousMaskSupported, bool, false)     \
-  A(scalar, ipMirrorSupported, bool, false)              \
-  A(scalar, ip6MirrorSupported, bool, false)             \
-  A(scalar, macMirrorSupported, bool, false)             \
-  A(scalar, copyToCpuSupported, bool, false)             \
-  A(scalar, loggingSupported, bool, false)               \
-  A(scalar, ipDscpSupported, bool, false)                \
-  A(scalar, ip6DscpSupported, bool, false)               \
-  A(scalar, ipDscpMaskSupported, bool, false)            \
-  A(scalar, ip6DscpMaskSupported, bool, false)           \
-  A(scalar, ecnSupported, bool, false)                   \
-  A(scalar, ipLengthSupported, bool, false)              \
-  A(scalar, outerVlanSupported, bool, false)             \
-  A(scalar, innerVlanSupported, bool, false)             \
-  A(scalar, dpiNvgreSupported, bool, false)              \
-  A(scalar, dpiGreSupported, bool, false)                \
-  A(scalar, dpiVxlanSupported, bool, false)              \
-  A(scalar, dpiGtpSupported, bool, false)                \
-  A(scalar, dpiUserL4Supported, bool, false)             \
-  A(scalar, dpiPayloadSupported, bool, false)            \
-  A(scalar, vaclSupported, bool, false)                  \
-  A(scalar, tcpFlagsSupported, bool, false)              \
-  A(scalar, mplsTwoLabelSupported, bool, false)          \
-  A(scalar, mplsSupported, bool, false)                  \
-  A(scalar, ip6HopLimitSupported, bool, false)           \
-  A(scalar, dpiSkipNonZero, bool, false)                 \
+#define ACL_PARAM_CONFIG_ATTRS(A)                    \
+  A(scalar, aclSupported, bool, false)               \
+  A(scalar, ip6AclSupported, bool, false)            \
+  A(scalar, discontiguousMaskSupported, bool, false) \
+  A(scalar, ipMirrorSupported, bool, false)          \
+  A(scalar, ip6MirrorSupported, bool, false)         \
+  A(scalar, macMirrorSupported, bool, false)         \
+  A(scalar, copyToCpuSupported, bool, false)         \
+  A(scalar, loggingSupported, bool, false)           \
+  A(scalar, ipDscpSupported, bool, false)            \
+  A(scalar, ip6DscpSupported, bool, false)           \
+  A(scalar, ipDscpMaskSupported, bool, false)        \
+  A(scalar, ip6DscpMaskSupported, bool, false)       \
+  A(scalar, ecnSupported, bool, false)               \
+  A(scalar, ipLengthSupported, bool, false)          \
+  A(scalar, outerVlanSupported, bool, false)         \
+  A(scalar, innerVlanSupported, bool, false)         \
+  A(scalar, dpiNvgreSupported, bool, false)          \
+  A(scalar, dpiGreSupported, bool, false)            \
+  A(scalar, dpiVxlanSupported, bool, false)          \
+  A(scalar, dpiGtpSupported, bool, false)            \
+  A(scalar, dpiUserL4Supported, bool, false)         \
+  A(scalar, dpiPayloadSupported, bool, false)        \
+  A(scalar, vaclSupported, bool, false)              \
+  A(scalar, tcpFlagsSupported, bool, false)          \
+  A(scalar, mplsTwoLabelSupported, bool, false)      \
+  A(scalar, mplsSupported, bool, false)              \
+  A(scalar, ip6HopLimitSupported, bool, false)       \
+  A(scalar, dpiSkipNonZero, bool, false)             \
   A(scalar, mplsSkipNonZero, bool, false)
 
 class ParamConfig : public fwk::Entity {
@@ -73,9 +73,9 @@ class Status : public fwk::Entity {
 
 // One dataplane's report (its name is the entity name): whether it reports hardware
 // status at all, when it last applied the ACL configuration, and its errors by key.
-#define ACL_STATUS_DP_ATTRS(A)                      \
-  A(scalar, waitForHwStatus, bool, false)           \
-  A(scalar, dpAclUpdateTime, double, 0.0)           \
+#define ACL_STATUS_DP_ATTRS(A)            \
+  A(scalar, waitForHwStatus, bool, false) \
+  A(scalar, dpAclUpdateTime, double, 0.0) \
   A(orderedMap, error, fwk::String, fwk::String)
 
 class StatusDp : public fwk::Entity {

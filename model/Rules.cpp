@@ -96,7 +96,6 @@ std::ostream& operator<<(std::ostream& os, const RangeMatch& match) {
   return os;
 }
 
-
 PayloadSpec::PayloadSpec(String offsetPattern) {
   std::vector<std::string_view> all = elements(offsetPattern.view());
   PayloadValue scratch;
@@ -110,7 +109,9 @@ PayloadSpec::PayloadSpec(String offsetPattern) {
   countIs(static_cast<U16>(all.size()));
 }
 
-std::ostream& operator<<(std::ostream& os, const PayloadSpec& spec) { return os << "payload(" << spec.offsetPattern() << ")"; }
+std::ostream& operator<<(std::ostream& os, const PayloadSpec& spec) {
+  return os << "payload(" << spec.offsetPattern() << ")";
+}
 
 U16 payloadSpecToValue(PayloadValue* values, U16 count, const PayloadSpec& spec) {
   U16 filled = 0;
@@ -167,6 +168,8 @@ std::ostream& operator<<(std::ostream& os, const MplsFilter& filter) {
   return os << ")";
 }
 
-std::ostream& operator<<(std::ostream& os, const RemarkConfig& remark) { return os << "remark " << remark.text(); }
+std::ostream& operator<<(std::ostream& os, const RemarkConfig& remark) {
+  return os << "remark " << remark.text();
+}
 
 }  // namespace Acl

@@ -38,12 +38,12 @@ class RangeMatch : public fwk::RecordBase {
 };
 
 // One UDF payload element.
-#define ACL_PAYLOAD_VALUE_FIELDS(F)   \
-  F(field, alias, String, {})         \
-  F(field, pattern, U32, 0)           \
-  F(field, mask, U32, 0)              \
-  F(field, offset, U16, 0)            \
-  F(field, ownPattern, bool, false)   \
+#define ACL_PAYLOAD_VALUE_FIELDS(F) \
+  F(field, alias, String, {})       \
+  F(field, pattern, U32, 0)         \
+  F(field, mask, U32, 0)            \
+  F(field, offset, U16, 0)          \
+  F(field, ownPattern, bool, false) \
   F(field, ownMask, bool, false)
 
 class PayloadValue : public fwk::RecordBase {
@@ -72,10 +72,10 @@ U16 payloadSpecToValue(PayloadValue* values, U16 count, const PayloadSpec& spec)
 // The text form of the first `count` entries of `values`.
 String payloadValueToOffsetPattern(U16 count, const PayloadValue* values);
 
-#define ACL_MPLS_LABEL_FILTER_FIELDS(F)        \
-  F(ranged, label, U32, 0, 0, 0xFFFFF)         \
+#define ACL_MPLS_LABEL_FILTER_FIELDS(F)          \
+  F(ranged, label, U32, 0, 0, 0xFFFFF)           \
   F(ranged, labelMask, U32, 0xFFFFF, 0, 0xFFFFF) \
-  F(ranged, tc, U8, 0, 0, 7)                   \
+  F(ranged, tc, U8, 0, 0, 7)                     \
   F(ranged, tcMask, U8, 0, 0, 7)
 
 class MplsLabelFilter : public fwk::RecordBase {
@@ -103,35 +103,35 @@ class MplsFilter {
 std::ostream& operator<<(std::ostream& os, const MplsFilter& filter);
 
 // Matches shared by IPv4 and IPv6 rules.
-#define ACL_IP_FILTER_BASE_FIELDS(F)              \
-  F(field, protocol, U8, 0)                       \
-  F(field, protocolMask, U8, 0)                   \
-  F(field, srcPort, RangeMatch, {})               \
-  F(field, dstPort, RangeMatch, {})               \
-  F(field, tcpFlags, U16, 0)                      \
-  F(field, tcpFlagsMask, U16, 0)                  \
-  F(field, icmpType, U16, icmpAny)                \
-  F(field, icmpCode, U16, icmpAny)                \
-  F(field, matchDscp, bool, false)                \
-  F(ranged, dscp, U8, 0, 0, 63)                   \
-  F(ranged, dscpMask, U8, 63, 0, 63)              \
-  F(field, matchEcn, bool, false)                 \
-  F(ranged, ecn, U8, 0, 0, 3)                     \
-  F(field, ipLength, RangeMatch, {})              \
-  F(ranged, outerVlan, U16, 0, 0, 4095)           \
-  F(ranged, outerVlanMask, U16, 0, 0, 4095)       \
-  F(ranged, innerVlan, U16, 0, 0, 4095)           \
-  F(ranged, innerVlanMask, U16, 0, 0, 4095)       \
-  F(field, greProto, U16, 0)                      \
-  F(field, greProtoMask, U16, 0)                  \
-  F(ranged, tni, U32, 0, 0, 16777215)             \
-  F(field, vxlan, bool, false)                    \
-  F(ranged, vni, U32, 0, 0, 16777215)             \
-  F(field, gtp, bool, false)                      \
-  F(field, teid, U32, 0)                          \
-  F(field, userL4, U32, 0)                        \
-  F(field, userL4Mask, U32, 0)                    \
-  F(field, payload, PayloadSpec, {})              \
+#define ACL_IP_FILTER_BASE_FIELDS(F)        \
+  F(field, protocol, U8, 0)                 \
+  F(field, protocolMask, U8, 0)             \
+  F(field, srcPort, RangeMatch, {})         \
+  F(field, dstPort, RangeMatch, {})         \
+  F(field, tcpFlags, U16, 0)                \
+  F(field, tcpFlagsMask, U16, 0)            \
+  F(field, icmpType, U16, icmpAny)          \
+  F(field, icmpCode, U16, icmpAny)          \
+  F(field, matchDscp, bool, false)          \
+  F(ranged, dscp, U8, 0, 0, 63)             \
+  F(ranged, dscpMask, U8, 63, 0, 63)        \
+  F(field, matchEcn, bool, false)           \
+  F(ranged, ecn, U8, 0, 0, 3)               \
+  F(field, ipLength, RangeMatch, {})        \
+  F(ranged, outerVlan, U16, 0, 0, 4095)     \
+  F(ranged, outerVlanMask, U16, 0, 0, 4095) \
+  F(ranged, innerVlan, U16, 0, 0, 4095)     \
+  F(ranged, innerVlanMask, U16, 0, 0, 4095) \
+  F(field, greProto, U16, 0)                \
+  F(field, greProtoMask, U16, 0)            \
+  F(ranged, tni, U32, 0, 0, 16777215)       \
+  F(field, vxlan, bool, false)              \
+  F(ranged, vni, U32, 0, 0, 16777215)       \
+  F(field, gtp, bool, false)                \
+  F(field, teid, U32, 0)                    \
+  F(field, userL4, U32, 0)                  \
+  F(field, userL4Mask, U32, 0)              \
+  F(field, payload, PayloadSpec, {})        \
   F(field, vrf, VrfName, {})
 
 class IpFilterBase : public fwk::RecordBase {
@@ -160,15 +160,15 @@ class IpFilterBase : public fwk::RecordBase {
   [[nodiscard]] bool usesPayload() const noexcept { return payload_.used(); }
 };
 
-#define ACL_IP_FILTER_FIELDS(F)                   \
-  F(field, src, Ip4Addr, {})                      \
-  F(field, srcMask, Ip4Addr, {})                  \
-  F(field, dst, Ip4Addr, {})                      \
-  F(field, dstMask, Ip4Addr, {})                  \
-  F(field, ttlKind, ValueOp, ValueOp::any)        \
-  F(field, ttl, U8, 0)                            \
-  F(field, tracked, bool, false)                  \
-  F(ranged, vlan, U16, 0, 0, 4095)                \
+#define ACL_IP_FILTER_FIELDS(F)            \
+  F(field, src, Ip4Addr, {})               \
+  F(field, srcMask, Ip4Addr, {})           \
+  F(field, dst, Ip4Addr, {})               \
+  F(field, dstMask, Ip4Addr, {})           \
+  F(field, ttlKind, ValueOp, ValueOp::any) \
+  F(field, ttl, U8, 0)                     \
+  F(field, tracked, bool, false)           \
+  F(ranged, vlan, U16, 0, 0, 4095)         \
   F(ranged, vlanMask, U16, 0, 0, 4095)
 
 // IPv4 matches. A mask of 0.0.0.0 matches any address.
@@ -177,19 +177,17 @@ class IpFilter : public IpFilterBase {
 
  public:
   // IP protocol GRE with the transparent-Ethernet-bridging protocol type.
-  [[nodiscard]] bool usesNvgre() const noexcept {
-    return protocol() == protocolGre && greProto() == greProtoNvgre;
-  }
+  [[nodiscard]] bool usesNvgre() const noexcept { return protocol() == protocolGre && greProto() == greProtoNvgre; }
   [[nodiscard]] bool usesTtlOption() const noexcept { return ttlKind_ != ValueOp::any; }
   [[nodiscard]] bool usesVlan() const noexcept { return vlan_ != 0; }
 };
 
-#define ACL_IP6_FILTER_FIELDS(F)                  \
-  F(field, src, Ip6Addr, {})                      \
-  F(ranged, srcPrefixLen, U8, 0, 0, 128)          \
-  F(field, dst, Ip6Addr, {})                      \
-  F(ranged, dstPrefixLen, U8, 0, 0, 128)          \
-  F(field, hopLimitKind, ValueOp, ValueOp::any)   \
+#define ACL_IP6_FILTER_FIELDS(F)                \
+  F(field, src, Ip6Addr, {})                    \
+  F(ranged, srcPrefixLen, U8, 0, 0, 128)        \
+  F(field, dst, Ip6Addr, {})                    \
+  F(ranged, dstPrefixLen, U8, 0, 0, 128)        \
+  F(field, hopLimitKind, ValueOp, ValueOp::any) \
   F(field, hopLimit, U8, 0)
 
 // IPv6 matches. A prefix length of 0 matches any address.
@@ -202,20 +200,20 @@ class Ip6Filter : public IpFilterBase {
   [[nodiscard]] bool usesHopLimit() const noexcept { return hopLimit_ != 0; }
 };
 
-#define ACL_MAC_FILTER_FIELDS(F)                  \
-  F(field, src, MacAddr, {})                      \
-  F(field, srcMask, MacAddr, {})                  \
-  F(field, dst, MacAddr, {})                      \
-  F(field, dstMask, MacAddr, {})                  \
-  F(field, ethertype, U16, 0)                     \
-  F(field, ethertypeMask, U16, 0)                 \
-  F(ranged, outerVlan, U16, 0, 0, 4095)           \
-  F(ranged, outerVlanMask, U16, 0, 0, 4095)       \
-  F(ranged, innerVlan, U16, 0, 0, 4095)           \
-  F(ranged, innerVlanMask, U16, 0, 0, 4095)       \
-  F(ranged, mplsLabel, U32, 0, 0, 0xFFFFF)        \
-  F(ranged, mplsInnerLabel, U32, 0, 0, 0xFFFFF)   \
-  F(field, mpls, MplsFilter, {})                  \
+#define ACL_MAC_FILTER_FIELDS(F)                \
+  F(field, src, MacAddr, {})                    \
+  F(field, srcMask, MacAddr, {})                \
+  F(field, dst, MacAddr, {})                    \
+  F(field, dstMask, MacAddr, {})                \
+  F(field, ethertype, U16, 0)                   \
+  F(field, ethertypeMask, U16, 0)               \
+  F(ranged, outerVlan, U16, 0, 0, 4095)         \
+  F(ranged, outerVlanMask, U16, 0, 0, 4095)     \
+  F(ranged, innerVlan, U16, 0, 0, 4095)         \
+  F(ranged, innerVlanMask, U16, 0, 0, 4095)     \
+  F(ranged, mplsLabel, U32, 0, 0, 0xFFFFF)      \
+  F(ranged, mplsInnerLabel, U32, 0, 0, 0xFFFFF) \
+  F(field, mpls, MplsFilter, {})                \
   F(field, payload, PayloadSpec, {})
 
 // Ethernet matches. A mask of 00:00:00:00:00:00 matches any address.
@@ -231,11 +229,11 @@ class MacFilter : public fwk::RecordBase {
 };
 
 // What every rule does besides matching.
-#define ACL_RULE_CONFIG_FIELDS(F)                 \
+#define ACL_RULE_CONFIG_FIELDS(F)                  \
   F(field, action, RuleAction, RuleAction::permit) \
-  F(field, log, bool, false)                      \
-  F(field, mirrorSession, String, {})             \
-  F(field, copyToCpu, bool, false)                \
+  F(field, log, bool, false)                       \
+  F(field, mirrorSession, String, {})              \
+  F(field, copyToCpu, bool, false)                 \
   F(field, count, bool, false)
 
 class RuleConfig : public fwk::RecordBase {

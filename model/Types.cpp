@@ -37,7 +37,9 @@ UniqueId UniqueId::fwkParse(std::string_view text) {
   return UniqueId(static_cast<U32>(value >> 32), static_cast<U32>(value));
 }
 
-std::ostream& operator<<(std::ostream& os, const UniqueId& id) { return os << id.val(); }
+std::ostream& operator<<(std::ostream& os, const UniqueId& id) {
+  return os << id.val();
+}
 
 Ip4Addr Ip4Addr::fwkParse(std::string_view text) {
   in_addr addr{};
@@ -100,7 +102,9 @@ std::ostream& operator<<(std::ostream& os, const MacAddr& addr) {
   return os << text;
 }
 
-std::ostream& operator<<(std::ostream& os, const IntfId& intf) { return os << intf.name(); }
+std::ostream& operator<<(std::ostream& os, const IntfId& intf) {
+  return os << intf.name();
+}
 
 bool VlanIntfId::isVlanIntfId(const IntfId& intf) {
   std::string_view name = intf.name().view();
@@ -114,6 +118,8 @@ void VrfName::valueIs(String value) {
   value_ = std::move(value);
 }
 
-std::ostream& operator<<(std::ostream& os, const VrfName& vrf) { return os << vrf.value(); }
+std::ostream& operator<<(std::ostream& os, const VrfName& vrf) {
+  return os << vrf.value();
+}
 
 }  // namespace Acl

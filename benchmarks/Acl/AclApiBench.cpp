@@ -19,9 +19,9 @@ using namespace Acl;
 using bench::ruleNumber;
 
 void perAdd(benchmark::State& state) {
-  state.counters["nsPerAdd"] = benchmark::Counter(static_cast<double>(state.range(0)) / 1e9,
-                                                  benchmark::Counter::kIsIterationInvariantRate |
-                                                      benchmark::Counter::kInvert);
+  state.counters["nsPerAdd"] =
+      benchmark::Counter(static_cast<double>(state.range(0)) / 1e9,
+                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void BM_Baseline(benchmark::State& state) {
@@ -73,8 +73,8 @@ struct CommittedAcl {
     s->commit();
   }
   Ptr<AclApi::ApiSm> session() {
-    return AclApi::apiSmFactory("big", AclType::ip, false, AclApi::commit_, acl.config, acl.paramConfig,
-                                acl.intfConfig, acl.hwConfig, acl.status, acl.statusDpDir, acl.udfAlias);
+    return AclApi::apiSmFactory("big", AclType::ip, false, AclApi::commit_, acl.config, acl.paramConfig, acl.intfConfig,
+                                acl.hwConfig, acl.status, acl.statusDpDir, acl.udfAlias);
   }
   fwk::StateStore store;
   AclMounts acl = mountAcl(store);
@@ -97,7 +97,11 @@ void BM_CommitScratchpad(benchmark::State& state) {
   perAdd(state);
   state.SetComplexityN(n);
 }
-BENCHMARK(BM_CommitScratchpad)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
+BENCHMARK(BM_CommitScratchpad)
+    ->RangeMultiplier(10)
+    ->Range(1000, 100000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 void BM_ChangeOneRule(benchmark::State& state) {
   const auto n = static_cast<U32>(state.range(0));
@@ -112,8 +116,14 @@ void BM_ChangeOneRule(benchmark::State& state) {
   perAdd(state);
   state.SetComplexityN(n);
 }
-BENCHMARK(BM_ChangeOneRule)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
+BENCHMARK(BM_ChangeOneRule)
+    ->RangeMultiplier(10)
+    ->Range(1000, 100000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 }  // namespace
 
-int main(int argc, char** argv) { return bench::runWithRatios(argc, argv, "BM_Baseline"); }
+int main(int argc, char** argv) {
+  return bench::runWithRatios(argc, argv, "BM_Baseline");
+}

@@ -71,9 +71,8 @@ void BM_EqualRuleConfig(benchmark::State& state) {
   }
   state.counters["allocsPerCompare"] = static_cast<double>(allocations) / static_cast<double>(state.iterations());
   // Seconds per (rule * 1e-9) over all iterations: nanoseconds per rule compared.
-  state.counters["nsPerRule"] =
-      benchmark::Counter(static_cast<double>(n) / 1e9, benchmark::Counter::kIsIterationInvariantRate |
-                                                           benchmark::Counter::kInvert);
+  state.counters["nsPerRule"] = benchmark::Counter(
+      static_cast<double>(n) / 1e9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
   state.SetComplexityN(n);
 }
 BENCHMARK(BM_EqualRuleConfig)->RangeMultiplier(10)->Range(1000, 100000)->Complexity(benchmark::oN);
@@ -107,8 +106,14 @@ void BM_CopyChangedAcl(benchmark::State& state) {
   }
   state.SetComplexityN(n);
 }
-BENCHMARK(BM_CopyChangedAcl)->RangeMultiplier(10)->Range(1000, 100000)->Complexity(benchmark::oN)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CopyChangedAcl)
+    ->RangeMultiplier(10)
+    ->Range(1000, 100000)
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-int main(int argc, char** argv) { return bench::runWithRatios(argc, argv, "BM_Baseline"); }
+int main(int argc, char** argv) {
+  return bench::runWithRatios(argc, argv, "BM_Baseline");
+}

@@ -56,4 +56,6 @@ BENCHMARK(BM_RecordSizes);
 
 }  // namespace
 
-int main(int argc, char** argv) { return bench::runWithRatios(argc, argv, "BM_Baseline"); }
+int main(int argc, char** argv) {
+  return bench::runWithRatios(argc, argv, "BM_Baseline");
+}

@@ -111,4 +111,6 @@ BENCHMARK(BM_CopyOfEqualMaps)->RangeMultiplier(10)->Range(1000, 100000)->Complex
 
 }  // namespace
 
-int main(int argc, char** argv) { return bench::runWithRatios(argc, argv, "BM_Baseline"); }
+int main(int argc, char** argv) {
+  return bench::runWithRatios(argc, argv, "BM_Baseline");
+}

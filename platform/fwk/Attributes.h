@@ -87,8 +87,7 @@ struct CollectionAccess {
   }
 
   template <class E, class K, class... Args>
-  static Ptr<E> childIs(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id,
-                        Args&&... args) {
+  static Ptr<E> childIs(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id, Args&&... args) {
     if (const Ptr<E>* found = map.find(key)) return *found;
     Ptr<E> child;
     if constexpr (std::is_constructible_v<E, const K&, Args...>) {
@@ -106,8 +105,7 @@ struct CollectionAccess {
 
   // Inserts an existing entity as a child (replacing what stood under key).
   template <class E, class K>
-  static void adoptChild(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, const Ptr<E>& child,
-                         AttrId id) {
+  static void adoptChild(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, const Ptr<E>& child, AttrId id) {
     if (!child) throw NullArgumentError("null child entity is not allowed");
     if (const Ptr<E>* found = map.find(key); found && *found == child) return;
     if (child->parent() && child->parent() != &parent) {
@@ -145,36 +143,45 @@ struct CollectionAccess {
 
 // ---- the passes over an attribute list -----------------------------------------------
 
-#define FWK_ATTR_ID_(name) ::fwk::AttrId{&staticType, name##AttrIndex}
+#define FWK_ATTR_ID_(name)       \
+  ::fwk::AttrId {                \
+    &staticType, name##AttrIndex \
+  }
 
 #define FWK_PASS_INDEX_(kind, name, ...) name##AttrIndex,
 
 #define FWK_PASS_DECL_(kind, ...) FWK_DECL_##kind(__VA_ARGS__)
-#define FWK_DECL_scalar(name, T, def)                                                        \
- public:                                                                                     \
-  [[nodiscard]] const T& name() const noexcept { return name##_; }                           \
-  void name##Is(const T& value) {                                                            \
-    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name));   \
-  }                                                                                          \
-                                                                                             \
- private:                                                                                    \
+#define FWK_DECL_scalar(name, T, def)                                                      \
+ public:                                                                                   \
+  [[nodiscard]] const T& name() const noexcept {                                           \
+    return name##_;                                                                        \
+  }                                                                                        \
+  void name##Is(const T& value) {                                                          \
+    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name)); \
+  }                                                                                        \
+                                                                                           \
+ private:                                                                                  \
   T name##_ = def;
-#define FWK_DECL_customScalar(name, T, def)                                                  \
- public:                                                                                     \
-  [[nodiscard]] const T& name() const noexcept { return name##_; }                           \
-                                                                                             \
- protected:                                                                                  \
-  void name##Store(const T& value) {                                                         \
-    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name));   \
-  }                                                                                          \
-                                                                                             \
- private:                                                                                    \
+#define FWK_DECL_customScalar(name, T, def)                                                \
+ public:                                                                                   \
+  [[nodiscard]] const T& name() const noexcept {                                           \
+    return name##_;                                                                        \
+  }                                                                                        \
+                                                                                           \
+ protected:                                                                                \
+  void name##Store(const T& value) {                                                       \
+    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name)); \
+  }                                                                                        \
+                                                                                           \
+ private:                                                                                  \
   T name##_ = def;
 #define FWK_DECL_constScalar(name, T, def) FWK_DECL_customScalar(name, T, def)
 #define FWK_DECL_statusScalar(name, T, def) FWK_DECL_scalar(name, T, def)
 #define FWK_DECL_MAP_(Map, name, K, V)                                                       \
  public:                                                                                     \
-  [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept { return name##_; }            \
+  [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept {                              \
+    return name##_;                                                                          \
+  }                                                                                          \
   [[nodiscard]] V name(const K& key) const {                                                 \
     const V* found = name##_.find(key);                                                      \
     return found ? *found : V();                                                             \
@@ -185,14 +192,18 @@ struct CollectionAccess {
   void name##Del(const K& key) {                                                             \
     ::fwk::detail::CollectionAccess::mapDel(*this, name##_, key, FWK_ATTR_ID_(name));        \
   }                                                                                          \
-  void name##DelAll() { ::fwk::detail::CollectionAccess::mapDelAll(*this, name##_, FWK_ATTR_ID_(name)); } \
+  void name##DelAll() {                                                                      \
+    ::fwk::detail::CollectionAccess::mapDelAll(*this, name##_, FWK_ATTR_ID_(name));          \
+  }                                                                                          \
                                                                                              \
  private:                                                                                    \
   ::fwk::Map<K, V> name##_;
 #define FWK_DECL_orderedMap(name, K, V) FWK_DECL_MAP_(OrderedMap, name, K, V)
 #define FWK_DECL_customOrderedMap(name, K, V)                                                \
  public:                                                                                     \
-  [[nodiscard]] const ::fwk::OrderedMap<K, V>& name() const noexcept { return name##_; }     \
+  [[nodiscard]] const ::fwk::OrderedMap<K, V>& name() const noexcept {                       \
+    return name##_;                                                                          \
+  }                                                                                          \
   [[nodiscard]] V name(const K& key) const {                                                 \
     const V* found = name##_.find(key);                                                      \
     return found ? *found : V();                                                             \
@@ -209,47 +220,62 @@ struct CollectionAccess {
  private:                                                                                    \
   ::fwk::OrderedMap<K, V> name##_;
 #define FWK_DECL_hashMap(name, K, V) FWK_DECL_MAP_(HashMap, name, K, V)
-#define FWK_DECL_children(name, K, E)                                                        \
- public:                                                                                     \
-  template <class... Args>                                                                   \
-  ::fwk::Ptr<E> name##Is(const K& key, Args&&... args) {                                     \
+#define FWK_DECL_children(name, K, E)                                                           \
+ public:                                                                                        \
+  template <class... Args>                                                                      \
+  ::fwk::Ptr<E> name##Is(const K& key, Args&&... args) {                                        \
     return ::fwk::detail::CollectionAccess::childIs<E>(*this, name##_, key, FWK_ATTR_ID_(name), \
-                                                       std::forward<Args>(args)...);         \
-  }                                                                                          \
+                                                       std::forward<Args>(args)...);            \
+  }                                                                                             \
   FWK_DECL_customChildren(name, K, E)
-#define FWK_DECL_customChildren(name, K, E)                                                  \
- public:                                                                                     \
-  [[nodiscard]] const ::fwk::ChildMap<K, E>& name() const noexcept { return name##_; }         \
-  [[nodiscard]] ::fwk::Ptr<E> name(const K& key) { return name##_.valueOr(key); }            \
-  [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const { return name##_.valueOr(key); } \
-  void name##Del(const K& key) {                                                             \
-    ::fwk::detail::CollectionAccess::childDel<E>(*this, name##_, key, FWK_ATTR_ID_(name));   \
-  }                                                                                          \
-  void name##DelAll() {                                                                      \
-    ::fwk::detail::CollectionAccess::childDelAll<E>(*this, name##_, FWK_ATTR_ID_(name));     \
-  }                                                                                          \
-                                                                                             \
- private:                                                                                    \
+#define FWK_DECL_customChildren(name, K, E)                                                \
+ public:                                                                                   \
+  [[nodiscard]] const ::fwk::ChildMap<K, E>& name() const noexcept {                       \
+    return name##_;                                                                        \
+  }                                                                                        \
+  [[nodiscard]] ::fwk::Ptr<E> name(const K& key) {                                         \
+    return name##_.valueOr(key);                                                           \
+  }                                                                                        \
+  [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const {                             \
+    return name##_.valueOr(key);                                                           \
+  }                                                                                        \
+  void name##Del(const K& key) {                                                           \
+    ::fwk::detail::CollectionAccess::childDel<E>(*this, name##_, key, FWK_ATTR_ID_(name)); \
+  }                                                                                        \
+  void name##DelAll() {                                                                    \
+    ::fwk::detail::CollectionAccess::childDelAll<E>(*this, name##_, FWK_ATTR_ID_(name));   \
+  }                                                                                        \
+                                                                                           \
+ private:                                                                                  \
   ::fwk::ChildMap<K, E> name##_;
 
 #define FWK_PASS_HANDLER_(kind, ...) FWK_HANDLER_##kind(__VA_ARGS__)
-#define FWK_HANDLER_scalar(name, ...) virtual void name##Changed() {}
-#define FWK_HANDLER_customScalar(name, ...) virtual void name##Changed() {}
-#define FWK_HANDLER_constScalar(name, ...) virtual void name##Changed() {}
-#define FWK_HANDLER_statusScalar(name, ...) virtual void name##Changed() {}
-#define FWK_HANDLER_orderedMap(name, K, V) virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_hashMap(name, K, V) virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_customOrderedMap(name, K, V) virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_children(name, K, E) virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_customChildren(name, K, E) virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_scalar(name, ...) \
+  virtual void name##Changed() {}
+#define FWK_HANDLER_customScalar(name, ...) \
+  virtual void name##Changed() {}
+#define FWK_HANDLER_constScalar(name, ...) \
+  virtual void name##Changed() {}
+#define FWK_HANDLER_statusScalar(name, ...) \
+  virtual void name##Changed() {}
+#define FWK_HANDLER_orderedMap(name, K, V) \
+  virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_hashMap(name, K, V) \
+  virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_customOrderedMap(name, K, V) \
+  virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_children(name, K, E) \
+  virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_customChildren(name, K, E) \
+  virtual void name##Changed(const K&) {}
 
 #define FWK_PASS_CASE_(kind, ...) FWK_CASE_##kind(__VA_ARGS__)
-#define FWK_CASE_SCALAR_(name) \
-  case Notifier::name##AttrIndex:  \
-    name##Changed();               \
+#define FWK_CASE_SCALAR_(name)    \
+  case Notifier::name##AttrIndex: \
+    name##Changed();              \
     break;
-#define FWK_CASE_KEYED_(name, K)              \
-  case Notifier::name##AttrIndex:             \
+#define FWK_CASE_KEYED_(name, K)               \
+  case Notifier::name##AttrIndex:              \
     name##Changed(change.template keyAs<K>()); \
     break;
 #define FWK_CASE_scalar(name, ...) FWK_CASE_SCALAR_(name)
@@ -263,39 +289,41 @@ struct CollectionAccess {
 #define FWK_CASE_customChildren(name, K, E) FWK_CASE_KEYED_(name, K)
 
 // Inside the class body of an entity type.
-#define FWK_ENTITY(Class, Base, LIST)                                                        \
- public:                                                                                     \
-  using FwkBase = Base;                                                                      \
-  static const ::fwk::TypeInfo& staticType();                                                \
-  static const char* fwkTypeName() { return #Class; }                                        \
-  [[nodiscard]] const ::fwk::TypeInfo& fwkType() const override { return staticType(); }     \
-  enum FwkAttrIndex : std::uint16_t { LIST(FWK_PASS_INDEX_) fwkAttrCount_ };                 \
-  class Reactor : public FwkBase::Reactor {                                                  \
-   public:                                                                                   \
-    using Notifier = Class;                                                                  \
-    Reactor() = default;                                                                     \
-    explicit Reactor(const Class* entity) { notifierIs(entity); }                            \
-    [[nodiscard]] const Class* notifier() const noexcept {                                   \
-      return static_cast<const Class*>(rawNotifier());                                       \
-    }                                                                                        \
-    void notifierIs(const Class* entity) { watch(entity); }                                  \
-    LIST(FWK_PASS_HANDLER_)                                                                  \
-                                                                                             \
-   protected:                                                                                \
-    void fwkDispatch(const ::fwk::Change& change) override {                                 \
-      if (change.owner != &Notifier::staticType()) {                                         \
-        FwkBase::Reactor::fwkDispatch(change);                                               \
-        return;                                                                              \
-      }                                                                                      \
-      switch (change.index) {                                                                \
-        LIST(FWK_PASS_CASE_)                                                                 \
-        default:                                                                             \
-          break;                                                                             \
-      }                                                                                      \
-    }                                                                                        \
-  };                                                                                         \
-  friend class ::fwk::detail::TypeBuilder<Class>;                                            \
-  LIST(FWK_PASS_DECL_)                                                                       \
+#define FWK_ENTITY(Class, Base, LIST)                                                                         \
+ public:                                                                                                      \
+  using FwkBase = Base;                                                                                       \
+  static const ::fwk::TypeInfo& staticType();                                                                 \
+  static const char* fwkTypeName() {                                                                          \
+    return #Class;                                                                                            \
+  }                                                                                                           \
+  [[nodiscard]] const ::fwk::TypeInfo& fwkType() const override {                                             \
+    return staticType();                                                                                      \
+  }                                                                                                           \
+  enum FwkAttrIndex : std::uint16_t { LIST(FWK_PASS_INDEX_) fwkAttrCount_ };                                  \
+  class Reactor : public FwkBase::Reactor {                                                                   \
+   public:                                                                                                    \
+    using Notifier = Class;                                                                                   \
+    Reactor() = default;                                                                                      \
+    explicit Reactor(const Class* entity) { notifierIs(entity); }                                             \
+    [[nodiscard]] const Class* notifier() const noexcept { return static_cast<const Class*>(rawNotifier()); } \
+    void notifierIs(const Class* entity) { watch(entity); }                                                   \
+    LIST(FWK_PASS_HANDLER_)                                                                                   \
+                                                                                                              \
+   protected:                                                                                                 \
+    void fwkDispatch(const ::fwk::Change& change) override {                                                  \
+      if (change.owner != &Notifier::staticType()) {                                                          \
+        FwkBase::Reactor::fwkDispatch(change);                                                                \
+        return;                                                                                               \
+      }                                                                                                       \
+      switch (change.index) {                                                                                 \
+        LIST(FWK_PASS_CASE_)                                                                                  \
+        default:                                                                                              \
+          break;                                                                                              \
+      }                                                                                                       \
+    }                                                                                                         \
+  };                                                                                                          \
+  friend class ::fwk::detail::TypeBuilder<Class>;                                                             \
+  LIST(FWK_PASS_DECL_)                                                                                        \
  public:
 
 namespace fwk::detail {

@@ -18,8 +18,8 @@
 #include <map>
 #include <new>
 #include <optional>
-#include <vector>
 #include <utility>
+#include <vector>
 
 #include "platform/fwk/Entity.h"
 #include "platform/fwk/Errors.h"
@@ -197,7 +197,7 @@ class BlockArray {
   BlockArray& operator=(const BlockArray&) = delete;
   ~BlockArray() {
     while (size_ > 0) popBack();
-    for (T* block : blocks_) ::operator delete(static_cast<void*>(block), std::align_val_t{alignof(T)});
+    for (T* block : blocks_) ::operator delete (static_cast<void*>(block), std::align_val_t{alignof(T)});
   }
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
@@ -210,7 +210,7 @@ class BlockArray {
   void emplaceBack(Args&&... args) {
     if (size_ == blocks_.size() * perBlock) {
       blocks_.reserve(blocks_.size() + 1);
-      void* raw = ::operator new(perBlock * sizeof(T), std::align_val_t{alignof(T)});
+      void* raw = ::operator new (perBlock * sizeof(T), std::align_val_t{alignof(T)});
       blocks_.push_back(static_cast<T*>(raw));
     }
     new (&(*this)[size_]) T(std::forward<Args>(args)...);

@@ -13,7 +13,9 @@ const TypeInfo& Entity::staticType() {
 }
 FWK_REGISTER_TYPE(Entity)
 
-Notifiee::~Notifiee() { watch(nullptr); }
+Notifiee::~Notifiee() {
+  watch(nullptr);
+}
 
 void Notifiee::watch(const Entity* entity) {
   if (entity == notifier_) return;
@@ -57,7 +59,9 @@ std::vector<const Notifiee*> Entity::notifieeList() const {
   return list;
 }
 
-void Entity::addNotifiee(Notifiee* notifiee) const { notifiees_.push_back(notifiee); }
+void Entity::addNotifiee(Notifiee* notifiee) const {
+  notifiees_.push_back(notifiee);
+}
 
 void Entity::removeNotifiee(Notifiee* notifiee) const noexcept {
   auto it = std::find(notifiees_.begin(), notifiees_.end(), notifiee);
@@ -92,8 +96,8 @@ void Entity::dispatch(const Change& change) const {
 }
 
 void castFailed(const Entity& entity, const TypeInfo& wanted) {
-  throw TypeConversionError("entity '" + entity.fullName().str() + "' of type " +
-                            entity.fwkType().name().str() + " is not a " + wanted.name().str());
+  throw TypeConversionError("entity '" + entity.fullName().str() + "' of type " + entity.fwkType().name().str() +
+                            " is not a " + wanted.name().str());
 }
 
 }  // namespace fwk

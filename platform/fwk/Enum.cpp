@@ -5,8 +5,7 @@
 
 namespace fwk {
 
-EnumInfo::EnumInfo(std::string_view typeName,
-                   std::initializer_list<std::pair<std::int64_t, const char*>> list)
+EnumInfo::EnumInfo(std::string_view typeName, std::initializer_list<std::pair<std::int64_t, const char*>> list)
     : typeName_(typeName) {
   enumerators_.reserve(list.size());
   for (const auto& [value, id] : list) {

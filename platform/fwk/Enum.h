@@ -12,12 +12,12 @@
 // fwk::EnumError for a name or number that is not an enumerator.
 #pragma once
 
-#include <cstdint>
 #include <concepts>
+#include <cstdint>
 #include <initializer_list>
-#include <type_traits>
 #include <iosfwd>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -76,22 +76,26 @@ E enumFromName(std::string_view name) {
 #define FWK_ENUM_ENUMERATOR_(id, number) id = (number),
 #define FWK_ENUM_ENTRY_(id, number) {static_cast<std::int64_t>(number), #id},
 
-#define FWK_ENUM(Name, Underlying, LIST)          \
+#define FWK_ENUM(Name, Underlying, LIST)                 \
   enum Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
   FWK_ENUM_HELPERS_(Name, LIST)
 
 // The same for a scoped enumeration (AclType::ip).
-#define FWK_ENUM_CLASS(Name, Underlying, LIST)          \
+#define FWK_ENUM_CLASS(Name, Underlying, LIST)                 \
   enum class Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
   FWK_ENUM_HELPERS_(Name, LIST)
 
-#define FWK_ENUM_HELPERS_(Name, LIST)                                                        \
-  inline const ::fwk::EnumInfo& fwkEnumInfo(Name) {                                          \
-    static const ::fwk::EnumInfo info(#Name, {LIST(FWK_ENUM_ENTRY_)});                       \
-    return info;                                                                             \
-  }                                                                                          \
-  inline const ::fwk::String& stringValue(Name value) { return ::fwk::enumName(value); }     \
-  inline const ::fwk::String& valueToStrep(Name value) { return ::fwk::enumName(value); }    \
-  inline std::ostream& operator<<(std::ostream& os, Name value) {                            \
-    return ::fwk::writeEnum(os, fwkEnumInfo(value), static_cast<std::int64_t>(value));       \
+#define FWK_ENUM_HELPERS_(Name, LIST)                                                  \
+  inline const ::fwk::EnumInfo& fwkEnumInfo(Name) {                                    \
+    static const ::fwk::EnumInfo info(#Name, {LIST(FWK_ENUM_ENTRY_)});                 \
+    return info;                                                                       \
+  }                                                                                    \
+  inline const ::fwk::String& stringValue(Name value) {                                \
+    return ::fwk::enumName(value);                                                     \
+  }                                                                                    \
+  inline const ::fwk::String& valueToStrep(Name value) {                               \
+    return ::fwk::enumName(value);                                                     \
+  }                                                                                    \
+  inline std::ostream& operator<<(std::ostream& os, Name value) {                      \
+    return ::fwk::writeEnum(os, fwkEnumInfo(value), static_cast<std::int64_t>(value)); \
   }

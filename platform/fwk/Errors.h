@@ -42,8 +42,7 @@ class NameError : public Error {
   using Error::Error;
 };
 
-[[noreturn]] void assertionFailed(const char* text, const char* file, int line,
-                                  const char* function) noexcept;
+[[noreturn]] void assertionFailed(const char* text, const char* file, int line, const char* function) noexcept;
 
 }  // namespace fwk
 

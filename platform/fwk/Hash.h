@@ -42,9 +42,13 @@ constexpr std::size_t hashBytes(std::string_view bytes) noexcept {
 template <class T>
 struct Hash {
   std::size_t operator()(const T& value) const noexcept {
-    if constexpr (requires { { value.hash() } -> std::convertible_to<std::size_t>; }) {
+    if constexpr (requires {
+                    { value.hash() } -> std::convertible_to<std::size_t>;
+                  }) {
       return value.hash();
-    } else if constexpr (requires { { value.hash(0u) } -> std::convertible_to<std::size_t>; }) {
+    } else if constexpr (requires {
+                           { value.hash(0u) } -> std::convertible_to<std::size_t>;
+                         }) {
       return value.hash(0u);
     } else if constexpr (std::is_enum_v<T> || std::is_integral_v<T>) {
       return static_cast<std::size_t>(value);  // combined or reduced modulo a prime by the caller

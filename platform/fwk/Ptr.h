@@ -54,7 +54,9 @@ class RefCounted {
   RefCounted() = default;
   virtual ~RefCounted() = default;
   // Runs when the last reference goes away.
-  virtual void zeroReferences() const noexcept { delete this; }
+  virtual void zeroReferences() const noexcept {
+    delete this;
+  }
 
  private:
   mutable RefCount refs_{0};
@@ -66,18 +68,18 @@ class Ptr {
   using element_type = T;
 
   constexpr Ptr() noexcept = default;
-  constexpr Ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor)
+  constexpr Ptr(std::nullptr_t) noexcept {}        // NOLINT(google-explicit-constructor)
   Ptr(T* raw) noexcept : raw_(raw) { acquire(); }  // NOLINT(google-explicit-constructor)
   Ptr(const Ptr& other) noexcept : raw_(other.raw_) { acquire(); }
   Ptr(Ptr&& other) noexcept : raw_(std::exchange(other.raw_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& other) noexcept : raw_(other.get()) {  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+  noexcept : raw_(other.get()) {  // NOLINT(google-explicit-constructor)
     acquire();
   }
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& other) noexcept : raw_(other.release()) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : raw_(other.release()) {}  // NOLINT(google-explicit-constructor)
   ~Ptr() { releaseRef(); }
 
   Ptr& operator=(const Ptr& other) noexcept {

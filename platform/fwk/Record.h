@@ -11,8 +11,9 @@
 //
 // gives each field a getter N() and a setter NIs(v), and the record ==, < (a total order,
 // field by field after the base's fields), hash(seed), stream output (the fields that
-// differ from a default record: "Match{protocol=6}") and reflection of its fields. A ranged field rejects values outside [min, max], in its setter and in the
-// default constructor, with RangeError("IpFilterBase::tni < 0 or > 16777215 not allowed").
+// differ from a default record: "Match{protocol=6}") and reflection of its fields. A ranged field rejects values
+// outside [min, max], in its setter and in the default constructor, with RangeError("IpFilterBase::tni < 0 or >
+// 16777215 not allowed").
 #pragma once
 
 #include <cstddef>
@@ -53,25 +54,33 @@ int compareValues(const T& a, const T& b) {
 }  // namespace fwk
 
 #define FWK_RECORD_DECL_(kind, ...) FWK_RECORD_DECL_##kind(__VA_ARGS__)
-#define FWK_RECORD_DECL_field(name, T, def)                         \
- public:                                                            \
-  [[nodiscard]] const T& name() const noexcept { return name##_; }  \
-  void name##Is(const T& value) { name##_ = value; }                \
-                                                                    \
- private:                                                           \
+#define FWK_RECORD_DECL_field(name, T, def)      \
+ public:                                         \
+  [[nodiscard]] const T& name() const noexcept { \
+    return name##_;                              \
+  }                                              \
+  void name##Is(const T& value) {                \
+    name##_ = value;                             \
+  }                                              \
+                                                 \
+ private:                                        \
   T name##_ = def;
-#define FWK_RECORD_DECL_ranged(name, T, def, min, max)                                     \
- public:                                                                                   \
-  [[nodiscard]] const T& name() const noexcept { return name##_; }                         \
-  void name##Is(const T& value) { name##_ = name##Checked(value); }                        \
-                                                                                           \
- private:                                                                                  \
-  static T name##Checked(const T& value) {                                                 \
-    if (std::cmp_less(value, min) || std::cmp_greater(value, max)) {                       \
-      ::fwk::detail::fieldOutOfRange(fwkTypeName(), #name, #min, #max);                    \
-    }                                                                                      \
-    return value;                                                                          \
-  }                                                                                        \
+#define FWK_RECORD_DECL_ranged(name, T, def, min, max)                  \
+ public:                                                                \
+  [[nodiscard]] const T& name() const noexcept {                        \
+    return name##_;                                                     \
+  }                                                                     \
+  void name##Is(const T& value) {                                       \
+    name##_ = name##Checked(value);                                     \
+  }                                                                     \
+                                                                        \
+ private:                                                               \
+  static T name##Checked(const T& value) {                              \
+    if (std::cmp_less(value, min) || std::cmp_greater(value, max)) {    \
+      ::fwk::detail::fieldOutOfRange(fwkTypeName(), #name, #min, #max); \
+    }                                                                   \
+    return value;                                                       \
+  }                                                                     \
   T name##_ = name##Checked(def);
 
 #define FWK_RECORD_EQ_(kind, name, ...) &&name##_ == other.name##_
@@ -80,42 +89,45 @@ int compareValues(const T& a, const T& b) {
 #define FWK_RECORD_HASH_(kind, name, T, ...) h = ::fwk::hashCombine(h, ::fwk::Hash<T>{}(name##_));
 
 // Inside the class body of a record type.
-#define FWK_RECORD(Class, Base, LIST)                                                        \
- public:                                                                                     \
-  using FwkRecordBase = Base;                                                                \
-  static const char* fwkTypeName() { return #Class; }                                        \
-  static const std::vector<::fwk::FieldInfo>& fwkFields();                                   \
-  static void fwkAppendFields(std::vector<::fwk::FieldInfo>& fields);                        \
-  void fwkPrintFields(std::ostream& os, bool& first) const;                                  \
-  bool operator==(const Class& other) const {                                                \
+#define FWK_RECORD(Class, Base, LIST)                                                               \
+ public:                                                                                            \
+  using FwkRecordBase = Base;                                                                       \
+  static const char* fwkTypeName() {                                                                \
+    return #Class;                                                                                  \
+  }                                                                                                 \
+  static const std::vector<::fwk::FieldInfo>& fwkFields();                                          \
+  static void fwkAppendFields(std::vector<::fwk::FieldInfo>& fields);                               \
+  void fwkPrintFields(std::ostream& os, bool& first) const;                                         \
+  bool operator==(const Class& other) const {                                                       \
     return static_cast<const Base&>(*this) == static_cast<const Base&>(other) LIST(FWK_RECORD_EQ_); \
-  }                                                                                          \
-  bool operator<(const Class& other) const { return fwkCompare(other) < 0; }                 \
-  [[nodiscard]] int fwkCompare(const Class& other) const {                                   \
-    if (int c = Base::fwkCompare(other)) return c;                                           \
-    LIST(FWK_RECORD_CMP_)                                                                    \
-    return 0;                                                                                \
-  }                                                                                          \
-  [[nodiscard]] std::size_t hash(std::uint32_t seed = 0) const noexcept {                    \
-    std::size_t h = Base::hash(seed);                                                        \
-    LIST(FWK_RECORD_HASH_)                                                                   \
-    return h;                                                                                \
-  }                                                                                          \
-  friend std::ostream& operator<<(std::ostream& os, const Class& record);                    \
-  LIST(FWK_RECORD_DECL_)                                                                     \
+  }                                                                                                 \
+  bool operator<(const Class& other) const {                                                        \
+    return fwkCompare(other) < 0;                                                                   \
+  }                                                                                                 \
+  [[nodiscard]] int fwkCompare(const Class& other) const {                                          \
+    if (int c = Base::fwkCompare(other)) return c;                                                  \
+    LIST(FWK_RECORD_CMP_)                                                                           \
+    return 0;                                                                                       \
+  }                                                                                                 \
+  [[nodiscard]] std::size_t hash(std::uint32_t seed = 0) const noexcept {                           \
+    std::size_t h = Base::hash(seed);                                                               \
+    LIST(FWK_RECORD_HASH_)                                                                          \
+    return h;                                                                                       \
+  }                                                                                                 \
+  friend std::ostream& operator<<(std::ostream& os, const Class& record);                           \
+  LIST(FWK_RECORD_DECL_)                                                                            \
  public:
 
 // ---- in the record's source file (include "platform/fwk/Reflection.h") --------------
 
-#define FWK_RECORD_INFO_(kind, name, T, ...)                                                   \
-  fields.push_back(::fwk::FieldInfo{                                                           \
-      ::fwk::String(#name), &::fwk::valueType<T>(),                                            \
-      [](const void* r) { return ::fwk::Value(static_cast<const C*>(r)->name()); },            \
-      [](void* r, const ::fwk::Value& v) { static_cast<C*>(r)->name##Is(v.as<T>()); }});
-#define FWK_RECORD_PRINT_(kind, name, ...)                              \
-  if (!(name##_ == ::fwk::detail::defaultValue<C>().name##_)) {         \
-    os << (first ? "" : ", ") << #name "=" << ::fwk::strep(name##_);    \
-    first = false;                                                      \
+#define FWK_RECORD_INFO_(kind, name, T, ...)                                                                      \
+  fields.push_back(::fwk::FieldInfo{::fwk::String(#name), &::fwk::valueType<T>(),                                 \
+                                    [](const void* r) { return ::fwk::Value(static_cast<const C*>(r)->name()); }, \
+                                    [](void* r, const ::fwk::Value& v) { static_cast<C*>(r)->name##Is(v.as<T>()); }});
+#define FWK_RECORD_PRINT_(kind, name, ...)                           \
+  if (!(name##_ == ::fwk::detail::defaultValue<C>().name##_)) {      \
+    os << (first ? "" : ", ") << #name "=" << ::fwk::strep(name##_); \
+    first = false;                                                   \
   }
 
 // FWK_RECORD_DEFINE_FIELDS leaves out the stream output, for a record that writes its own.
@@ -128,22 +140,22 @@ int compareValues(const T& a, const T& b) {
     return os << "}";                                               \
   }
 
-#define FWK_RECORD_DEFINE_FIELDS(Class, LIST)                               \
-  const std::vector<::fwk::FieldInfo>& Class::fwkFields() {                 \
-    static const std::vector<::fwk::FieldInfo> fields = [] {                \
-      std::vector<::fwk::FieldInfo> all;                                    \
-      fwkAppendFields(all);                                                 \
-      return all;                                                           \
-    }();                                                                    \
-    return fields;                                                          \
-  }                                                                         \
-  void Class::fwkAppendFields(std::vector<::fwk::FieldInfo>& fields) {      \
-    using C = Class;                                                        \
-    FwkRecordBase::fwkAppendFields(fields);                                 \
-    LIST(FWK_RECORD_INFO_)                                                  \
-  }                                                                         \
-  void Class::fwkPrintFields(std::ostream& os, bool& first) const {         \
-    using C = Class;                                                        \
-    FwkRecordBase::fwkPrintFields(os, first);                               \
-    LIST(FWK_RECORD_PRINT_)                                                 \
+#define FWK_RECORD_DEFINE_FIELDS(Class, LIST)                          \
+  const std::vector<::fwk::FieldInfo>& Class::fwkFields() {            \
+    static const std::vector<::fwk::FieldInfo> fields = [] {           \
+      std::vector<::fwk::FieldInfo> all;                               \
+      fwkAppendFields(all);                                            \
+      return all;                                                      \
+    }();                                                               \
+    return fields;                                                     \
+  }                                                                    \
+  void Class::fwkAppendFields(std::vector<::fwk::FieldInfo>& fields) { \
+    using C = Class;                                                   \
+    FwkRecordBase::fwkAppendFields(fields);                            \
+    LIST(FWK_RECORD_INFO_)                                             \
+  }                                                                    \
+  void Class::fwkPrintFields(std::ostream& os, bool& first) const {    \
+    using C = Class;                                                   \
+    FwkRecordBase::fwkPrintFields(os, first);                          \
+    LIST(FWK_RECORD_PRINT_)                                            \
   }

@@ -19,7 +19,9 @@ void copyOfUncreatableChild(const AttrInfo& attr, const String& typeName) {
 
 }  // namespace detail
 
-Value getAttribute(const Entity& entity, std::string_view name) { return entity.fwkType().attr(name).get(entity); }
+Value getAttribute(const Entity& entity, std::string_view name) {
+  return entity.fwkType().attr(name).get(entity);
+}
 
 void setAttribute(Entity& entity, std::string_view name, const Value& value) {
   entity.fwkType().attr(name).set(entity, value);

@@ -77,7 +77,8 @@ class ScalarAttr final : public AttrInfo {
 
   using Setter = void (*)(C&, const T&);
   ScalarAttr(const char* name, std::uint16_t index, T C::*member, Setter setter, bool copied)
-      : AttrInfo(name, AttrKind::scalar, index, nullptr, ::fwk::valueType<T>().name, &::fwk::valueType<T>(), setter != nullptr),
+      : AttrInfo(name, AttrKind::scalar, index, nullptr, ::fwk::valueType<T>().name, &::fwk::valueType<T>(),
+                 setter != nullptr),
         member_(member),
         setter_(setter),
         copied_(copied) {
@@ -129,9 +130,7 @@ class MapAttr final : public AttrInfo {
     const V* found = (cast<C>(e).*member_).find(key.as<K>());
     return found ? Value(*found) : Value(V());
   }
-  void set(Entity& e, const Value& key, const Value& v) const override {
-    set_(cast<C>(e), key.as<K>(), v.as<V>());
-  }
+  void set(Entity& e, const Value& key, const Value& v) const override { set_(cast<C>(e), key.as<K>(), v.as<V>()); }
   void del(Entity& e, const Value& key) const override { del_(cast<C>(e), key.as<K>()); }
   void delAll(Entity& e) const override { delAll_(cast<C>(e)); }
   std::size_t size(const Entity& e) const override { return (cast<C>(e).*member_).size(); }
@@ -381,8 +380,7 @@ class TypeBuilder {
   explicit TypeBuilder(TypeInfo& type) : type_(type) {}
 
   template <class T>
-  void scalar(const char* name, std::uint16_t index, T C::*member, void (*setter)(C&, const T&),
-              bool copied = true) {
+  void scalar(const char* name, std::uint16_t index, T C::*member, void (*setter)(C&, const T&), bool copied = true) {
     type_.attrIs(std::make_unique<ScalarAttr<C, T>>(name, index, member, setter, copied));
   }
   template <class Map>
@@ -446,8 +444,7 @@ Value invoke(Entity& entity, std::string_view operation, const std::vector<Value
 template <class Skip>
 bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const String& path, Skip&& skip) {
   if (&dest.fwkType() != &src.fwkType()) {
-    throw TypeConversionError("cannot copy a " + src.fwkType().name().str() + " onto a " +
-                              dest.fwkType().name().str());
+    throw TypeConversionError("cannot copy a " + src.fwkType().name().str() + " onto a " + dest.fwkType().name().str());
   }
   bool changed = false;
   const std::vector<const AttrInfo*> attrs = src.fwkType().attrs();
@@ -470,12 +467,12 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
 #define FWK_REFLECT_customScalar(name, T, def) FWK_REFLECT_scalar(name, T, def)
 #define FWK_REFLECT_constScalar(name, T, def) b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, nullptr, false);
 #define FWK_REFLECT_statusScalar(name, T, def) \
-  b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, [](C& c, const T& v) { c.name##Is(v); }, false);
-#define FWK_REFLECT_MAP_(Map, kind, name, K, V)                                                  \
-  b.map<::fwk::Map<K, V>>(                                                                       \
-      #name, ::fwk::kind, C::name##AttrIndex, &C::name##_,                                       \
-      [](C& c, const K& k, const V& v) { c.name##Is(k, v); }, [](C& c, const K& k) { c.name##Del(k); }, \
-      [](C& c) { c.name##DelAll(); });
+  b.scalar<T>(                                 \
+      #name, C::name##AttrIndex, &C::name##_, [](C& c, const T& v) { c.name##Is(v); }, false);
+#define FWK_REFLECT_MAP_(Map, kind, name, K, V)                                                                    \
+  b.map<::fwk::Map<K, V>>(                                                                                         \
+      #name, ::fwk::kind, C::name##AttrIndex, &C::name##_, [](C& c, const K& k, const V& v) { c.name##Is(k, v); }, \
+      [](C& c, const K& k) { c.name##Del(k); }, [](C& c) { c.name##DelAll(); });
 #define FWK_REFLECT_orderedMap(name, K, V) FWK_REFLECT_MAP_(OrderedMap, orderedMap, name, K, V)
 #define FWK_REFLECT_hashMap(name, K, V) FWK_REFLECT_MAP_(HashMap, hashMap, name, K, V)
 #define FWK_REFLECT_customOrderedMap(name, K, V) FWK_REFLECT_MAP_(OrderedMap, orderedMap, name, K, V)
@@ -487,30 +484,29 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
 #define FWK_CONCAT_(a, b) FWK_CONCAT_INNER_(a, b)
 
 // Registers a type by name when the library loads.
-#define FWK_REGISTER_TYPE(Class)                                                          \
-  namespace {                                                                             \
-  [[maybe_unused]] const bool FWK_CONCAT_(fwkTypeRegistered_, __LINE__) =                 \
-      (::fwk::registerType(Class::staticType()), true);                                   \
+#define FWK_REGISTER_TYPE(Class)                                                                                     \
+  namespace {                                                                                                        \
+  [[maybe_unused]] const bool FWK_CONCAT_(fwkTypeRegistered_, __LINE__) = (::fwk::registerType(Class::staticType()), \
+                                                                           true);                                    \
   }
 
 // Registers a free function returning Ptr<Class> as a factory of Class.
-#define FWK_REGISTER_FACTORY(Class, function)                                              \
+#define FWK_REGISTER_FACTORY(Class, function)                                             \
   namespace {                                                                             \
   [[maybe_unused]] const bool FWK_CONCAT_(fwkFactoryRegistered_, __LINE__) =              \
       (Class::staticType().factoryIs(::fwk::detail::makeOp<&function>(#function)), true); \
   }
 
-#define FWK_ENTITY_DEFINE_WITH_OPS(Class, LIST, OPS)                                     \
-  const ::fwk::TypeInfo& Class::staticType() {                                          \
-    static const ::fwk::TypeInfo& type =                                                \
-        ::fwk::detail::buildType<Class>([](::fwk::detail::TypeBuilder<Class>& b) {      \
-          using C [[maybe_unused]] = Class;                                             \
-          static_cast<void>(b);                                                         \
-          LIST(FWK_PASS_REFLECT_)                                                       \
-          OPS(FWK_PASS_OP_)                                                             \
-        });                                                                             \
-    return type;                                                                        \
-  }                                                                                     \
+#define FWK_ENTITY_DEFINE_WITH_OPS(Class, LIST, OPS)                                                                \
+  const ::fwk::TypeInfo& Class::staticType() {                                                                      \
+    static const ::fwk::TypeInfo& type = ::fwk::detail::buildType<Class>([](::fwk::detail::TypeBuilder<Class>& b) { \
+      using C [[maybe_unused]] = Class;                                                                             \
+      static_cast<void>(b);                                                                                         \
+      LIST(FWK_PASS_REFLECT_)                                                                                       \
+      OPS(FWK_PASS_OP_)                                                                                             \
+    });                                                                                                             \
+    return type;                                                                                                    \
+  }                                                                                                                 \
   FWK_REGISTER_TYPE(Class)
 
 #define FWK_NO_OPS_(O)

@@ -31,7 +31,9 @@ class StrepStream {
 }  // namespace detail
 
 template <class T>
-concept Streamable = requires(std::ostream& os, const T& v) { os << v; };
+concept Streamable = requires(std::ostream& os, const T& v) {
+  os << v;
+};
 
 template <class T>
 std::string strep(const T& value) {

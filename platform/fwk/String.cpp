@@ -66,6 +66,8 @@ String operator+(const String& a, std::string_view b) {
   return String(joined);
 }
 
-std::ostream& operator<<(std::ostream& os, const String& s) { return os << s.view(); }
+std::ostream& operator<<(std::ostream& os, const String& s) {
+  return os << s.view();
+}
 
 }  // namespace fwk

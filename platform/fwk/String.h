@@ -23,8 +23,8 @@ class String {
  public:
   String() noexcept = default;
   String(const char* text) : String(std::string_view(text ? text : "")) {}  // NOLINT
-  String(std::string_view text);                                          // NOLINT
-  String(const std::string& text) : String(std::string_view(text)) {}      // NOLINT
+  String(std::string_view text);                                            // NOLINT
+  String(const std::string& text) : String(std::string_view(text)) {}       // NOLINT
   String(const String& other) noexcept : rep_(other.rep_) { acquire(); }
   String(String&& other) noexcept : rep_(other.rep_) { other.rep_ = nullptr; }
   ~String() { releaseRep(); }
@@ -46,16 +46,10 @@ class String {
     return a.rep_ == b.rep_ || (a.hash() == b.hash() && a.view() == b.view());
   }
   friend bool operator==(const String& a, std::string_view b) noexcept { return a.view() == b; }
-  friend bool operator==(const String& a, const char* b) noexcept {
-    return a.view() == std::string_view(b);
-  }
+  friend bool operator==(const String& a, const char* b) noexcept { return a.view() == std::string_view(b); }
   friend bool operator==(const String& a, const std::string& b) noexcept { return a.view() == b; }
-  friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept {
-    return a.view() <=> b.view();
-  }
-  friend std::strong_ordering operator<=>(const String& a, std::string_view b) noexcept {
-    return a.view() <=> b;
-  }
+  friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
+  friend std::strong_ordering operator<=>(const String& a, std::string_view b) noexcept { return a.view() <=> b; }
   friend String operator+(const String& a, std::string_view b);
 
  private:

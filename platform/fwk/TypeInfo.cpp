@@ -8,8 +8,8 @@
 
 namespace fwk {
 
-AttrInfo::AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueType* keyType,
-                   String valueTypeName, const ValueType* valueType, bool writable)
+AttrInfo::AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueType* keyType, String valueTypeName,
+                   const ValueType* valueType, bool writable)
     : name_(std::move(name)),
       kind_(kind),
       index_(index),
@@ -19,20 +19,37 @@ AttrInfo::AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueT
       writable_(writable) {}
 
 void AttrInfo::unsupported(const char* what) const {
-  throw Error("attribute " + (owner_ ? owner_->name().str() : std::string("?")) + "::" + name_.str() +
-              " (" + stringValue(kind_).str() + (writable_ ? "" : ", read-only") + ") does not support " +
-              what);
+  throw Error("attribute " + (owner_ ? owner_->name().str() : std::string("?")) + "::" + name_.str() + " (" +
+              stringValue(kind_).str() + (writable_ ? "" : ", read-only") + ") does not support " + what);
 }
 
-Value AttrInfo::get(const Entity&) const { unsupported("get without a key"); }
-void AttrInfo::set(Entity&, const Value&) const { unsupported("set without a key"); }
-Value AttrInfo::get(const Entity&, const Value&) const { unsupported("get with a key"); }
-void AttrInfo::set(Entity&, const Value&, const Value&) const { unsupported("set with a key"); }
-void AttrInfo::del(Entity&, const Value&) const { unsupported("del"); }
-void AttrInfo::delAll(Entity&) const { unsupported("delAll"); }
-std::size_t AttrInfo::size(const Entity&) const { unsupported("size"); }
-std::vector<Value> AttrInfo::keys(const Entity&) const { unsupported("keys"); }
-std::vector<Entity*> AttrInfo::children(const Entity&) const { return {}; }
+Value AttrInfo::get(const Entity&) const {
+  unsupported("get without a key");
+}
+void AttrInfo::set(Entity&, const Value&) const {
+  unsupported("set without a key");
+}
+Value AttrInfo::get(const Entity&, const Value&) const {
+  unsupported("get with a key");
+}
+void AttrInfo::set(Entity&, const Value&, const Value&) const {
+  unsupported("set with a key");
+}
+void AttrInfo::del(Entity&, const Value&) const {
+  unsupported("del");
+}
+void AttrInfo::delAll(Entity&) const {
+  unsupported("delAll");
+}
+std::size_t AttrInfo::size(const Entity&) const {
+  unsupported("size");
+}
+std::vector<Value> AttrInfo::keys(const Entity&) const {
+  unsupported("keys");
+}
+std::vector<Entity*> AttrInfo::children(const Entity&) const {
+  return {};
+}
 
 TypeInfo::TypeInfo(String name, const TypeInfo* base) : name_(std::move(name)), base_(base) {}
 
@@ -99,8 +116,12 @@ void TypeInfo::attrIs(std::unique_ptr<AttrInfo> attr) {
   attrs_.push_back(std::move(attr));
 }
 
-void TypeInfo::opIs(OpInfo op) { ops_.push_back(std::move(op)); }
-void TypeInfo::factoryIs(OpInfo factory) const { factories_.push_back(std::move(factory)); }
+void TypeInfo::opIs(OpInfo op) {
+  ops_.push_back(std::move(op));
+}
+void TypeInfo::factoryIs(OpInfo factory) const {
+  factories_.push_back(std::move(factory));
+}
 
 namespace {
 struct Registry {

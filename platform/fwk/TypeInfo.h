@@ -51,8 +51,8 @@ class CopyContext {
 // the wrong type raises TypeConversionError.
 class AttrInfo {
  public:
-  AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueType* keyType,
-           String valueTypeName, const ValueType* valueType, bool writable);
+  AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueType* keyType, String valueTypeName,
+           const ValueType* valueType, bool writable);
   AttrInfo(const AttrInfo&) = delete;
   AttrInfo& operator=(const AttrInfo&) = delete;
   virtual ~AttrInfo() = default;

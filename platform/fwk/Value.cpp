@@ -12,8 +12,12 @@ struct StrepStream::Impl {
 };
 StrepStream::StrepStream() : impl_(std::make_unique<Impl>()) {}
 StrepStream::~StrepStream() = default;
-std::ostream& StrepStream::os() { return impl_->os; }
-std::string StrepStream::str() const { return impl_->os.str(); }
+std::ostream& StrepStream::os() {
+  return impl_->os;
+}
+std::string StrepStream::str() const {
+  return impl_->os.str();
+}
 
 void parseFailed(const String& typeName, std::string_view text) {
   throw TypeConversionError("cannot read a " + typeName.str() + " from '" + std::string(text) + "'");
@@ -62,8 +66,8 @@ bool parseDouble(std::string_view text, double& out) {
 }  // namespace detail
 
 void Value::conversionFailed(const String& wanted) const {
-  throw TypeConversionError("value of type " + (holder_ ? holder_->type().name.str() : "none") +
-                            " is not a " + wanted.str());
+  throw TypeConversionError("value of type " + (holder_ ? holder_->type().name.str() : "none") + " is not a " +
+                            wanted.str());
 }
 
 }  // namespace fwk

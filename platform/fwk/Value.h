@@ -50,8 +50,7 @@ class Value {
  public:
   Value() = default;
   template <class T>
-    requires(!std::is_same_v<std::decay_t<T>, Value>)
-  Value(T value)  // NOLINT(google-explicit-constructor)
+  requires(!std::is_same_v<std::decay_t<T>, Value>) Value(T value)  // NOLINT(google-explicit-constructor)
       : holder_(std::make_unique<Holder<Stored<T>>>(std::move(value))) {}
   Value(const char* text) : Value(String(text)) {}  // NOLINT(google-explicit-constructor)
   Value(const Value& other) : holder_(other.holder_ ? other.holder_->clone() : nullptr) {}
@@ -83,9 +82,8 @@ class Value {
 
  private:
   template <class T>
-  using Stored = std::conditional_t<std::is_convertible_v<T, std::string_view> &&
-                                        !std::is_same_v<T, String>,
-                                    String, T>;
+  using Stored =
+      std::conditional_t<std::is_convertible_v<T, std::string_view> && !std::is_same_v<T, String>, String, T>;
   struct HolderBase {
     virtual ~HolderBase() = default;
     [[nodiscard]] virtual HolderBase* clone() const = 0;
@@ -131,9 +129,9 @@ String typeNameOf() {
   }
 }
 
-#define FWK_BUILTIN_TYPE_NAME_(Type, Text) \
-  template <>                              \
-  struct TypeName<Type> {                  \
+#define FWK_BUILTIN_TYPE_NAME_(Type, Text)     \
+  template <>                                  \
+  struct TypeName<Type> {                      \
     static constexpr const char* value = Text; \
   };
 FWK_BUILTIN_TYPE_NAME_(bool, "bool")
@@ -173,8 +171,7 @@ T parseValue(std::string_view text) {
     return b;
   } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
     std::int64_t n = 0;
-    if (!detail::parseSigned(text, n) || n < std::numeric_limits<T>::min() ||
-        n > std::numeric_limits<T>::max()) {
+    if (!detail::parseSigned(text, n) || n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) {
       detail::parseFailed(typeNameOf<T>(), text);
     }
     return static_cast<T>(n);

@@ -16,8 +16,7 @@ bool EntityCopyHandler::handleEntity(const Ptr<EntityCopy>& entityCopy, const Pt
   return entityCopy->doCopyEntityAttrs(dest, src, name, nullptr);
 }
 
-Ptr<Entity> EntityCopyHandler::resolveEntityPtr(const Ptr<EntityCopy>& entityCopy,
-                                                const Ptr<const Entity>& srcTarget) {
+Ptr<Entity> EntityCopyHandler::resolveEntityPtr(const Ptr<EntityCopy>& entityCopy, const Ptr<const Entity>& srcTarget) {
   return entityCopy->counterpart(srcTarget);
 }
 
@@ -33,7 +32,9 @@ void CopyHandlerRegistry::handlerIs(const fwk::TypeInfo& type, const Ptr<EntityC
   handlers_[&type] = handler;
 }
 
-void CopyHandlerRegistry::handlerDel(const fwk::TypeInfo& type) { handlers_.erase(&type); }
+void CopyHandlerRegistry::handlerDel(const fwk::TypeInfo& type) {
+  handlers_.erase(&type);
+}
 
 Ptr<EntityCopyHandler> CopyHandlerRegistry::handler(const fwk::TypeInfo& type) const {
   for (const fwk::TypeInfo* t = &type; t; t = t->base()) {

@@ -46,8 +46,8 @@ class EntityCopyHandler : public Entity {
 
   // Makes dest like src; true when dest changed. `name` is the path of the pair, for
   // traces and for the children's paths. The default copies every attribute generically.
-  virtual bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<Entity>& dest,
-                            const Ptr<const Entity>& src, const String& name);
+  virtual bool handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<Entity>& dest, const Ptr<const Entity>& src,
+                            const String& name);
   // The destination's counterpart of an entity the source refers to.
   virtual Ptr<Entity> resolveEntityPtr(const Ptr<EntityCopy>& entityCopy, const Ptr<const Entity>& srcTarget);
   // Called for the parent of an entity the copy created; nothing to do by default.
@@ -80,9 +80,9 @@ class CopyHandlerRegistry {
   std::map<const fwk::TypeInfo*, Ptr<EntityCopyHandler>> handlers_;
 };
 
-#define CLI_ENTITY_COPY_ATTRS(A)                        \
-  A(scalar, src, fwk::Ptr<const fwk::Entity>, {})       \
-  A(scalar, dest, fwk::Ptr<fwk::Entity>, {})            \
+#define CLI_ENTITY_COPY_ATTRS(A)                  \
+  A(scalar, src, fwk::Ptr<const fwk::Entity>, {}) \
+  A(scalar, dest, fwk::Ptr<fwk::Entity>, {})      \
   A(scalar, handler, fwk::Ptr<EntityCopyHandler>, {})
 
 class EntityCopy : public Entity, private fwk::CopyContext {

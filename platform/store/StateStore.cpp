@@ -2,7 +2,9 @@
 
 namespace fwk {
 
-StateStore::StateStore() : root_(new Dir()) { root_->hasNotificationActiveIs(true); }
+StateStore::StateStore() : root_(new Dir()) {
+  root_->hasNotificationActiveIs(true);
+}
 
 StateStore& StateStore::instance() {
   static StateStore& store = *new StateStore;

@@ -18,7 +18,10 @@ double now() {
   return std::chrono::duration_cast<Seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-ClockOverride::ClockOverride(std::function<double()> replacement) : previous_(std::exchange(source(), std::move(replacement))) {}
-ClockOverride::~ClockOverride() { source() = std::move(previous_); }
+ClockOverride::ClockOverride(std::function<double()> replacement)
+    : previous_(std::exchange(source(), std::move(replacement))) {}
+ClockOverride::~ClockOverride() {
+  source() = std::move(previous_);
+}
 
 }  // namespace fwk

@@ -111,7 +111,9 @@ std::string formatTrace(const TraceRecord& record) {
 }
 
 TraceCapture::TraceCapture() : previous_(traceSinkIs(this)) {}
-TraceCapture::~TraceCapture() { traceSinkIs(previous_); }
+TraceCapture::~TraceCapture() {
+  traceSinkIs(previous_);
+}
 
 void TraceCapture::write(const TraceRecord& record) {
   lines_.push_back(Line{record.facility->name(), record.level, record.file, record.line, record.function,
@@ -126,7 +128,9 @@ std::vector<std::string> TraceCapture::messages(std::string_view facility) const
   return list;
 }
 
-bool TraceCapture::contains(std::string_view message) const { return count(message) > 0; }
+bool TraceCapture::contains(std::string_view message) const {
+  return count(message) > 0;
+}
 
 std::size_t TraceCapture::count(std::string_view message) const {
   std::size_t n = 0;
@@ -149,6 +153,8 @@ TraceLine::~TraceLine() {
   sink().write(TraceRecord{&facility_, level_, file_, line_, function_, message});
 }
 
-std::ostream& TraceLine::stream() { return buffer_->os; }
+std::ostream& TraceLine::stream() {
+  return buffer_->os;
+}
 
 }  // namespace fwk

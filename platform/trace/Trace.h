@@ -124,8 +124,7 @@ class TraceLine {
     return *this;
   }
   template <class E>
-    requires std::is_base_of_v<Entity, std::remove_const_t<E>>
-  TraceLine& operator<<(const Ptr<E>& entity) {
+  requires std::is_base_of_v<Entity, std::remove_const_t<E>> TraceLine& operator<<(const Ptr<E>& entity) {
     if (entity) {
       stream() << entity->fullName();
     } else {
@@ -134,8 +133,7 @@ class TraceLine {
     return *this;
   }
   template <class E>
-    requires std::is_base_of_v<Entity, std::remove_const_t<E>>
-  TraceLine& operator<<(E* entity) {
+  requires std::is_base_of_v<Entity, std::remove_const_t<E>> TraceLine& operator<<(E* entity) {
     if (entity) {
       stream() << entity->fullName();
     } else {
@@ -166,9 +164,9 @@ class TraceLine {
 
 // The same, naming the function explicitly (for lines written from a lambda or helper on
 // behalf of an operation).
-#define FWK_TRACE_AS(facility, level, function, ...)                                        \
-  do {                                                                                       \
-    if ((facility).enabled(level)) {                                                         \
-      ::fwk::TraceLine(facility, level, __FILE__, __LINE__, function) << __VA_ARGS__;        \
-    }                                                                                        \
+#define FWK_TRACE_AS(facility, level, function, ...)                                  \
+  do {                                                                                \
+    if ((facility).enabled(level)) {                                                  \
+      ::fwk::TraceLine(facility, level, __FILE__, __LINE__, function) << __VA_ARGS__; \
+    }                                                                                 \
   } while (false)

@@ -131,10 +131,12 @@ TEST_F(EditTest, RemarksTakeFreePlacesAndRefuseOccupiedOnes) {
   EXPECT_EQ(s->addRemark(x, 10), succeeded);
   EXPECT_EQ(s->addRemark(RemarkConfig(String("z")), 10), errRuleExists);
   EXPECT_EQ(s->addRemark(RemarkConfig(String("z")), 15), errRuleExists);
-  EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{
-                         {0, "addRemark"}, {8, "Same remark exists with the sequence number: 10"},
-                         {0, "addRemark"}, {8, "Remark exists with the sequence number: 10"},
-                         {0, "addRemark"}, {8, "Rule exists with the sequence number: 15"}}));
+  EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{{0, "addRemark"},
+                                                               {8, "Same remark exists with the sequence number: 10"},
+                                                               {0, "addRemark"},
+                                                               {8, "Remark exists with the sequence number: 10"},
+                                                               {0, "addRemark"},
+                                                               {8, "Rule exists with the sequence number: 15"}}));
 }
 
 TEST_F(EditTest, AnAutomaticRemarkPlaceWrapsAtTheTop) {
@@ -291,7 +293,9 @@ void randomEdits(build::SessionWorld& world, AclType type, std::uint32_t seed, i
   };
   for (int step = 0; step < steps; ++step) {
     switch (pick(10)) {
-      case 0: case 1: case 2: {
+      case 0:
+      case 1:
+      case 2: {
         U32 at = place();
         if (type == AclType::ip) did("addIpRule", {at}, s->addIpRule(at, anIpRule()));
         if (type == AclType::ipv6) did("addIp6Rule", {at}, s->addIp6Rule(at, anIp6Rule()));
@@ -329,7 +333,9 @@ void randomEdits(build::SessionWorld& world, AclType type, std::uint32_t seed, i
         did("resequence", {start, increment}, s->resequence(start, increment));
         break;
       }
-      case 8: s->getLastSequenceNumber(); break;
+      case 8:
+        s->getLastSequenceNumber();
+        break;
       case 9:
         if (pick(20) == 0) s->initializeRuleMap();
         break;

@@ -59,8 +59,8 @@ TEST(HwWaitTest, EveryArrivalOrderAndOutcomeEndsInTheRightState) {
         fwk::ClockOverride clock([&] { return now += 1; });
         std::vector<std::unique_ptr<FakeDataplane>> dps;
         for (int i = 0; i < 3; ++i) {
-          dps.push_back(std::make_unique<FakeDataplane>(world.acl, ("dp" + std::to_string(i)).c_str(),
-                                                        (reports >> i) & 1));
+          dps.push_back(
+              std::make_unique<FakeDataplane>(world.acl, ("dp" + std::to_string(i)).c_str(), (reports >> i) & 1));
         }
         auto s = world.session("web");
         ApiState started = s->waitForHw();
@@ -110,15 +110,17 @@ struct Row {
 
 // One row per check: the family, what the rule uses (`r` the rule, `f` a copy of its
 // filter), the capability that allows it, and the expected key, message and trace.
-#define ROW(type, Rule, Filter, uses, flag, key, message, trace)                              \
-  Row{#type " " #uses, AclType::type,                                                         \
+#define ROW(type, Rule, Filter, uses, flag, key, message, trace)                          \
+  Row {                                                                                   \
+#type " " #uses, AclType::type,                                                         \
       [](IpRuleConfig& ip, Ip6RuleConfig& ip6, MacRuleConfig& mac) {                          \
         auto& r = pick<Rule>(ip, ip6, mac);                                                   \
         Filter f = r.filter();                                                                \
         uses;                                                                                 \
         r.filterIs(f);                                                                        \
       },                                                                                      \
-      flag, key, message, trace}
+      flag, key, message, trace \
+  }
 #define CAN(flag) [](ParamConfig& p) { p.flag##Is(true); }
 
 template <class Rule>
@@ -132,65 +134,98 @@ Rule& pick(IpRuleConfig& ip, Ip6RuleConfig& ip6, MacRuleConfig& mac) {
 #define IP6(...) ROW(ipv6, Ip6RuleConfig, Ip6Filter, __VA_ARGS__)
 #define MAC(...) ROW(mac, MacRuleConfig, MacFilter, __VA_ARGS__)
 
+// clang-format off: one row per line, like the table it pins
 std::vector<Row> rows() {
   return {
-      IP(f.srcMaskIs(Ip4Addr(0xFF00FF00)), CAN(discontiguousMaskSupported), "discontiguous IP mask", "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
-      IP(r.mirrorSessionIs("m"), CAN(ipMirrorSupported), "mirror", "mirror not supported", "<, mirroring action on IP ACL not supported"),
-      IP(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported", "<, copyToCpu action on IP ACL not supported"),
+      IP(f.srcMaskIs(Ip4Addr(0xFF00FF00)), CAN(discontiguousMaskSupported), "discontiguous IP mask",
+         "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
+      IP(r.mirrorSessionIs("m"), CAN(ipMirrorSupported), "mirror", "mirror not supported",
+         "<, mirroring action on IP ACL not supported"),
+      IP(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
+         "<, copyToCpu action on IP ACL not supported"),
       IP(r.logIs(true), CAN(loggingSupported), "logging", "logging not supported", "<, logging not supported"),
       IP(f.trackedIs(true), nullptr, "tracked", "tracked not supported", "<, tracked"),
       IP(f.ttlKindIs(ValueOp::eq), nullptr, "ttl", "ttl option not supported", "<, ttl option not supported"),
       IP(f.matchDscpIs(true), CAN(ipDscpSupported), "dscp", "dscp not supported", "<, dscp not supported"),
       IP(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", "<, ecn not supported"),
-      IP(f.ipLengthIs(RangeMatch(ValueOp::lt, 64)), CAN(ipLengthSupported), "ip-length", "ip-length not supported", "<, ip-length match not supported"),
-      IP(f.outerVlanMaskIs(0xFFF), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported", "<, outer Vlan not supported"),
-      IP(f.innerVlanMaskIs(0xFFF), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported", "<, inner Vlan not supported"),
-      IP((f.protocolIs(47), f.greProtoIs(0x6558)), CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported", "<, DPI Nvgre not supported"),
-      IP(f.greProtoMaskIs(0xFFFF), CAN(dpiGreSupported), "dpi-gre", "DPI Gre not supported", "<, DPI Gre not supported"),
+      IP(f.ipLengthIs(RangeMatch(ValueOp::lt, 64)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
+         "<, ip-length match not supported"),
+      IP(f.outerVlanMaskIs(0xFFF), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
+         "<, outer Vlan not supported"),
+      IP(f.innerVlanMaskIs(0xFFF), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
+         "<, inner Vlan not supported"),
+      IP((f.protocolIs(47), f.greProtoIs(0x6558)), CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported",
+         "<, DPI Nvgre not supported"),
+      IP(f.greProtoMaskIs(0xFFFF), CAN(dpiGreSupported), "dpi-gre", "DPI Gre not supported",
+         "<, DPI Gre not supported"),
       IP(f.tniIs(5), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", "<, DPI TNI not supported"),
       IP(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", "<, DPI Vxlan not supported"),
       IP(f.vniIs(5), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", "<, DPI VNI not supported"),
       IP(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", "<, DPI Gtp not supported"),
       IP(f.teidIs(5), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", "<, DPI TEID not supported"),
-      IP(f.userL4MaskIs(0xFF), CAN(dpiUserL4Supported), "dpi-userl4", "DPI userL4 not supported", "<, DPI userL4 not supported"),
-      IP(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"),
-      IP(f.tcpFlagsMaskIs(0x12), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported", "<, TCP flags not supported"),
-      IP6(r.mirrorSessionIs("m"), CAN(ip6MirrorSupported), "mirror", "mirror not supported", "<, mirroring action on IPv6 ACL not supported"),
-      IP6(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported", "<, copyToCpu action on IPv6 ACL not supported"),
-      IP6(r.logIs(true), CAN(loggingSupported), "ipv6-logging", "ipv6 logging not supported", "<, ipv6 logging not supported"),
+      IP(f.userL4MaskIs(0xFF), CAN(dpiUserL4Supported), "dpi-userl4", "DPI userL4 not supported",
+         "<, DPI userL4 not supported"),
+      IP(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
+         "DPI payload not supported", "<, DPI Payload not supported"),
+      IP(f.tcpFlagsMaskIs(0x12), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported",
+         "<, TCP flags not supported"),
+      IP6(r.mirrorSessionIs("m"), CAN(ip6MirrorSupported), "mirror", "mirror not supported",
+          "<, mirroring action on IPv6 ACL not supported"),
+      IP6(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
+          "<, copyToCpu action on IPv6 ACL not supported"),
+      IP6(r.logIs(true), CAN(loggingSupported), "ipv6-logging", "ipv6 logging not supported",
+          "<, ipv6 logging not supported"),
       IP6(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", "<, ecn not supported"),
-      IP6(f.hopLimitKindIs(ValueOp::gt), nullptr, "hop-limit", "hop-limit option not supported", "<, hop-limit option not supported"),
-      IP6(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported", "<, outer Vlan not supported"),
-      IP6(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported", "<, inner Vlan not supported"),
-      IP6(f.ipLengthIs(RangeMatch(ValueOp::gt, 9)), CAN(ipLengthSupported), "ip-length", "ip-length not supported", "<, ip-length match not supported"),
-      IP6((f.greProtoIs(0x6558), f.greProtoMaskIs(0xFFFF)), CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported", "<, DPI Nvgre not supported"),
+      IP6(f.hopLimitKindIs(ValueOp::gt), nullptr, "hop-limit", "hop-limit option not supported",
+          "<, hop-limit option not supported"),
+      IP6(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
+          "<, outer Vlan not supported"),
+      IP6(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
+          "<, inner Vlan not supported"),
+      IP6(f.ipLengthIs(RangeMatch(ValueOp::gt, 9)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
+          "<, ip-length match not supported"),
+      IP6((f.greProtoIs(0x6558), f.greProtoMaskIs(0xFFFF)), CAN(dpiNvgreSupported), "dpi-nvgre",
+          "DPI Nvgre not supported", "<, DPI Nvgre not supported"),
       IP6(f.tniIs(1), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", "<, DPI TNI not supported"),
-      IP6(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", "<, DPI Vxlan not supported"),
+      IP6(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported",
+          "<, DPI Vxlan not supported"),
       IP6(f.vniIs(1), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", "<, DPI VNI not supported"),
       IP6(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", "<, DPI Gtp not supported"),
       IP6(f.teidIs(1), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", "<, DPI TEID not supported"),
-      IP6(f.userL4MaskIs(1), CAN(dpiUserL4Supported), "dpi-userl4", "DPI UserL4 not supported", "<, DPI UserL4 not supported"),
-      IP6(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"),
-      IP6(f.tcpFlagsMaskIs(2), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported", "<, TCP flag not supported"),
+      IP6(f.userL4MaskIs(1), CAN(dpiUserL4Supported), "dpi-userl4", "DPI UserL4 not supported",
+          "<, DPI UserL4 not supported"),
+      IP6(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
+          "DPI payload not supported", "<, DPI Payload not supported"),
+      IP6(f.tcpFlagsMaskIs(2), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported",
+          "<, TCP flag not supported"),
       IP6(f.matchDscpIs(true), CAN(ip6DscpSupported), "dscp", "dscp not supported", "<, dscp not supported"),
-      MAC(r.mirrorSessionIs("m"), CAN(macMirrorSupported), "mirror", "mirror not supported", "<, mirroring action on MAC ACL not supported"),
-      MAC(r.logIs(true), CAN(loggingSupported), "mac-logging", "mac logging not supported", "<, mac logging not supported"),
-      MAC(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer Vlan not supported", "<, outer Vlan not supported"),
-      MAC(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner Vlan not supported", "<, inner Vlan not supported"),
-      MAC(f.mplsInnerLabelIs(17), CAN(mplsTwoLabelSupported), "mpls", "Two-label Mpls not supported", "<, Two-label Mpls not supported"),
+      MAC(r.mirrorSessionIs("m"), CAN(macMirrorSupported), "mirror", "mirror not supported",
+          "<, mirroring action on MAC ACL not supported"),
+      MAC(r.logIs(true), CAN(loggingSupported), "mac-logging", "mac logging not supported",
+          "<, mac logging not supported"),
+      MAC(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer Vlan not supported",
+          "<, outer Vlan not supported"),
+      MAC(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner Vlan not supported",
+          "<, inner Vlan not supported"),
+      MAC(f.mplsInnerLabelIs(17), CAN(mplsTwoLabelSupported), "mpls", "Two-label Mpls not supported",
+          "<, Two-label Mpls not supported"),
       MAC(f.mplsLabelIs(16), CAN(mplsSupported), "mpls", "Mpls not supported", "<, Mpls not supported"),
-      MAC(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload", "DPI payload not supported", "<, DPI Payload not supported"),
+      MAC(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
+          "DPI payload not supported", "<, DPI Payload not supported"),
   };
 }
 
 // DSCP-mask rows: the feature also uses DSCP, which the platform then has.
 std::vector<Row> maskRows() {
-  Row v4 = IP((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ipDscpMaskSupported), "dscpMask", "dscpMask not supported", "<, dscpMask not supported");
+  Row v4 = IP((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ipDscpMaskSupported), "dscpMask", "dscpMask not supported",
+              "<, dscpMask not supported");
   v4.prerequisite = CAN(ipDscpSupported);
-  Row v6 = IP6((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ip6DscpMaskSupported), "dscpMask", "dscpMask not supported", "<, dscpMask not supported");
+  Row v6 = IP6((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ip6DscpMaskSupported), "dscpMask", "dscpMask not supported",
+               "<, dscpMask not supported");
   v6.prerequisite = CAN(ip6DscpSupported);
   return {v4, v6};
 }
+// clang-format on
 #undef IP
 #undef IP6
 #undef MAC

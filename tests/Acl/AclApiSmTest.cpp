@@ -1,7 +1,6 @@
-#include "Acl/AclApiSm.h"
-
 #include <gtest/gtest.h>
 
+#include "Acl/AclApiSm.h"
 #include "platform/fwk/Reflection.h"
 #include "platform/trace/Clock.h"
 #include "platform/trace/Trace.h"
@@ -38,24 +37,64 @@ TEST_F(ApiSmTest, EnumerationsCarryTheirFixedNumbersAndNames) {
 
 TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrder) {
   EXPECT_EQ(attrNames(ApiSm::staticType()),
-            (std::vector<std::string>{"aclName", "aclType", "standard", "spAclSubConfig", "spLastSequenceNumber",
-                                      "spIpRuleMap", "spIp6RuleMap", "spMacRuleMap", "spRemarkMap",
-                                      "spRuleMapInitialized", "origAclSubConfig", "origAclConfig", "intf",
-                                      "direction", "origAclName", "apiType", "config", "paramConfig", "intfConfig",
-                                      "hwConfig", "aclStatus", "statusDpDir", "udfAliasDir", "checkpoint",
-                                      "statusDp", "statusDpEntry", "inConfigSession", "guardsEnabled",
-                                      "maxSequence", "defaultSeqInc", "apiState", "errString", "dynamic",
-                                      "secureMonitor", "aclCopyHelper", "entityCopy", "initialized"}));
-  const std::vector<std::string> declared{
-      "handleRuleBySequence", "initializeRuleMap", "updateIpRuleMap", "updateIp6RuleMap", "updateMacRuleMap",
-      "updateRemarkMap", "handleDpAclUpdateTime", "remove", "exists", "getIpRule", "getIp6Rule", "getMacRule",
-      "addIpRule", "addIp6Rule", "addMacRule", "removeRuleBySequence", "removeIpRuleByConfig",
-      "removeIp6RuleByConfig", "removeMacRuleByConfig", "addRemark", "removeRemark", "clearUdfAceList",
-      "populateUdfAceList", "updateUdfAliasInAcls", "commit", "commitExt", "revert", "cleanupOldConfig", "attach",
-      "detach", "attachedAcl", "resequence", "enableCounters", "disableCounters", "enableFragments",
-      "disableFragments", "currentAcl", "sameRule", "shouldUpdateAcl", "addRuleCommon", "waitForHw", "dpAclOk",
-      "dpAclDpiOk", "dpAclPreApplyOk", "attachedToDp", "attachingAclToVlan", "createScratchpad",
-      "getLastSequenceNumber", "handleInitialized"};
+            (std::vector<std::string>{
+                "aclName",          "aclType",         "standard",      "spAclSubConfig", "spLastSequenceNumber",
+                "spIpRuleMap",      "spIp6RuleMap",    "spMacRuleMap",  "spRemarkMap",    "spRuleMapInitialized",
+                "origAclSubConfig", "origAclConfig",   "intf",          "direction",      "origAclName",
+                "apiType",          "config",          "paramConfig",   "intfConfig",     "hwConfig",
+                "aclStatus",        "statusDpDir",     "udfAliasDir",   "checkpoint",     "statusDp",
+                "statusDpEntry",    "inConfigSession", "guardsEnabled", "maxSequence",    "defaultSeqInc",
+                "apiState",         "errString",       "dynamic",       "secureMonitor",  "aclCopyHelper",
+                "entityCopy",       "initialized"}));
+  const std::vector<std::string> declared{"handleRuleBySequence",
+                                          "initializeRuleMap",
+                                          "updateIpRuleMap",
+                                          "updateIp6RuleMap",
+                                          "updateMacRuleMap",
+                                          "updateRemarkMap",
+                                          "handleDpAclUpdateTime",
+                                          "remove",
+                                          "exists",
+                                          "getIpRule",
+                                          "getIp6Rule",
+                                          "getMacRule",
+                                          "addIpRule",
+                                          "addIp6Rule",
+                                          "addMacRule",
+                                          "removeRuleBySequence",
+                                          "removeIpRuleByConfig",
+                                          "removeIp6RuleByConfig",
+                                          "removeMacRuleByConfig",
+                                          "addRemark",
+                                          "removeRemark",
+                                          "clearUdfAceList",
+                                          "populateUdfAceList",
+                                          "updateUdfAliasInAcls",
+                                          "commit",
+                                          "commitExt",
+                                          "revert",
+                                          "cleanupOldConfig",
+                                          "attach",
+                                          "detach",
+                                          "attachedAcl",
+                                          "resequence",
+                                          "enableCounters",
+                                          "disableCounters",
+                                          "enableFragments",
+                                          "disableFragments",
+                                          "currentAcl",
+                                          "sameRule",
+                                          "shouldUpdateAcl",
+                                          "addRuleCommon",
+                                          "waitForHw",
+                                          "dpAclOk",
+                                          "dpAclDpiOk",
+                                          "dpAclPreApplyOk",
+                                          "attachedToDp",
+                                          "attachingAclToVlan",
+                                          "createScratchpad",
+                                          "getLastSequenceNumber",
+                                          "handleInitialized"};
   std::vector<std::string> registered;
   for (const auto& op : ApiSm::staticType().ownOps()) registered.push_back(op.name.str());
   EXPECT_EQ(registered, declared);
@@ -101,9 +140,8 @@ TEST_F(ApiSmTest, ErrStringKeepsOneMessagePerKey) {
 TEST_F(ApiSmTest, TheFactoryIsRegisteredAndOperationsRunByName) {
   installAcl("web", {{10, 80}});
   Ptr<fwk::Entity> made = fwk::findType("ApiSm")->create(
-      {String("web"), AclType::ip, false, commit_, acl.config, Ptr<const ParamConfig>(acl.paramConfig),
-       acl.intfConfig, acl.hwConfig, Ptr<const Status>(acl.status), Ptr<const fwk::Dir>(acl.statusDpDir),
-       acl.udfAlias});
+      {String("web"), AclType::ip, false, commit_, acl.config, Ptr<const ParamConfig>(acl.paramConfig), acl.intfConfig,
+       acl.hwConfig, Ptr<const Status>(acl.status), Ptr<const fwk::Dir>(acl.statusDpDir), acl.udfAlias});
   auto& s = fwk::cast<ApiSm>(*made);
   EXPECT_TRUE(s.exists());
   EXPECT_EQ(fwk::invoke(s, "addIpRule", {U32{20}, build::ipRule(443)}).as<ApiState>(), succeeded);

@@ -1,9 +1,8 @@
-#include "Acl/AclConfigSession.h"
-
 #include <gtest/gtest.h>
 
 #include <memory>
 
+#include "Acl/AclConfigSession.h"
 #include "platform/fwk/Reflection.h"
 #include "platform/store/StateStore.h"
 #include "tests/support/AclBuilders.h"

@@ -1,7 +1,6 @@
-#include "Acl/AclCopy.h"
-
 #include <gtest/gtest.h>
 
+#include "Acl/AclCopy.h"
 #include "platform/fwk/Reflection.h"
 #include "platform/trace/Trace.h"
 #include "tests/support/AclBuilders.h"

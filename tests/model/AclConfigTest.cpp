@@ -1,7 +1,6 @@
-#include "model/AclConfig.h"
-
 #include <gtest/gtest.h>
 
+#include "model/AclConfig.h"
 #include "model/Mounts.h"
 #include "platform/fwk/Reflection.h"
 #include "platform/session/EntityCopy.h"
@@ -52,9 +51,9 @@ Ptr<AclSubConfig> filledSubConfig(Input::Config& config) {
 TEST(AclConfigTest, SubConfigDeclaresItsFlagsFirstAndItsMapsInOrder) {
   std::vector<std::string> names;
   for (const fwk::AttrInfo* a : AclSubConfig::staticType().attrs()) names.push_back(a->name().str());
-  EXPECT_EQ(names, (std::vector<std::string>{"opaque", "committed", "ruleBySequence", "remarkBySequence",
-                                             "ipRuleById", "ip6RuleById", "macRuleById", "countersEnabled",
-                                             "fragmentsEnabled", "id"}));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"opaque", "committed", "ruleBySequence", "remarkBySequence", "ipRuleById",
+                                      "ip6RuleById", "macRuleById", "countersEnabled", "fragmentsEnabled", "id"}));
 }
 
 TEST(AclConfigTest, ASubConfigRoundTripsThroughTheGenericCopy) {

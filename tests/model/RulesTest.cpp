@@ -1,10 +1,9 @@
-#include "model/Rules.h"
-
 #include <gtest/gtest.h>
 
+#include "model/Rules.h"
 #include "platform/fwk/Value.h"
-#include "tests/support/Text.h"
 #include "tests/support/RecordProbe.h"
+#include "tests/support/Text.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
-#include "model/Types.h"
-
 #include <gtest/gtest.h>
 
+#include "model/Types.h"
 #include "platform/fwk/Value.h"
 #include "tests/support/Text.h"
 

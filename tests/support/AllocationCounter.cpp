@@ -15,8 +15,9 @@ std::atomic<long long> heldBytes{0};
 void* counted(std::size_t size, std::size_t alignment) {
   allocationCount.fetch_add(1, std::memory_order_relaxed);
   allocatedBytes.fetch_add(static_cast<long long>(size), std::memory_order_relaxed);
-  void* p = alignment > alignof(std::max_align_t) ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
-                                                  : std::malloc(size == 0 ? 1 : size);
+  void* p = alignment > alignof(std::max_align_t)
+                ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
+                : std::malloc(size == 0 ? 1 : size);
   if (!p) throw std::bad_alloc();
   heldBytes.fetch_add(static_cast<long long>(malloc_usable_size(p)), std::memory_order_relaxed);
   return p;
@@ -30,24 +31,54 @@ void release(void* p) noexcept {
 }  // namespace
 
 namespace alloccount {
-long long allocations() { return allocationCount.load(std::memory_order_relaxed); }
-long long bytes() { return allocatedBytes.load(std::memory_order_relaxed); }
-long long liveBytes() { return heldBytes.load(std::memory_order_relaxed); }
+long long allocations() {
+  return allocationCount.load(std::memory_order_relaxed);
+}
+long long bytes() {
+  return allocatedBytes.load(std::memory_order_relaxed);
+}
+long long liveBytes() {
+  return heldBytes.load(std::memory_order_relaxed);
+}
 }  // namespace alloccount
 
 // GCC inlines these into callers and then mistakes the malloc/free pair for a mismatch.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void* operator new(std::size_t size) { return counted(size, 0); }
-void* operator new[](std::size_t size) { return counted(size, 0); }
-void* operator new(std::size_t size, std::align_val_t a) { return counted(size, static_cast<std::size_t>(a)); }
-void* operator new[](std::size_t size, std::align_val_t a) { return counted(size, static_cast<std::size_t>(a)); }
-void operator delete(void* p) noexcept { release(p); }
-void operator delete[](void* p) noexcept { release(p); }
-void operator delete(void* p, std::size_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t) noexcept { release(p); }
-void operator delete(void* p, std::align_val_t) noexcept { release(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { release(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { release(p); }
+void* operator new(std::size_t size) {
+  return counted(size, 0);
+}
+void* operator new[](std::size_t size) {
+  return counted(size, 0);
+}
+void* operator new(std::size_t size, std::align_val_t a) {
+  return counted(size, static_cast<std::size_t>(a));
+}
+void* operator new[](std::size_t size, std::align_val_t a) {
+  return counted(size, static_cast<std::size_t>(a));
+}
+void operator delete(void* p) noexcept {
+  release(p);
+}
+void operator delete[](void* p) noexcept {
+  release(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+  release(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+  release(p);
+}
+void operator delete(void* p, std::align_val_t) noexcept {
+  release(p);
+}
+void operator delete[](void* p, std::align_val_t) noexcept {
+  release(p);
+}
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
+  release(p);
+}
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
+  release(p);
+}
 #pragma GCC diagnostic pop

@@ -16,9 +16,9 @@ using U32 = std::uint32_t;
 #define SAMPLE_COLORS(E) E(red, 0) E(green, 1) E(blue_, 2)
 FWK_ENUM(Color, std::uint8_t, SAMPLE_COLORS)
 
-#define SAMPLE_MATCH_FIELDS(F)                 \
-  F(field, protocol, std::uint8_t, 0)          \
-  F(ranged, tni, U32, 0, 0, 16777215)          \
+#define SAMPLE_MATCH_FIELDS(F)        \
+  F(field, protocol, std::uint8_t, 0) \
+  F(ranged, tni, U32, 0, 0, 16777215) \
   F(field, note, String, {})
 
 class Match : public fwk::RecordBase {
@@ -48,16 +48,16 @@ class Rooted : public fwk::Entity {
   Rooted(const String& key, U32 weight) : Entity(key) { weightStore(weight); }
 };
 
-#define SAMPLE_NODE_ATTRS(A)                     \
-  A(scalar, flag, bool, false)                   \
-  A(scalar, label, String, {})                   \
-  A(scalar, color, Color, green)                 \
-  A(scalar, ratio, double, 0.5)                  \
-  A(constScalar, serial, U32, 7)                 \
-  A(scalar, ref, Ptr<Leaf>, {})                  \
-  A(orderedMap, bySeq, U32, String)              \
-  A(hashMap, byMatch, Match, U32)                \
-  A(children, leaf, U32, Leaf)                   \
+#define SAMPLE_NODE_ATTRS(A)        \
+  A(scalar, flag, bool, false)      \
+  A(scalar, label, String, {})      \
+  A(scalar, color, Color, green)    \
+  A(scalar, ratio, double, 0.5)     \
+  A(constScalar, serial, U32, 7)    \
+  A(scalar, ref, Ptr<Leaf>, {})     \
+  A(orderedMap, bySeq, U32, String) \
+  A(hashMap, byMatch, Match, U32)   \
+  A(children, leaf, U32, Leaf)      \
   A(children, rooted, String, Rooted)
 
 #define SAMPLE_NODE_OPS(O) O(leafCountAbove) O(rename) O(clear)

@@ -17,8 +17,8 @@ struct SessionWorld {
 
   fwk::Ptr<AclApi::ApiSm> session(const char* name, Acl::AclType type = Acl::AclType::ip,
                                   AclApi::ApiType apiType = AclApi::commit_) {
-    return AclApi::apiSmFactory(name, type, false, apiType, acl.config, acl.paramConfig, acl.intfConfig,
-                                acl.hwConfig, acl.status, acl.statusDpDir, acl.udfAlias);
+    return AclApi::apiSmFactory(name, type, false, apiType, acl.config, acl.paramConfig, acl.intfConfig, acl.hwConfig,
+                                acl.status, acl.statusDpDir, acl.udfAlias);
   }
 
   // An ACL with a current version holding IPv4 rules (sequence, port) and remarks.

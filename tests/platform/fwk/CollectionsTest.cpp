@@ -1,11 +1,10 @@
-#include "platform/fwk/Collections.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
 #include <random>
 #include <vector>
 
+#include "platform/fwk/Collections.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {
@@ -111,7 +110,9 @@ TEST(CollectionsTest, HashMapAgreesWithAReferenceMapThroughRandomChanges) {
     int protocol = static_cast<int>(rng() % 4);
     std::uint32_t tni = rng() % 300;
     switch (rng() % 5) {
-      case 0: case 1: case 2: {
+      case 0:
+      case 1:
+      case 2: {
         std::uint32_t value = rng() % 3;
         node->byMatchIs(key(protocol, tni), value);
         reference[{protocol, tni}] = value;

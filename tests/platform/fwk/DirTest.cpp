@@ -1,7 +1,6 @@
-#include "platform/fwk/Dir.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/fwk/Dir.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

@@ -1,11 +1,10 @@
-#include "platform/fwk/Entity.h"
-
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/fwk/Entity.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {
@@ -41,13 +40,13 @@ class Recorder : public Node::Reactor {
 TEST(EntityTest, NotifiesOnlyRealChanges) {
   Ptr<Node> node = activeNode();
   Recorder r(node.get());
-  node->flagIs(false);       // the value it already holds
-  node->labelIs(String());   // likewise
-  node->bySeqDel(5);         // nothing to remove
+  node->flagIs(false);      // the value it already holds
+  node->labelIs(String());  // likewise
+  node->bySeqDel(5);        // nothing to remove
   EXPECT_TRUE(r.seen.empty());
   node->flagIs(true);
   node->bySeqIs(10, "a");
-  node->bySeqIs(10, "a");    // same value under the same key
+  node->bySeqIs(10, "a");  // same value under the same key
   node->bySeqIs(10, "b");
   node->bySeqDel(10);
   EXPECT_EQ(r.seen, (std::vector<std::string>{"flag", "bySeq:10", "bySeq:10", "bySeq:10"}));

@@ -1,7 +1,6 @@
-#include "platform/fwk/Reflection.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/fwk/Reflection.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

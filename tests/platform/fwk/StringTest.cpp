@@ -1,11 +1,10 @@
-#include "platform/fwk/String.h"
-
 #include <gtest/gtest.h>
 
 #include <set>
 #include <unordered_set>
 
 #include "platform/fwk/Hash.h"
+#include "platform/fwk/String.h"
 
 namespace {
 

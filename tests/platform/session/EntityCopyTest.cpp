@@ -1,8 +1,7 @@
-#include "platform/session/EntityCopy.h"
-
 #include <gtest/gtest.h>
 
 #include "platform/fwk/Dir.h"
+#include "platform/session/EntityCopy.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

@@ -1,7 +1,6 @@
-#include "platform/store/StateStore.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/store/StateStore.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {
@@ -23,8 +22,8 @@ TEST(StateStoreTest, MountCreatesOnceAndFindsByPath) {
   EXPECT_THROW(store.mount<Dir>(""), fwk::Error);
   // Every mount point the ACL model uses has a distinct place.
   std::set<std::string_view> points{fwk::mountPoint::aclInputConfig, fwk::mountPoint::aclIntfConfig,
-                                    fwk::mountPoint::aclParamConfig,  fwk::mountPoint::aclHwConfig,
-                                    fwk::mountPoint::aclStatus,       fwk::mountPoint::aclStatusDpDir,
+                                    fwk::mountPoint::aclParamConfig, fwk::mountPoint::aclHwConfig,
+                                    fwk::mountPoint::aclStatus,      fwk::mountPoint::aclStatusDpDir,
                                     fwk::mountPoint::aclUdfAlias};
   EXPECT_EQ(points.size(), 7u);
 }

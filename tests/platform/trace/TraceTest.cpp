@@ -1,7 +1,6 @@
-#include "platform/trace/Trace.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/trace/Trace.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/SampleTypes.h"
 
@@ -21,7 +20,9 @@ int sideEffect() {
   return 42;
 }
 
-fwk::TraceFacility& facility() { return fwk::TraceFacility::get("TraceTest"); }
+fwk::TraceFacility& facility() {
+  return fwk::TraceFacility::get("TraceTest");
+}
 
 TEST(TraceTest, ADisabledLevelEvaluatesFormatsAndAllocatesNothing) {
   facility().levelsIs(0);
@@ -50,8 +51,9 @@ TEST(TraceTest, LinesCarryFacilityLevelPositionAndPieces) {
   fwk::TraceCapture capture;
   fwk::Ptr<sample::Node> node(new sample::Node("n"));
   fwk::Ptr<sample::Node> none;
-  FWK_TRACE(facility(), 7, "seq " << 4294967295u << " ok " << true << " at " << node << " " << none << " "
-                                  << sample::blue_ << " " << fwk::String("s") << " " << 1.5);
+  FWK_TRACE(facility(), 7,
+            "seq " << 4294967295u << " ok " << true << " at " << node << " " << none << " " << sample::blue_ << " "
+                   << fwk::String("s") << " " << 1.5);
   ASSERT_EQ(capture.lines().size(), 1u);
   const auto& line = capture.lines()[0];
   EXPECT_EQ(line.facility, "TraceTest");
@@ -59,7 +61,8 @@ TEST(TraceTest, LinesCarryFacilityLevelPositionAndPieces) {
   EXPECT_EQ(line.file, "tests/platform/trace/TraceTest.cpp") << "paths are relative to the project";
   EXPECT_EQ(line.function, "TestBody");
   EXPECT_EQ(line.message, "seq 4294967295 ok true at /n <null> blue s 1.5");
-  EXPECT_EQ(fwk::formatTrace(fwk::TraceRecord{&facility(), 7, "f.cpp", 3, "fn", "msg"}), "TraceTest[7] f.cpp:3 fn: msg");
+  EXPECT_EQ(fwk::formatTrace(fwk::TraceRecord{&facility(), 7, "f.cpp", 3, "fn", "msg"}),
+            "TraceTest[7] f.cpp:3 fn: msg");
   facility().levelsIs(0);
 }
 
