@@ -29,15 +29,19 @@ using Acl::U32;
 using fwk::Ptr;
 using fwk::String;
 
+// clang-format off
 #define ACL_API_TYPES(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
+// clang-format on
 FWK_ENUM(ApiType, std::uint32_t, ACL_API_TYPES)
 
-#define ACL_API_STATES(E)                                                                                              \
-  E(ready, 0)                                                                                                          \
-  E(waitingForHw, 1) E(succeeded, 2) E(failed, 3) E(errAclDoesNotExist, 4) E(errStandardAcl, 5) E(errReadOnly, 6)      \
-      E(errRuleExists, 7) E(errRemarkDoesNotExist, 8) E(errSequenceOutOfRange, 9) E(errUnsupportedRules, 10)           \
-          E(errNotConfigured, 11) E(errHw, 12) E(errSessionCreate, 13) E(errSessionDelete, 14) E(errSessionModify, 15) \
-              E(errIncorrectApiType, 16) E(errAclApi, 17)
+// clang-format off
+#define ACL_API_STATES(E)                                                                     \
+  E(ready, 0) E(waitingForHw, 1) E(succeeded, 2) E(failed, 3) E(errAclDoesNotExist, 4)         \
+  E(errStandardAcl, 5) E(errReadOnly, 6) E(errRuleExists, 7) E(errRemarkDoesNotExist, 8)       \
+  E(errSequenceOutOfRange, 9) E(errUnsupportedRules, 10) E(errNotConfigured, 11) E(errHw, 12)  \
+  E(errSessionCreate, 13) E(errSessionDelete, 14) E(errSessionModify, 15)                      \
+  E(errIncorrectApiType, 16) E(errAclApi, 17)
+// clang-format on
 FWK_ENUM(ApiState, std::uint32_t, ACL_API_STATES)
 
 class ApiSm;
@@ -57,58 +61,62 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
   ApiSm* owner_;  // cleared by the session before it drops the entry
 };
 
-#define ACL_API_SM_ATTRS(A)                                                 \
-  A(scalar, aclName, fwk::String, {})                                       \
-  A(scalar, aclType, Acl::AclType, Acl::AclType::ip)                        \
-  A(scalar, standard, bool, false)                                          \
-  A(customScalar, spAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})          \
-  A(scalar, spLastSequenceNumber, Acl::U32, 0)                              \
-  A(hashMap, spIpRuleMap, Acl::IpRuleConfig, Acl::U32)                      \
-  A(hashMap, spIp6RuleMap, Acl::Ip6RuleConfig, Acl::U32)                    \
-  A(hashMap, spMacRuleMap, Acl::MacRuleConfig, Acl::U32)                    \
-  A(hashMap, spRemarkMap, Acl::RemarkConfig, Acl::U32)                      \
-  A(scalar, spRuleMapInitialized, bool, false)                              \
-  A(scalar, origAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})              \
-  A(scalar, origAclConfig, fwk::Ptr<Acl::AclConfig>, {})                    \
-  A(scalar, intf, fwk::String, {})                                          \
-  A(scalar, direction, Acl::AclDirection, Acl::AclDirection::in)            \
-  A(scalar, origAclName, fwk::String, {})                                   \
-  A(scalar, apiType, ApiType, commit_)                                      \
-  A(scalar, config, fwk::Ptr<Acl::Input::Config>, {})                       \
-  A(scalar, paramConfig, fwk::Ptr<const Acl::ParamConfig>, {})              \
-  A(scalar, intfConfig, fwk::Ptr<Acl::IntfConfig>, {})                      \
-  A(scalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                          \
-  A(scalar, aclStatus, fwk::Ptr<const Acl::Status>, {})                     \
-  A(scalar, statusDpDir, fwk::Ptr<const fwk::Dir>, {})                      \
-  A(scalar, udfAliasDir, fwk::Ptr<Acl::UdfAlias>, {})                       \
-  A(scalar, checkpoint, fwk::Ptr<Acl::CheckpointStatus>, {})                \
-  A(customOrderedMap, statusDp, fwk::String, fwk::Ptr<const Acl::StatusDp>) \
-  A(customOrderedMap, statusDpEntry, fwk::String, fwk::Ptr<StatusDpEntry>)  \
-  A(scalar, inConfigSession, bool, false)                                   \
-  A(scalar, guardsEnabled, bool, true)                                      \
-  A(constScalar, maxSequence, Acl::U32, 4294967295u)                        \
-  A(constScalar, defaultSeqInc, Acl::U32, 10)                               \
-  A(scalar, apiState, ApiState, ready)                                      \
-  A(customOrderedMap, errString, fwk::String, fwk::String)                  \
-  A(scalar, dynamic, bool, false)                                           \
-  A(scalar, secureMonitor, bool, false)                                     \
-  A(scalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})         \
-  A(scalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})             \
+// clang-format off
+#define ACL_API_SM_ATTRS(A)                                                                   \
+  A(scalar, aclName, fwk::String, {})                                                         \
+  A(scalar, aclType, Acl::AclType, Acl::AclType::ip)                                          \
+  A(scalar, standard, bool, false)                                                            \
+  A(customScalar, spAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})                            \
+  A(scalar, spLastSequenceNumber, Acl::U32, 0)                                                \
+  A(hashMap, spIpRuleMap, Acl::IpRuleConfig, Acl::U32)                                        \
+  A(hashMap, spIp6RuleMap, Acl::Ip6RuleConfig, Acl::U32)                                      \
+  A(hashMap, spMacRuleMap, Acl::MacRuleConfig, Acl::U32)                                      \
+  A(hashMap, spRemarkMap, Acl::RemarkConfig, Acl::U32)                                        \
+  A(scalar, spRuleMapInitialized, bool, false)                                                \
+  A(scalar, origAclSubConfig, fwk::Ptr<Acl::AclSubConfig>, {})                                \
+  A(scalar, origAclConfig, fwk::Ptr<Acl::AclConfig>, {})                                      \
+  A(scalar, intf, fwk::String, {})                                                            \
+  A(scalar, direction, Acl::AclDirection, Acl::AclDirection::in)                              \
+  A(scalar, origAclName, fwk::String, {})                                                     \
+  A(scalar, apiType, ApiType, commit_)                                                        \
+  A(scalar, config, fwk::Ptr<Acl::Input::Config>, {})                                        \
+  A(scalar, paramConfig, fwk::Ptr<const Acl::ParamConfig>, {})                                \
+  A(scalar, intfConfig, fwk::Ptr<Acl::IntfConfig>, {})                                        \
+  A(scalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                            \
+  A(scalar, aclStatus, fwk::Ptr<const Acl::Status>, {})                                       \
+  A(scalar, statusDpDir, fwk::Ptr<const fwk::Dir>, {})                                        \
+  A(scalar, udfAliasDir, fwk::Ptr<Acl::UdfAlias>, {})                                         \
+  A(scalar, checkpoint, fwk::Ptr<Acl::CheckpointStatus>, {})                                  \
+  A(customOrderedMap, statusDp, fwk::String, fwk::Ptr<const Acl::StatusDp>)                   \
+  A(customOrderedMap, statusDpEntry, fwk::String, fwk::Ptr<StatusDpEntry>)                    \
+  A(scalar, inConfigSession, bool, false)                                                     \
+  A(scalar, guardsEnabled, bool, true)                                                        \
+  A(constScalar, maxSequence, Acl::U32, 4294967295u)                                          \
+  A(constScalar, defaultSeqInc, Acl::U32, 10)                                                 \
+  A(scalar, apiState, ApiState, ready)                                                        \
+  A(customOrderedMap, errString, fwk::String, fwk::String)                                    \
+  A(scalar, dynamic, bool, false)                                                             \
+  A(scalar, secureMonitor, bool, false)                                                       \
+  A(scalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                           \
+  A(scalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                               \
   A(scalar, initialized, bool, false)
+// clang-format on
 
 // Operations reachable by name, in their declared order.
-#define ACL_API_SM_OPS(O)                                                                                              \
-  O(handleRuleBySequence)                                                                                              \
-  O(initializeRuleMap) O(updateIpRuleMap) O(updateIp6RuleMap) O(updateMacRuleMap) O(updateRemarkMap)                   \
-      O(handleDpAclUpdateTime) O(remove) O(exists) O(getIpRule) O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) \
-          O(addMacRule) O(removeRuleBySequence) O(removeIpRuleByConfig) O(removeIp6RuleByConfig)                       \
-              O(removeMacRuleByConfig) O(addRemark) O(removeRemark) O(clearUdfAceList) O(populateUdfAceList)           \
-                  O(updateUdfAliasInAcls) O(commit) O(commitExt) O(revert) O(cleanupOldConfig) O(attach) O(detach)     \
-                      O(attachedAcl) O(resequence) O(enableCounters) O(disableCounters) O(enableFragments)             \
-                          O(disableFragments) O(currentAcl) O(sameRule) O(shouldUpdateAcl) O(addRuleCommon)            \
-                              O(waitForHw) O(dpAclOk) O(dpAclDpiOk) O(dpAclPreApplyOk) O(attachedToDp)                 \
-                                  O(attachingAclToVlan) O(createScratchpad) O(getLastSequenceNumber)                   \
-                                      O(handleInitialized)
+// clang-format off
+#define ACL_API_SM_OPS(O)                                                                     \
+  O(handleRuleBySequence) O(initializeRuleMap) O(updateIpRuleMap) O(updateIp6RuleMap)         \
+  O(updateMacRuleMap) O(updateRemarkMap) O(handleDpAclUpdateTime) O(remove) O(exists)         \
+  O(getIpRule) O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) O(addMacRule)           \
+  O(removeRuleBySequence) O(removeIpRuleByConfig) O(removeIp6RuleByConfig)                    \
+  O(removeMacRuleByConfig) O(addRemark) O(removeRemark) O(clearUdfAceList)                    \
+  O(populateUdfAceList) O(updateUdfAliasInAcls) O(commit) O(commitExt) O(revert)              \
+  O(cleanupOldConfig) O(attach) O(detach) O(attachedAcl) O(resequence) O(enableCounters)      \
+  O(disableCounters) O(enableFragments) O(disableFragments) O(currentAcl) O(sameRule)         \
+  O(shouldUpdateAcl) O(addRuleCommon) O(waitForHw) O(dpAclOk) O(dpAclDpiOk)                   \
+  O(dpAclPreApplyOk) O(attachedToDp) O(attachingAclToVlan) O(createScratchpad)                \
+  O(getLastSequenceNumber) O(handleInitialized)
+// clang-format on
 
 class ApiSm : public fwk::Entity {
   FWK_ENTITY(ApiSm, fwk::Entity, ACL_API_SM_ATTRS)

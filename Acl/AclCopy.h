@@ -22,10 +22,15 @@ namespace Acl {
 using Cli::Session::AttributeFilter;
 using Cli::Session::EntityCopy;
 
-#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
+// clang-format off
+#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
+  A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
+// clang-format on
 
+// clang-format off
 #define ACL_CONFIG_COPY_HANDLER_OPS(O) \
   O(initialize) O(equalRuleConfig) O(equalSequence) O(equalRemark) O(copyNonEssential) O(copySequence) O(copyRemark)
+// clang-format on
 
 class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
   FWK_ENTITY(AclConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACL_CONFIG_COPY_HANDLER_ATTRS)
@@ -64,7 +69,9 @@ class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler
 
 Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory();
 
+// clang-format off
 #define ACL_INTF_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, config, fwk::Ptr<Input::Config>, {})
+// clang-format on
 
 // Copies one family's bindings (IntfTypeConfig). `config` is the input configuration whose
 // ACLs decide which destination bindings are dynamic and must stay.
@@ -80,7 +87,9 @@ class AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHan
 
 Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
 
+// clang-format off
 #define ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
+// clang-format on
 
 // Holds the ACL configuration copy handler of a configuration session framework.
 class AclConfigCopyHandlerDir : public fwk::Entity {
@@ -94,7 +103,10 @@ class AclConfigCopyHandlerDir : public fwk::Entity {
   void copyHandlerDel();
 };
 
-#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
+// clang-format off
+#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
+  A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
+// clang-format on
 
 class AclIntfConfigCopyHandlerDir : public fwk::Entity {
   FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)

@@ -22,17 +22,19 @@ using fwk::Ptr;
 // `committed`: the hardware has programmed this version (or it came committed from another
 //           tree). It belongs to the tree it is set in, so a copy never carries it over.
 // `id`: the identity the version was created with (its key in AclConfig::subConfig).
-#define ACL_SUB_CONFIG_ATTRS(A)                      \
-  A(scalar, opaque, bool, false)                     \
-  A(statusScalar, committed, bool, false)            \
-  A(orderedMap, ruleBySequence, U32, UniqueId)       \
-  A(orderedMap, remarkBySequence, U32, RemarkConfig) \
-  A(hashMap, ipRuleById, UniqueId, IpRuleConfig)     \
-  A(hashMap, ip6RuleById, UniqueId, Ip6RuleConfig)   \
-  A(hashMap, macRuleById, UniqueId, MacRuleConfig)   \
-  A(scalar, countersEnabled, bool, false)            \
-  A(scalar, fragmentsEnabled, bool, false)           \
+// clang-format off
+#define ACL_SUB_CONFIG_ATTRS(A)                           \
+  A(scalar, opaque, bool, false)                          \
+  A(statusScalar, committed, bool, false)                 \
+  A(orderedMap, ruleBySequence, U32, UniqueId)            \
+  A(orderedMap, remarkBySequence, U32, RemarkConfig)      \
+  A(hashMap, ipRuleById, UniqueId, IpRuleConfig)          \
+  A(hashMap, ip6RuleById, UniqueId, Ip6RuleConfig)        \
+  A(hashMap, macRuleById, UniqueId, MacRuleConfig)        \
+  A(scalar, countersEnabled, bool, false)                 \
+  A(scalar, fragmentsEnabled, bool, false)                \
   A(constScalar, id, UniqueId, UniqueId(0, 0))
+// clang-format on
 
 class AclSubConfig : public fwk::Entity {
   FWK_ENTITY(AclSubConfig, fwk::Entity, ACL_SUB_CONFIG_ATTRS)
@@ -43,15 +45,17 @@ class AclSubConfig : public fwk::Entity {
 
 // Construction arguments (fixed for the ACL's life): name (the entity name), type,
 // standard, readonly. `counterUpdateRequestTime` is a request stamp of the tree it is in.
-#define ACL_CONFIG_ATTRS(A)                      \
-  A(constScalar, type, AclType, AclType::ip)     \
-  A(constScalar, standard, bool, false)          \
-  A(constScalar, readonly, bool, false)          \
-  A(scalar, dynamic, bool, false)                \
-  A(scalar, secureMonitor, bool, false)          \
-  A(children, subConfig, UniqueId, AclSubConfig) \
-  A(scalar, currCfg, fwk::Ptr<AclSubConfig>, {}) \
+// clang-format off
+#define ACL_CONFIG_ATTRS(A)                                  \
+  A(constScalar, type, AclType, AclType::ip)                 \
+  A(constScalar, standard, bool, false)                      \
+  A(constScalar, readonly, bool, false)                      \
+  A(scalar, dynamic, bool, false)                            \
+  A(scalar, secureMonitor, bool, false)                      \
+  A(children, subConfig, UniqueId, AclSubConfig)             \
+  A(scalar, currCfg, fwk::Ptr<AclSubConfig>, {})             \
   A(statusScalar, counterUpdateRequestTime, double, 0.0)
+// clang-format on
 
 class AclConfig : public fwk::Entity {
   FWK_ENTITY(AclConfig, fwk::Entity, ACL_CONFIG_ATTRS)
@@ -70,8 +74,10 @@ class AclConfig : public fwk::Entity {
 
 namespace Input {
 
+// clang-format off
 #define ACL_INPUT_ACL_TYPE_CONFIG_ATTRS(A) \
   A(constScalar, type, AclType, AclType::ip) A(children, acl, fwk::String, AclConfig)
+// clang-format on
 
 // The ACLs of one family, by name.
 class AclTypeConfig : public fwk::Entity {
@@ -81,7 +87,9 @@ class AclTypeConfig : public fwk::Entity {
   explicit AclTypeConfig(AclType type) { typeStore(type); }
 };
 
+// clang-format off
 #define ACL_INPUT_CONFIG_ATTRS(A) A(children, config, AclType, AclTypeConfig)
+// clang-format on
 
 // The input configuration root: one AclTypeConfig per family.
 class Config : public fwk::Entity {

@@ -8,8 +8,9 @@
 
 namespace Acl {
 
-#define ACL_INTF_ATTRS(A) \
-  A(constScalar, direction, AclDirection, AclDirection::in) A(hashMap, intf, IntfId, fwk::String)
+// clang-format off
+#define ACL_INTF_ATTRS(A) A(constScalar, direction, AclDirection, AclDirection::in) A(hashMap, intf, IntfId, fwk::String)
+// clang-format on
 
 // The bindings of one family and direction: interface to ACL name.
 class AclIntf : public fwk::Entity {
@@ -19,8 +20,10 @@ class AclIntf : public fwk::Entity {
   explicit AclIntf(AclDirection direction) { directionStore(direction); }
 };
 
+// clang-format off
 #define ACL_INTF_TYPE_CONFIG_ATTRS(A) \
   A(constScalar, type, AclType, AclType::ip) A(children, intf, AclDirection, AclIntf)
+// clang-format on
 
 class IntfTypeConfig : public fwk::Entity {
   FWK_ENTITY(IntfTypeConfig, fwk::Entity, ACL_INTF_TYPE_CONFIG_ATTRS)
@@ -29,7 +32,9 @@ class IntfTypeConfig : public fwk::Entity {
   explicit IntfTypeConfig(AclType type) { typeStore(type); }
 };
 
+// clang-format off
 #define ACL_INTF_CONFIG_ATTRS(A) A(children, config, AclType, IntfTypeConfig)
+// clang-format on
 
 // The ACL bindings of all families.
 class IntfConfig : public fwk::Entity {

@@ -10,36 +10,38 @@ namespace Acl {
 // One flag per capability; a platform that publishes nothing supports nothing.
 // dpiSkipNonZero and mplsSkipNonZero say that the deep-inspection and MPLS skip in force
 // are non-zero (such matches cannot then be programmed).
-#define ACL_PARAM_CONFIG_ATTRS(A)                    \
-  A(scalar, aclSupported, bool, false)               \
-  A(scalar, ip6AclSupported, bool, false)            \
-  A(scalar, discontiguousMaskSupported, bool, false) \
-  A(scalar, ipMirrorSupported, bool, false)          \
-  A(scalar, ip6MirrorSupported, bool, false)         \
-  A(scalar, macMirrorSupported, bool, false)         \
-  A(scalar, copyToCpuSupported, bool, false)         \
-  A(scalar, loggingSupported, bool, false)           \
-  A(scalar, ipDscpSupported, bool, false)            \
-  A(scalar, ip6DscpSupported, bool, false)           \
-  A(scalar, ipDscpMaskSupported, bool, false)        \
-  A(scalar, ip6DscpMaskSupported, bool, false)       \
-  A(scalar, ecnSupported, bool, false)               \
-  A(scalar, ipLengthSupported, bool, false)          \
-  A(scalar, outerVlanSupported, bool, false)         \
-  A(scalar, innerVlanSupported, bool, false)         \
-  A(scalar, dpiNvgreSupported, bool, false)          \
-  A(scalar, dpiGreSupported, bool, false)            \
-  A(scalar, dpiVxlanSupported, bool, false)          \
-  A(scalar, dpiGtpSupported, bool, false)            \
-  A(scalar, dpiUserL4Supported, bool, false)         \
-  A(scalar, dpiPayloadSupported, bool, false)        \
-  A(scalar, vaclSupported, bool, false)              \
-  A(scalar, tcpFlagsSupported, bool, false)          \
-  A(scalar, mplsTwoLabelSupported, bool, false)      \
-  A(scalar, mplsSupported, bool, false)              \
-  A(scalar, ip6HopLimitSupported, bool, false)       \
-  A(scalar, dpiSkipNonZero, bool, false)             \
+// clang-format off
+#define ACL_PARAM_CONFIG_ATTRS(A)                        \
+  A(scalar, aclSupported, bool, false)                   \
+  A(scalar, ip6AclSupported, bool, false)                \
+  A(scalar, discontiguousMaskSupported, bool, false)     \
+  A(scalar, ipMirrorSupported, bool, false)              \
+  A(scalar, ip6MirrorSupported, bool, false)             \
+  A(scalar, macMirrorSupported, bool, false)             \
+  A(scalar, copyToCpuSupported, bool, false)             \
+  A(scalar, loggingSupported, bool, false)               \
+  A(scalar, ipDscpSupported, bool, false)                \
+  A(scalar, ip6DscpSupported, bool, false)               \
+  A(scalar, ipDscpMaskSupported, bool, false)            \
+  A(scalar, ip6DscpMaskSupported, bool, false)           \
+  A(scalar, ecnSupported, bool, false)                   \
+  A(scalar, ipLengthSupported, bool, false)              \
+  A(scalar, outerVlanSupported, bool, false)             \
+  A(scalar, innerVlanSupported, bool, false)             \
+  A(scalar, dpiNvgreSupported, bool, false)              \
+  A(scalar, dpiGreSupported, bool, false)                \
+  A(scalar, dpiVxlanSupported, bool, false)              \
+  A(scalar, dpiGtpSupported, bool, false)                \
+  A(scalar, dpiUserL4Supported, bool, false)             \
+  A(scalar, dpiPayloadSupported, bool, false)            \
+  A(scalar, vaclSupported, bool, false)                  \
+  A(scalar, tcpFlagsSupported, bool, false)              \
+  A(scalar, mplsTwoLabelSupported, bool, false)          \
+  A(scalar, mplsSupported, bool, false)                  \
+  A(scalar, ip6HopLimitSupported, bool, false)           \
+  A(scalar, dpiSkipNonZero, bool, false)                 \
   A(scalar, mplsSkipNonZero, bool, false)
+// clang-format on
 
 class ParamConfig : public fwk::Entity {
   FWK_ENTITY(ParamConfig, fwk::Entity, ACL_PARAM_CONFIG_ATTRS)
@@ -51,7 +53,9 @@ class ParamConfig : public fwk::Entity {
   void allSupportedIs(bool supported);
 };
 
+// clang-format off
 #define ACL_HW_CONFIG_ATTRS(A) A(scalar, dpAclUpdateRequestTime, double, 0.0)
+// clang-format on
 
 // Requests from the library to the dataplanes.
 class HwConfig : public fwk::Entity {
@@ -62,7 +66,9 @@ class HwConfig : public fwk::Entity {
 };
 
 // Overall ACL status: the number of payload elements a rule may carry, per family.
+// clang-format off
 #define ACL_STATUS_ATTRS(A) A(scalar, ipPayloadCapacity, U16, 0) A(scalar, macPayloadCapacity, U16, 0)
+// clang-format on
 
 class Status : public fwk::Entity {
   FWK_ENTITY(Status, fwk::Entity, ACL_STATUS_ATTRS)
@@ -73,10 +79,12 @@ class Status : public fwk::Entity {
 
 // One dataplane's report (its name is the entity name): whether it reports hardware
 // status at all, when it last applied the ACL configuration, and its errors by key.
-#define ACL_STATUS_DP_ATTRS(A)            \
-  A(scalar, waitForHwStatus, bool, false) \
-  A(scalar, dpAclUpdateTime, double, 0.0) \
+// clang-format off
+#define ACL_STATUS_DP_ATTRS(A)                      \
+  A(scalar, waitForHwStatus, bool, false)           \
+  A(scalar, dpAclUpdateTime, double, 0.0)           \
   A(orderedMap, error, fwk::String, fwk::String)
+// clang-format on
 
 class StatusDp : public fwk::Entity {
   FWK_ENTITY(StatusDp, fwk::Entity, ACL_STATUS_DP_ATTRS)
@@ -85,7 +93,9 @@ class StatusDp : public fwk::Entity {
   explicit StatusDp(const String& name = String()) : Entity(name) {}
 };
 
+// clang-format off
 #define ACL_CHECKPOINT_STATUS_ATTRS(A) A(scalar, checkpointTime, double, 0.0) A(scalar, sequence, U64, 0)
+// clang-format on
 
 // A checkpoint a client may hand to a session; the library only holds it.
 class CheckpointStatus : public fwk::Entity {

@@ -20,7 +20,9 @@
 namespace Acl {
 
 // A match on a 16-bit value (L4 port, IP length): op any, or eq/neq/lt/gt low, or range low-high.
+// clang-format off
 #define ACL_RANGE_MATCH_FIELDS(F) F(field, op, ValueOp, ValueOp::any) F(field, low, U16, 0) F(field, high, U16, 0)
+// clang-format on
 
 class RangeMatch : public fwk::RecordBase {
   FWK_RECORD(RangeMatch, fwk::RecordBase, ACL_RANGE_MATCH_FIELDS)
@@ -38,13 +40,15 @@ class RangeMatch : public fwk::RecordBase {
 };
 
 // One UDF payload element.
-#define ACL_PAYLOAD_VALUE_FIELDS(F) \
-  F(field, alias, String, {})       \
-  F(field, pattern, U32, 0)         \
-  F(field, mask, U32, 0)            \
-  F(field, offset, U16, 0)          \
-  F(field, ownPattern, bool, false) \
+// clang-format off
+#define ACL_PAYLOAD_VALUE_FIELDS(F)   \
+  F(field, alias, String, {})         \
+  F(field, pattern, U32, 0)           \
+  F(field, mask, U32, 0)              \
+  F(field, offset, U16, 0)            \
+  F(field, ownPattern, bool, false)   \
   F(field, ownMask, bool, false)
+// clang-format on
 
 class PayloadValue : public fwk::RecordBase {
   FWK_RECORD(PayloadValue, fwk::RecordBase, ACL_PAYLOAD_VALUE_FIELDS)
@@ -54,7 +58,9 @@ class PayloadValue : public fwk::RecordBase {
 // space-separated list of "offset,pattern,mask,alias,flags" where pattern and mask are hex,
 // alias may be empty and flags holds "p" (own pattern) and/or "m" (own mask):
 //   "2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,"
+// clang-format off
 #define ACL_PAYLOAD_SPEC_FIELDS(F) F(field, offsetPattern, String, {}) F(field, count, U16, 0)
+// clang-format on
 
 class PayloadSpec : public fwk::RecordBase {
   FWK_RECORD(PayloadSpec, fwk::RecordBase, ACL_PAYLOAD_SPEC_FIELDS)
@@ -72,11 +78,13 @@ U16 payloadSpecToValue(PayloadValue* values, U16 count, const PayloadSpec& spec)
 // The text form of the first `count` entries of `values`.
 String payloadValueToOffsetPattern(U16 count, const PayloadValue* values);
 
-#define ACL_MPLS_LABEL_FILTER_FIELDS(F)          \
-  F(ranged, label, U32, 0, 0, 0xFFFFF)           \
+// clang-format off
+#define ACL_MPLS_LABEL_FILTER_FIELDS(F)        \
+  F(ranged, label, U32, 0, 0, 0xFFFFF)         \
   F(ranged, labelMask, U32, 0xFFFFF, 0, 0xFFFFF) \
-  F(ranged, tc, U8, 0, 0, 7)                     \
+  F(ranged, tc, U8, 0, 0, 7)                   \
   F(ranged, tcMask, U8, 0, 0, 7)
+// clang-format on
 
 class MplsLabelFilter : public fwk::RecordBase {
   FWK_RECORD(MplsLabelFilter, fwk::RecordBase, ACL_MPLS_LABEL_FILTER_FIELDS)
@@ -103,36 +111,38 @@ class MplsFilter {
 std::ostream& operator<<(std::ostream& os, const MplsFilter& filter);
 
 // Matches shared by IPv4 and IPv6 rules.
-#define ACL_IP_FILTER_BASE_FIELDS(F)        \
-  F(field, protocol, U8, 0)                 \
-  F(field, protocolMask, U8, 0)             \
-  F(field, srcPort, RangeMatch, {})         \
-  F(field, dstPort, RangeMatch, {})         \
-  F(field, tcpFlags, U16, 0)                \
-  F(field, tcpFlagsMask, U16, 0)            \
-  F(field, icmpType, U16, icmpAny)          \
-  F(field, icmpCode, U16, icmpAny)          \
-  F(field, matchDscp, bool, false)          \
-  F(ranged, dscp, U8, 0, 0, 63)             \
-  F(ranged, dscpMask, U8, 63, 0, 63)        \
-  F(field, matchEcn, bool, false)           \
-  F(ranged, ecn, U8, 0, 0, 3)               \
-  F(field, ipLength, RangeMatch, {})        \
-  F(ranged, outerVlan, U16, 0, 0, 4095)     \
-  F(ranged, outerVlanMask, U16, 0, 0, 4095) \
-  F(ranged, innerVlan, U16, 0, 0, 4095)     \
-  F(ranged, innerVlanMask, U16, 0, 0, 4095) \
-  F(field, greProto, U16, 0)                \
-  F(field, greProtoMask, U16, 0)            \
-  F(ranged, tni, U32, 0, 0, 16777215)       \
-  F(field, vxlan, bool, false)              \
-  F(ranged, vni, U32, 0, 0, 16777215)       \
-  F(field, gtp, bool, false)                \
-  F(field, teid, U32, 0)                    \
-  F(field, userL4, U32, 0)                  \
-  F(field, userL4Mask, U32, 0)              \
-  F(field, payload, PayloadSpec, {})        \
+// clang-format off
+#define ACL_IP_FILTER_BASE_FIELDS(F)              \
+  F(field, protocol, U8, 0)                       \
+  F(field, protocolMask, U8, 0)                   \
+  F(field, srcPort, RangeMatch, {})               \
+  F(field, dstPort, RangeMatch, {})               \
+  F(field, tcpFlags, U16, 0)                      \
+  F(field, tcpFlagsMask, U16, 0)                  \
+  F(field, icmpType, U16, icmpAny)                \
+  F(field, icmpCode, U16, icmpAny)                \
+  F(field, matchDscp, bool, false)                \
+  F(ranged, dscp, U8, 0, 0, 63)                   \
+  F(ranged, dscpMask, U8, 63, 0, 63)              \
+  F(field, matchEcn, bool, false)                 \
+  F(ranged, ecn, U8, 0, 0, 3)                     \
+  F(field, ipLength, RangeMatch, {})              \
+  F(ranged, outerVlan, U16, 0, 0, 4095)           \
+  F(ranged, outerVlanMask, U16, 0, 0, 4095)       \
+  F(ranged, innerVlan, U16, 0, 0, 4095)           \
+  F(ranged, innerVlanMask, U16, 0, 0, 4095)       \
+  F(field, greProto, U16, 0)                      \
+  F(field, greProtoMask, U16, 0)                  \
+  F(ranged, tni, U32, 0, 0, 16777215)             \
+  F(field, vxlan, bool, false)                    \
+  F(ranged, vni, U32, 0, 0, 16777215)             \
+  F(field, gtp, bool, false)                      \
+  F(field, teid, U32, 0)                          \
+  F(field, userL4, U32, 0)                        \
+  F(field, userL4Mask, U32, 0)                    \
+  F(field, payload, PayloadSpec, {})              \
   F(field, vrf, VrfName, {})
+// clang-format on
 
 class IpFilterBase : public fwk::RecordBase {
  public:
@@ -160,16 +170,18 @@ class IpFilterBase : public fwk::RecordBase {
   [[nodiscard]] bool usesPayload() const noexcept { return payload_.used(); }
 };
 
-#define ACL_IP_FILTER_FIELDS(F)            \
-  F(field, src, Ip4Addr, {})               \
-  F(field, srcMask, Ip4Addr, {})           \
-  F(field, dst, Ip4Addr, {})               \
-  F(field, dstMask, Ip4Addr, {})           \
-  F(field, ttlKind, ValueOp, ValueOp::any) \
-  F(field, ttl, U8, 0)                     \
-  F(field, tracked, bool, false)           \
-  F(ranged, vlan, U16, 0, 0, 4095)         \
+// clang-format off
+#define ACL_IP_FILTER_FIELDS(F)                   \
+  F(field, src, Ip4Addr, {})                      \
+  F(field, srcMask, Ip4Addr, {})                  \
+  F(field, dst, Ip4Addr, {})                      \
+  F(field, dstMask, Ip4Addr, {})                  \
+  F(field, ttlKind, ValueOp, ValueOp::any)        \
+  F(field, ttl, U8, 0)                            \
+  F(field, tracked, bool, false)                  \
+  F(ranged, vlan, U16, 0, 0, 4095)                \
   F(ranged, vlanMask, U16, 0, 0, 4095)
+// clang-format on
 
 // IPv4 matches. A mask of 0.0.0.0 matches any address.
 class IpFilter : public IpFilterBase {
@@ -182,13 +194,15 @@ class IpFilter : public IpFilterBase {
   [[nodiscard]] bool usesVlan() const noexcept { return vlan_ != 0; }
 };
 
-#define ACL_IP6_FILTER_FIELDS(F)                \
-  F(field, src, Ip6Addr, {})                    \
-  F(ranged, srcPrefixLen, U8, 0, 0, 128)        \
-  F(field, dst, Ip6Addr, {})                    \
-  F(ranged, dstPrefixLen, U8, 0, 0, 128)        \
-  F(field, hopLimitKind, ValueOp, ValueOp::any) \
+// clang-format off
+#define ACL_IP6_FILTER_FIELDS(F)                  \
+  F(field, src, Ip6Addr, {})                      \
+  F(ranged, srcPrefixLen, U8, 0, 0, 128)          \
+  F(field, dst, Ip6Addr, {})                      \
+  F(ranged, dstPrefixLen, U8, 0, 0, 128)          \
+  F(field, hopLimitKind, ValueOp, ValueOp::any)   \
   F(field, hopLimit, U8, 0)
+// clang-format on
 
 // IPv6 matches. A prefix length of 0 matches any address.
 class Ip6Filter : public IpFilterBase {
@@ -200,21 +214,23 @@ class Ip6Filter : public IpFilterBase {
   [[nodiscard]] bool usesHopLimit() const noexcept { return hopLimit_ != 0; }
 };
 
-#define ACL_MAC_FILTER_FIELDS(F)                \
-  F(field, src, MacAddr, {})                    \
-  F(field, srcMask, MacAddr, {})                \
-  F(field, dst, MacAddr, {})                    \
-  F(field, dstMask, MacAddr, {})                \
-  F(field, ethertype, U16, 0)                   \
-  F(field, ethertypeMask, U16, 0)               \
-  F(ranged, outerVlan, U16, 0, 0, 4095)         \
-  F(ranged, outerVlanMask, U16, 0, 0, 4095)     \
-  F(ranged, innerVlan, U16, 0, 0, 4095)         \
-  F(ranged, innerVlanMask, U16, 0, 0, 4095)     \
-  F(ranged, mplsLabel, U32, 0, 0, 0xFFFFF)      \
-  F(ranged, mplsInnerLabel, U32, 0, 0, 0xFFFFF) \
-  F(field, mpls, MplsFilter, {})                \
+// clang-format off
+#define ACL_MAC_FILTER_FIELDS(F)                  \
+  F(field, src, MacAddr, {})                      \
+  F(field, srcMask, MacAddr, {})                  \
+  F(field, dst, MacAddr, {})                      \
+  F(field, dstMask, MacAddr, {})                  \
+  F(field, ethertype, U16, 0)                     \
+  F(field, ethertypeMask, U16, 0)                 \
+  F(ranged, outerVlan, U16, 0, 0, 4095)           \
+  F(ranged, outerVlanMask, U16, 0, 0, 4095)       \
+  F(ranged, innerVlan, U16, 0, 0, 4095)           \
+  F(ranged, innerVlanMask, U16, 0, 0, 4095)       \
+  F(ranged, mplsLabel, U32, 0, 0, 0xFFFFF)        \
+  F(ranged, mplsInnerLabel, U32, 0, 0, 0xFFFFF)   \
+  F(field, mpls, MplsFilter, {})                  \
   F(field, payload, PayloadSpec, {})
+// clang-format on
 
 // Ethernet matches. A mask of 00:00:00:00:00:00 matches any address.
 class MacFilter : public fwk::RecordBase {
@@ -229,12 +245,14 @@ class MacFilter : public fwk::RecordBase {
 };
 
 // What every rule does besides matching.
-#define ACL_RULE_CONFIG_FIELDS(F)                  \
+// clang-format off
+#define ACL_RULE_CONFIG_FIELDS(F)                 \
   F(field, action, RuleAction, RuleAction::permit) \
-  F(field, log, bool, false)                       \
-  F(field, mirrorSession, String, {})              \
-  F(field, copyToCpu, bool, false)                 \
+  F(field, log, bool, false)                      \
+  F(field, mirrorSession, String, {})             \
+  F(field, copyToCpu, bool, false)                \
   F(field, count, bool, false)
+// clang-format on
 
 class RuleConfig : public fwk::RecordBase {
   FWK_RECORD(RuleConfig, fwk::RecordBase, ACL_RULE_CONFIG_FIELDS)
@@ -244,9 +262,15 @@ class RuleConfig : public fwk::RecordBase {
 };
 
 // `vacl`: the rule applies to bridged traffic of a VLAN the ACL is attached to.
+// clang-format off
 #define ACL_IP_RULE_CONFIG_FIELDS(F) F(field, vacl, bool, false) F(field, filter, IpFilter, {})
+// clang-format on
+// clang-format off
 #define ACL_IP6_RULE_CONFIG_FIELDS(F) F(field, filter, Ip6Filter, {})
+// clang-format on
+// clang-format off
 #define ACL_MAC_RULE_CONFIG_FIELDS(F) F(field, filter, MacFilter, {})
+// clang-format on
 
 class IpRuleConfig : public RuleConfig {
   FWK_RECORD(IpRuleConfig, RuleConfig, ACL_IP_RULE_CONFIG_FIELDS)
@@ -259,7 +283,9 @@ class MacRuleConfig : public RuleConfig {
 };
 
 // A remark of an ACL: its text is all there is to it.
+// clang-format off
 #define ACL_REMARK_CONFIG_FIELDS(F) F(field, text, String, {})
+// clang-format on
 
 class RemarkConfig : public fwk::RecordBase {
   FWK_RECORD(RemarkConfig, fwk::RecordBase, ACL_REMARK_CONFIG_FIELDS)

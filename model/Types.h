@@ -19,18 +19,26 @@ using U64 = std::uint64_t;
 using fwk::String;
 
 // ACL families. Code that dispatches on the family treats every value but ip and ipv6 as mac.
+// clang-format off
 #define ACL_TYPES(E) E(ip, 0) E(ipv6, 1) E(mac, 2)
+// clang-format on
 FWK_ENUM_CLASS(AclType, U32, ACL_TYPES)
 
+// clang-format off
 #define ACL_DIRECTIONS(E) E(in, 0) E(out, 1)
+// clang-format on
 FWK_ENUM_CLASS(AclDirection, U32, ACL_DIRECTIONS)
 
+// clang-format off
 #define ACL_RULE_ACTIONS(E) E(permit, 0) E(deny, 1)
+// clang-format on
 FWK_ENUM_CLASS(RuleAction, U8, ACL_RULE_ACTIONS)
 
 // How a value is matched. `any` (1) is the default and means "no match on this value";
 // platforms support TTL and hop-limit options only in that kind.
+// clang-format off
 #define ACL_VALUE_OPS(E) E(eq, 0) E(any, 1) E(neq, 2) E(lt, 3) E(gt, 4) E(range, 5)
+// clang-format on
 FWK_ENUM_CLASS(ValueOp, U32, ACL_VALUE_OPS)
 
 // Identifies one sub-configuration or one rule. A default-constructed UniqueId is a fresh

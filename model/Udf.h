@@ -7,7 +7,9 @@
 
 namespace Acl {
 
+// clang-format off
 #define ACL_UDF_ACE_LIST_ATTRS(A) A(orderedMap, seq, U32, bool)
+// clang-format on
 
 // The sequence numbers of one ACL's rules that use an alias.
 class UdfAceList : public fwk::Entity {
@@ -17,8 +19,10 @@ class UdfAceList : public fwk::Entity {
   explicit UdfAceList(const String& aclName) : Entity(aclName) {}
 };
 
+// clang-format off
 #define ACL_UDF_ALIAS_PAYLOAD_ATTRS(A) \
   A(scalar, value, PayloadValue, {}) A(children, aceListForAcl, fwk::String, UdfAceList)
+// clang-format on
 
 // One alias: its value, and per ACL name the rules that use it.
 class UdfAliasPayload : public fwk::Entity {
@@ -28,8 +32,10 @@ class UdfAliasPayload : public fwk::Entity {
   explicit UdfAliasPayload(const String& alias) : Entity(alias) {}
 };
 
+// clang-format off
 #define ACL_UDF_ALIAS_ATTRS(A) \
   A(children, ipAlias, fwk::String, UdfAliasPayload) A(children, macAlias, fwk::String, UdfAliasPayload)
+// clang-format on
 
 // The aliases used by IPv4 and by MAC lists.
 class UdfAlias : public fwk::Entity {

@@ -16,7 +16,9 @@ namespace {
 using fwk::Ptr;
 using U32 = std::uint32_t;
 
+// clang-format off
 #define BENCH_ITEM_ATTRS(A) A(scalar, value, U32, 0) A(orderedMap, bySeq, U32, U32)
+// clang-format on
 
 class Item : public fwk::Entity {
   FWK_ENTITY(Item, fwk::Entity, BENCH_ITEM_ATTRS)

@@ -15,7 +15,9 @@
 
 namespace fwk {
 
+// clang-format off
 #define FWK_DIR_ATTRS(A) A(customChildren, entity, String, Entity)
+// clang-format on
 
 class Dir : public Entity {
   FWK_ENTITY(Dir, Entity, FWK_DIR_ATTRS)

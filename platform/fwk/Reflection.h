@@ -509,5 +509,7 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
   }                                                                                                                 \
   FWK_REGISTER_TYPE(Class)
 
+// clang-format off
 #define FWK_NO_OPS_(O)
+// clang-format on
 #define FWK_ENTITY_DEFINE(Class, LIST) FWK_ENTITY_DEFINE_WITH_OPS(Class, LIST, FWK_NO_OPS_)

@@ -31,7 +31,9 @@ class ValueType;
 class CopyContext;
 class TypeInfo;
 
+// clang-format off
 #define FWK_ATTR_KINDS(E) E(scalar, 0) E(orderedMap, 1) E(hashMap, 2) E(children, 3)
+// clang-format on
 FWK_ENUM(AttrKind, std::uint8_t, FWK_ATTR_KINDS)
 
 // Drives a deep copy: hands each pair of child entities back to the copier (which may

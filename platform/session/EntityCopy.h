@@ -21,7 +21,9 @@ using fwk::Entity;
 using fwk::Ptr;
 using fwk::String;
 
+// clang-format off
 #define CLI_ATTRIBUTE_FILTER_ATTRS(A) A(hashMap, attributeName, fwk::String, bool)
+// clang-format on
 
 // The names of attributes a copy must leave alone (those mapped to true).
 class AttributeFilter : public Entity {
@@ -34,7 +36,9 @@ class AttributeFilter : public Entity {
 
 class EntityCopy;
 
+// clang-format off
 #define CLI_ENTITY_COPY_HANDLER_ATTRS(A)
+// clang-format on
 
 // Copies one entity onto its counterpart. Subclasses take over the copy of the types they
 // are registered for.
@@ -55,7 +59,9 @@ class EntityCopyHandler : public Entity {
                             const Ptr<const Entity>& srcParent);
 };
 
+// clang-format off
 #define CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS(A)
+// clang-format on
 
 // Base of handlers that hold for a whole configuration session (not one copy).
 class EntityCopyGlobalSessionHandler : public EntityCopyHandler {
@@ -80,10 +86,12 @@ class CopyHandlerRegistry {
   std::map<const fwk::TypeInfo*, Ptr<EntityCopyHandler>> handlers_;
 };
 
-#define CLI_ENTITY_COPY_ATTRS(A)                  \
-  A(scalar, src, fwk::Ptr<const fwk::Entity>, {}) \
-  A(scalar, dest, fwk::Ptr<fwk::Entity>, {})      \
+// clang-format off
+#define CLI_ENTITY_COPY_ATTRS(A)                        \
+  A(scalar, src, fwk::Ptr<const fwk::Entity>, {})       \
+  A(scalar, dest, fwk::Ptr<fwk::Entity>, {})            \
   A(scalar, handler, fwk::Ptr<EntityCopyHandler>, {})
+// clang-format on
 
 class EntityCopy : public Entity, private fwk::CopyContext {
   FWK_ENTITY(EntityCopy, fwk::Entity, CLI_ENTITY_COPY_ATTRS)

@@ -13,19 +13,25 @@ using fwk::Ptr;
 using fwk::String;
 using U32 = std::uint32_t;
 
+// clang-format off
 #define SAMPLE_COLORS(E) E(red, 0) E(green, 1) E(blue_, 2)
+// clang-format on
 FWK_ENUM(Color, std::uint8_t, SAMPLE_COLORS)
 
-#define SAMPLE_MATCH_FIELDS(F)        \
-  F(field, protocol, std::uint8_t, 0) \
-  F(ranged, tni, U32, 0, 0, 16777215) \
+// clang-format off
+#define SAMPLE_MATCH_FIELDS(F)                 \
+  F(field, protocol, std::uint8_t, 0)          \
+  F(ranged, tni, U32, 0, 0, 16777215)          \
   F(field, note, String, {})
+// clang-format on
 
 class Match : public fwk::RecordBase {
   FWK_RECORD(Match, fwk::RecordBase, SAMPLE_MATCH_FIELDS)
 };
 
+// clang-format off
 #define SAMPLE_LEAF_ATTRS(A) A(scalar, count, U32, 0)
+// clang-format on
 
 class Leaf : public fwk::Entity {
   FWK_ENTITY(Leaf, fwk::Entity, SAMPLE_LEAF_ATTRS)
@@ -39,7 +45,9 @@ class Leaf : public fwk::Entity {
 };
 
 // A leaf that needs a construction argument besides its key.
+// clang-format off
 #define SAMPLE_ROOTED_ATTRS(A) A(constScalar, weight, U32, 0)
+// clang-format on
 
 class Rooted : public fwk::Entity {
   FWK_ENTITY(Rooted, fwk::Entity, SAMPLE_ROOTED_ATTRS)
@@ -48,19 +56,23 @@ class Rooted : public fwk::Entity {
   Rooted(const String& key, U32 weight) : Entity(key) { weightStore(weight); }
 };
 
-#define SAMPLE_NODE_ATTRS(A)        \
-  A(scalar, flag, bool, false)      \
-  A(scalar, label, String, {})      \
-  A(scalar, color, Color, green)    \
-  A(scalar, ratio, double, 0.5)     \
-  A(constScalar, serial, U32, 7)    \
-  A(scalar, ref, Ptr<Leaf>, {})     \
-  A(orderedMap, bySeq, U32, String) \
-  A(hashMap, byMatch, Match, U32)   \
-  A(children, leaf, U32, Leaf)      \
+// clang-format off
+#define SAMPLE_NODE_ATTRS(A)                     \
+  A(scalar, flag, bool, false)                   \
+  A(scalar, label, String, {})                   \
+  A(scalar, color, Color, green)                 \
+  A(scalar, ratio, double, 0.5)                  \
+  A(constScalar, serial, U32, 7)                 \
+  A(scalar, ref, Ptr<Leaf>, {})                  \
+  A(orderedMap, bySeq, U32, String)              \
+  A(hashMap, byMatch, Match, U32)                \
+  A(children, leaf, U32, Leaf)                   \
   A(children, rooted, String, Rooted)
+// clang-format on
 
+// clang-format off
 #define SAMPLE_NODE_OPS(O) O(leafCountAbove) O(rename) O(clear)
+// clang-format on
 
 class Node : public fwk::Entity {
   FWK_ENTITY(Node, fwk::Entity, SAMPLE_NODE_ATTRS)
@@ -72,7 +84,9 @@ class Node : public fwk::Entity {
   void clear();
 };
 
+// clang-format off
 #define SAMPLE_BIG_NODE_ATTRS(A) A(scalar, extra, U32, 1)
+// clang-format on
 
 // A derived entity type: inherits Node's attributes and reactor handlers.
 class BigNode : public Node {
