@@ -151,11 +151,22 @@ struct CollectionAccess {
 #define FWK_PASS_INDEX_(kind, name, ...) name##AttrIndex,
 
 #define FWK_PASS_DECL_(kind, ...) FWK_DECL_##kind(__VA_ARGS__)
+// The read accessors every scalar and every value map has.
+#define FWK_DECL_SCALAR_READ_(name, T)           \
+  [[nodiscard]] const T& name() const noexcept { \
+    return name##_;                              \
+  }
+#define FWK_DECL_MAP_READ_(Map, name, K, V)                     \
+  [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept { \
+    return name##_;                                             \
+  }                                                             \
+  [[nodiscard]] V name(const K& key) const {                    \
+    const V* found = name##_.find(key);                         \
+    return found ? *found : V();                                \
+  }
 #define FWK_DECL_scalar(name, T, def)                                                      \
  public:                                                                                   \
-  [[nodiscard]] const T& name() const noexcept {                                           \
-    return name##_;                                                                        \
-  }                                                                                        \
+  FWK_DECL_SCALAR_READ_(name, T)                                                           \
   void name##Is(const T& value) {                                                          \
     ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name)); \
   }                                                                                        \
@@ -164,9 +175,7 @@ struct CollectionAccess {
   T name##_ = def;
 #define FWK_DECL_customScalar(name, T, def)                                                \
  public:                                                                                   \
-  [[nodiscard]] const T& name() const noexcept {                                           \
-    return name##_;                                                                        \
-  }                                                                                        \
+  FWK_DECL_SCALAR_READ_(name, T)                                                           \
                                                                                            \
  protected:                                                                                \
   void name##Store(const T& value) {                                                       \
@@ -179,13 +188,7 @@ struct CollectionAccess {
 #define FWK_DECL_statusScalar(name, T, def) FWK_DECL_scalar(name, T, def)
 #define FWK_DECL_MAP_(Map, name, K, V)                                                       \
  public:                                                                                     \
-  [[nodiscard]] const ::fwk::Map<K, V>& name() const noexcept {                              \
-    return name##_;                                                                          \
-  }                                                                                          \
-  [[nodiscard]] V name(const K& key) const {                                                 \
-    const V* found = name##_.find(key);                                                      \
-    return found ? *found : V();                                                             \
-  }                                                                                          \
+  FWK_DECL_MAP_READ_(Map, name, K, V)                                                        \
   void name##Is(const K& key, const V& value) {                                              \
     ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name)); \
   }                                                                                          \
@@ -201,13 +204,7 @@ struct CollectionAccess {
 #define FWK_DECL_orderedMap(name, K, V) FWK_DECL_MAP_(OrderedMap, name, K, V)
 #define FWK_DECL_customOrderedMap(name, K, V)                                                \
  public:                                                                                     \
-  [[nodiscard]] const ::fwk::OrderedMap<K, V>& name() const noexcept {                       \
-    return name##_;                                                                          \
-  }                                                                                          \
-  [[nodiscard]] V name(const K& key) const {                                                 \
-    const V* found = name##_.find(key);                                                      \
-    return found ? *found : V();                                                             \
-  }                                                                                          \
+  FWK_DECL_MAP_READ_(OrderedMap, name, K, V)                                                 \
                                                                                              \
  protected:                                                                                  \
   void name##Store(const K& key, const V& value) {                                           \
