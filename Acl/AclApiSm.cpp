@@ -734,29 +734,31 @@ bool ApiSm::boundWhere(Also also) const {
 ApiState ApiSm::attach(String intfName, AclDirection aclDirection) {
   if (!dpAclPreApplyOk()) return finish(errAclApi);
   FWK_ASSERT(apiType() == attach_);
+  // What revert needs is recorded first, the interface last: revert undoes nothing until
+  // the interface is known, and then always knows what to put back.
+  const IntfId id(intfName);
+  origAclNameIs(attachedAcl(intfName, aclDirection));
   intfIs(intfName);
   directionIs(aclDirection);
   if (!liveAcl(aclType())) ACL_API_TRACE(9, "Acl: " << aclName() << " does not exist");
-  Ptr<AclIntf> intfs = bindings(aclDirection, true);
-  const IntfId id(intfName);
-  origAclNameIs(intfs->intf(id));
-  intfs->intfIs(id, aclName());
+  bindings(aclDirection, true)->intfIs(id, aclName());
   return finish(waitForHw());
 }
 
 ApiState ApiSm::detach(String intfName, AclDirection aclDirection) {
   FWK_ASSERT(apiType() == detach_);
-  intfIs(intfName);
-  directionIs(aclDirection);
   const IntfId id(intfName);
   Ptr<AclIntf> intfs = bindings(aclDirection, false);
-  const String* bound = intfs ? intfs->intf().find(id) : nullptr;
-  if (!bound || bound->empty()) {
+  const String bound = intfs ? intfs->intf(id) : String();
+  const bool removes = !bound.empty() && (aclName().empty() || aclName() == bound);
+  if (removes) origAclNameIs(bound);  // before the interface, as in attach
+  intfIs(intfName);
+  directionIs(aclDirection);
+  if (bound.empty()) {
     ACL_API_TRACE(8, "No acl attached to " << intfName);
     return finish(succeeded);
   }
-  if (aclName().empty() || aclName() == *bound) {
-    origAclNameIs(*bound);
+  if (removes) {
     intfs->intfDel(id);
     return finish(waitForHw());
   }
@@ -1225,6 +1227,7 @@ ApiState ApiSm::revert() {
   }
   if (apiType() == attach_ || apiType() == detach_) {
     ACL_API_TRACE(8, "Failed while " << apiType());
+    if (intf().empty()) return apiState();  // the operation recorded nothing, so changed nothing
     Ptr<AclIntf> intfs = bindings(direction(), true);
     const IntfId id(intf());
     if (origAclName().empty()) {

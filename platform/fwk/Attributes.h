@@ -49,6 +49,7 @@
 
 #include "platform/fwk/Collections.h"
 #include "platform/fwk/Entity.h"
+#include "platform/fwk/Fault.h"
 #include "platform/fwk/Strep.h"
 
 namespace fwk::detail {
@@ -58,6 +59,7 @@ struct CollectionAccess {
   template <class T>
   static void setScalar(const Entity& owner, T& slot, const T& value, AttrId id) {
     if (slot == value) return;
+    FWK_FAULT_POINT(mutation);
     slot = value;
     owner.notify(id);
   }
@@ -67,6 +69,7 @@ struct CollectionAccess {
     if constexpr (requires { value.get(); }) {
       if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
     }
+    FWK_FAULT_POINT(mutation);
     if (map.assign(key, value)) owner.notify(id, &key);
   }
 
@@ -74,6 +77,7 @@ struct CollectionAccess {
   template <class Map, class K>
   static void mapDel(const Entity& owner, Map& map, const K& key, AttrId id) {
     const K removed = key;
+    FWK_FAULT_POINT(mutation);
     if (map.erase(removed)) owner.notify(id, &removed);
   }
 
@@ -89,6 +93,7 @@ struct CollectionAccess {
   template <class E, class K, class... Args>
   static Ptr<E> childIs(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id, Args&&... args) {
     if (const Ptr<E>* found = map.find(key)) return *found;
+    FWK_FAULT_POINT(mutation);
     Ptr<E> child;
     if constexpr (std::is_constructible_v<E, const K&, Args...>) {
       child = new E(key, std::forward<Args>(args)...);
@@ -123,6 +128,7 @@ struct CollectionAccess {
     const Ptr<E>* found = map.find(key);
     if (!found) return;
     const K removed = key;  // may be the stored key, which the removal frees
+    FWK_FAULT_POINT(mutation);
     Ptr<E> child = *found;  // keep it alive until the parent link is cleared
     map.erase(removed);
     if (child->parent() == &parent) EntityLinks::parentIs(*child, nullptr);

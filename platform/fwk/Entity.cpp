@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/fwk/Fault.h"
 #include "platform/fwk/Reflection.h"
 
 namespace fwk {
@@ -17,6 +18,12 @@ Notifiee::~Notifiee() {
   watch(nullptr);
 }
 
+Entity::Entity(String name) : name_(std::move(name)) {
+#if FWK_FAULT_INJECTION
+  fault::entityCountIs(1);
+#endif
+}
+
 void Notifiee::watch(const Entity* entity) {
   if (entity == notifier_) return;
   if (notifier_) notifier_->removeNotifiee(this);
@@ -28,6 +35,9 @@ void Notifiee::watch(const Entity* entity) {
 }
 
 Entity::~Entity() {
+#if FWK_FAULT_INJECTION
+  fault::entityCountIs(-1);
+#endif
   // Detach every observer first so that none of them can reach this entity again; each
   // is told after the list is empty, so it may start watching something else at once.
   std::vector<Notifiee*> watchers;
@@ -88,10 +98,14 @@ void Entity::dispatch(const Change& change) const {
       }
     }
   } guard{*this};
+  FWK_FAULT_POINT(notification);
   // Observers added during the walk see the next change, not this one.
   const std::size_t count = notifiees_.size();
   for (std::size_t i = 0; i < count; ++i) {
-    if (Notifiee* n = notifiees_[i]) n->fwkDispatch(change);
+    if (Notifiee* n = notifiees_[i]) {
+      FWK_FAULT_POINT(reaction);
+      n->fwkDispatch(change);
+    }
   }
 }
 

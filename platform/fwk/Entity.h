@@ -98,7 +98,7 @@ class Entity : public RefCounted {
   }
 
  protected:
-  explicit Entity(String name = String()) : name_(std::move(name)) {}
+  explicit Entity(String name = String());
   ~Entity() override;
 
  private:

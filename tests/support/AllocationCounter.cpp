@@ -7,12 +7,17 @@
 #include <cstdlib>
 #include <new>
 
+#include "platform/fwk/Fault.h"
+
 namespace {
 std::atomic<long long> allocationCount{0};
 std::atomic<long long> allocatedBytes{0};
 std::atomic<long long> heldBytes{0};
 
 void* counted(std::size_t size, std::size_t alignment) {
+#if FWK_FAULT_INJECTION
+  fwk::fault::point(fwk::fault::allocation);
+#endif
   allocationCount.fetch_add(1, std::memory_order_relaxed);
   allocatedBytes.fetch_add(static_cast<long long>(size), std::memory_order_relaxed);
   void* p = alignment > alignof(std::max_align_t)

@@ -1,0 +1,52 @@
+#include "platform/fwk/Fault.h"
+
+#include <atomic>
+
+namespace fwk::fault {
+
+namespace {
+struct State {
+  std::uint8_t sites = 0;
+  std::uint64_t target = 0;
+  std::uint64_t count = 0;
+  bool persistent = false;
+  bool throwing = false;  // no point fires while a fault is being raised
+};
+thread_local State state;
+std::atomic<std::int64_t> entities{0};
+}  // namespace
+
+void point(Site site) {
+  State& s = state;
+  if ((s.sites & site) == 0 || s.throwing) return;
+  ++s.count;
+  if (s.count < s.target || (!s.persistent && s.count > s.target)) return;
+  s.throwing = true;
+  struct Reset {
+    State& s;
+    ~Reset() { s.throwing = false; }
+  } reset{s};
+  throw InjectedFault();
+}
+
+void arm(std::uint8_t sites, std::uint64_t n, bool persistent) {
+  state = State{sites, n, 0, persistent, false};
+}
+
+void disarm() noexcept {
+  state.sites = 0;
+}
+
+std::uint64_t reached() noexcept {
+  return state.count;
+}
+
+std::int64_t liveEntities() noexcept {
+  return entities.load(std::memory_order_relaxed);
+}
+
+void entityCountIs(std::int64_t delta) noexcept {
+  entities.fetch_add(delta, std::memory_order_relaxed);
+}
+
+}  // namespace fwk::fault

@@ -1,0 +1,46 @@
+// Fault injection for reliability tests.
+//
+// Builds configured with ACLKIT_FAULT_INJECTION (FWK_FAULT_INJECTION=1) count every fault
+// point the framework passes: attribute and collection mutations, notifications, reactor
+// handlers and (when the test binary routes its allocator here) allocations. A test arms
+// the injector to throw InjectedFault at the Nth point (once, or at every point from the
+// Nth on) and checks what state an operation leaves when it fails there:
+//
+//   fwk::fault::arm(fwk::fault::anySite, n, /*persistent=*/false);
+//   EXPECT_THROW(session->commit(), fwk::fault::InjectedFault);
+//   fwk::fault::disarm();
+//
+// In other builds FWK_FAULT_POINT compiles to nothing.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+
+namespace fwk::fault {
+
+enum Site : std::uint8_t { mutation = 1, notification = 2, reaction = 4, allocation = 8 };
+inline constexpr std::uint8_t anySite = mutation | notification | reaction | allocation;
+
+class InjectedFault : public std::runtime_error {
+ public:
+  InjectedFault() : std::runtime_error("injected fault") {}
+};
+
+// Throws at the armed point; counts otherwise.
+void point(Site site);
+// Arms the Nth point (from 1) among `sites`, counted from now.
+void arm(std::uint8_t sites, std::uint64_t n, bool persistent);
+void disarm() noexcept;
+// Points of the armed sites passed since arm().
+[[nodiscard]] std::uint64_t reached() noexcept;
+// Entities alive now (counted in fault-injection builds only).
+[[nodiscard]] std::int64_t liveEntities() noexcept;
+void entityCountIs(std::int64_t delta) noexcept;
+
+}  // namespace fwk::fault
+
+#if FWK_FAULT_INJECTION
+#define FWK_FAULT_POINT(site) ::fwk::fault::point(::fwk::fault::site)
+#else
+#define FWK_FAULT_POINT(site) static_cast<void>(0)
+#endif
