@@ -19,6 +19,10 @@ function(aclkit_sanitize target)
                                              -fno-sanitize-recover=all)
     target_link_options(${target} PRIVATE -fsanitize=address,undefined)
   endif()
+  if(ACLKIT_BUILD_FUZZERS)
+    # Coverage for the fuzzer in every layer; the harness itself links the fuzzer's main.
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 endfunction()
 
 # aclkit_layer(NAME <layer> SOURCES <files...> [DEPENDS <layers...>])
