@@ -6,7 +6,8 @@
 //
 // Operations the library documents as letting the content counts drift (a by-content
 // removal of another family's default rule, a remark removed at an empty place, automatic
-// remark numbers wrapping past the top) are not generated; tests pin them separately.
+// remark numbers wrapping past the top, resequencing with an increment of 0) are not
+// generated; tests pin them separately.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -55,6 +56,9 @@ class Bytes {
   std::abort();
 }
 
+// ACLKIT_FUZZ_TRACE=1 prints every step, to read a crash input.
+const bool verbose = std::getenv("ACLKIT_FUZZ_TRACE") != nullptr;
+
 struct World {
   fwk::StateStore store;
   AclMounts acl = mountAcl(store);
@@ -91,20 +95,24 @@ struct World {
   }
 
   void step(Bytes& in) {
-    Ptr<ApiSm>& s = sessions[in.byte() % 3];
+    const int slot = in.byte() % 3;
+    Ptr<ApiSm>& s = sessions[slot];
     const std::uint8_t op = in.byte() % 16;
+    if (verbose) std::fprintf(stderr, "slot %d op %d\n", slot, op);
     if (op == 0 || !s) {
       const char* name = in.byte() % 2 ? "a" : "b";
       const auto type = static_cast<AclType>(in.byte() % 3);
       const auto apiType = static_cast<ApiType>(in.byte() % 4);
       s = apiSmFactory(name, type, false, apiType, acl.config, acl.paramConfig, acl.intfConfig, acl.hwConfig,
                        acl.status, acl.statusDpDir, acl.udfAlias);
+      if (verbose) std::fprintf(stderr, "  new session %s type %u api %u\n", name, unsigned(type), unsigned(apiType));
       return;
     }
     const std::uint8_t arg = in.byte();
     switch (op) {
       case 1:
       case 2:
+        if (verbose) std::fprintf(stderr, "  add rule %u\n", arg);
         if (s->aclType() == AclType::ip) s->addIpRule(in.sequence(), ipRule(arg));
         if (s->aclType() == AclType::ipv6) s->addIp6Rule(in.sequence(), ip6Rule(arg));
         if (s->aclType() == AclType::mac) s->addMacRule(in.sequence(), macRule(arg));
@@ -132,8 +140,8 @@ struct World {
         if (s->aclType() == AclType::ipv6) s->removeIp6RuleByConfig(ip6Rule(arg));
         if (s->aclType() == AclType::mac) s->removeMacRuleByConfig(macRule(arg));
         break;
-      case 7:
-        s->resequence(in.sequence(), arg % 4 == 0 ? 0 : arg);
+      case 7:  // an increment of 0 collapses places by design; see the file comment
+        s->resequence(in.sequence(), 1U + arg);
         break;
       case 8:
         s->commitExt(arg % 2 == 0);
@@ -183,6 +191,11 @@ struct World {
   void check() {
     for (const Ptr<ApiSm>& s : sessions) {
       if (!s) continue;
+      if (verbose && s->currentAcl()) {
+        std::fprintf(stderr, "  state %s last=%u:", s->apiState() == succeeded ? "ok" : "-", s->spLastSequenceNumber());
+        for (const auto& [seq, id] : s->currentAcl()->ruleBySequence()) std::fprintf(stderr, " %u", seq);
+        std::fprintf(stderr, "\n");
+      }
       auto violations = invariantViolations(*s);
       if (!violations.empty()) fail(violations.front());
     }
