@@ -36,11 +36,16 @@ bool sameRuleContent(const Map& mapA, const UniqueId& idA, const Map& mapB, cons
   return (a ? *a : none) == (b ? *b : none);
 }
 
-// Walks two ordered maps of equal size together; false at the first pair `same` rejects.
+// Two ordered maps are the same when they hold as many entries and `same` accepts every
+// pair taken in order. A count mismatch is traced, in the name of the calling operation.
 template <class Map, class Same>
-bool sameInOrder(const Map& a, const Map& b, Same same) {
+bool sameInOrder(const char* operation, const char* countMismatch, const Map& a, const Map& b, Same same) {
+  if (a.size() != b.size()) {
+    FWK_TRACE_AS(traceCopy(), 9, operation, countMismatch << a.size() << ":" << b.size());
+    return false;
+  }
   auto itB = b.begin();
-  for (auto itA = a.begin(); itA != a.end() && itB != b.end(); ++itA, ++itB) {
+  for (auto itA = a.begin(); itA != a.end(); ++itA, ++itB) {
     if (!same(*itA, *itB)) return false;
   }
   return true;
@@ -76,56 +81,32 @@ bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclS
   if (a->opaque()) return b->opaque();
   if (b->opaque()) return false;
   if (a->countersEnabled() != b->countersEnabled() || a->fragmentsEnabled() != b->fragmentsEnabled()) return false;
-  const auto& seqA = a->ruleBySequence();
-  const auto& seqB = b->ruleBySequence();
-  if (seqA.size() != seqB.size()) {
-    ACL_COPY_TRACE(9, "rule count mismatch - " << seqA.size() << ":" << seqB.size());
-    return false;
-  }
-  auto itB = seqB.begin();
-  for (auto itA = seqA.begin(); itA != seqA.end(); ++itA, ++itB) {
-    const UniqueId& idA = itA->second;
-    const UniqueId& idB = itB->second;
-    switch (aclType) {
-      case AclType::ip:
-        if (!sameRuleContent(a->ipRuleById(), idA, b->ipRuleById(), idB)) return false;
-        break;
-      case AclType::ipv6:
-        if (!sameRuleContent(a->ip6RuleById(), idA, b->ip6RuleById(), idB)) return false;
-        break;
-      case AclType::mac:
-        if (!sameRuleContent(a->macRuleById(), idA, b->macRuleById(), idB)) return false;
-        break;
-      default:  // an unknown family has no rule contents to compare
-        break;
-    }
-  }
-  return true;
+  return sameInOrder("equalRuleConfig", "rule count mismatch - ", a->ruleBySequence(), b->ruleBySequence(),
+                     [&](const auto& x, const auto& y) {
+                       switch (aclType) {
+                         case AclType::ip:
+                           return sameRuleContent(a->ipRuleById(), x.second, b->ipRuleById(), y.second);
+                         case AclType::ipv6:
+                           return sameRuleContent(a->ip6RuleById(), x.second, b->ip6RuleById(), y.second);
+                         case AclType::mac:
+                           return sameRuleContent(a->macRuleById(), x.second, b->macRuleById(), y.second);
+                       }
+                       return true;  // an unknown family has no rule contents to compare
+                     });
 }
 
 bool AclConfigCopyHandler::equalSequence(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
   FWK_ASSERT_TEXT(a, "a");
   FWK_ASSERT_TEXT(b, "b");
-  const auto& seqA = a->ruleBySequence();
-  const auto& seqB = b->ruleBySequence();
-  if (seqA.size() != seqB.size()) {
-    ACL_COPY_TRACE(9, "sequence count mismatch - " << seqA.size() << ":" << seqB.size());
-    return false;
-  }
-  return sameInOrder(seqA, seqB, [](const auto& x, const auto& y) { return x.first == y.first; });
+  return sameInOrder("equalSequence", "sequence count mismatch - ", a->ruleBySequence(), b->ruleBySequence(),
+                     [](const auto& x, const auto& y) { return x.first == y.first; });
 }
 
 bool AclConfigCopyHandler::equalRemark(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
   FWK_ASSERT_TEXT(a, "a");
   FWK_ASSERT_TEXT(b, "b");
-  const auto& remarksA = a->remarkBySequence();
-  const auto& remarksB = b->remarkBySequence();
-  if (remarksA.size() != remarksB.size()) {
-    // "remarek" is spelled so on purpose: log scrapers match this text.
-    ACL_COPY_TRACE(9, "remarek count mismatch - " << remarksA.size() << ":" << remarksB.size());
-    return false;
-  }
-  return sameInOrder(remarksA, remarksB,
+  // "remarek" is spelled so on purpose: log scrapers match this text.
+  return sameInOrder("equalRemark", "remarek count mismatch - ", a->remarkBySequence(), b->remarkBySequence(),
                      [](const auto& x, const auto& y) { return x.first == y.first && x.second == y.second; });
 }
 
