@@ -21,6 +21,7 @@
 #include "Acl/AclConfigSession.h"
 #include "model/Mounts.h"
 #include "platform/store/StateStore.h"
+#include "tests/support/AclBuilders.h"
 
 namespace {
 
@@ -71,27 +72,17 @@ struct World {
   }
 
   static IpRuleConfig ipRule(std::uint8_t b) {
-    IpRuleConfig r;
-    IpFilter f;
-    f.protocolIs(b % 3 == 0 ? 6 : 17);
-    f.protocolMaskIs(0xFF);
-    f.dstPortIs(RangeMatch(ValueOp::eq, static_cast<U16>(b % 8)));
-    r.filterIs(f);
-    return r;
+    return build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
+      f.protocolIs(b % 3 == 0 ? 6 : 17);
+      f.protocolMaskIs(0xFF);
+      f.dstPortIs(RangeMatch(ValueOp::eq, static_cast<U16>(b % 8)));
+    });
   }
   static Ip6RuleConfig ip6Rule(std::uint8_t b) {
-    Ip6RuleConfig r;
-    Ip6Filter f;
-    f.hopLimitIs(static_cast<U8>(b % 6));
-    r.filterIs(f);
-    return r;
+    return build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(static_cast<U8>(b % 6)); });
   }
   static MacRuleConfig macRule(std::uint8_t b) {
-    MacRuleConfig r;
-    MacFilter f;
-    f.ethertypeIs(static_cast<U16>(b % 6));
-    r.filterIs(f);
-    return r;
+    return build::ruleWith<MacRuleConfig>([&](MacFilter& f) { f.ethertypeIs(static_cast<U16>(b % 6)); });
   }
 
   void step(Bytes& in) {

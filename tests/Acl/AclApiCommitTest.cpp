@@ -170,10 +170,7 @@ TEST_F(CommitTest, EssentialChangesMakeANewVersion) {
 }
 
 TEST_F(CommitTest, ThePreApplyGuardAppliesOnlyToBoundAcls) {
-  Ip6RuleConfig rule;
-  Ip6Filter f;
-  f.hopLimitIs(8);
-  rule.filterIs(f);
+  Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(8); });
   auto loose = session("v6", AclType::ipv6);
   loose->addIp6Rule(10, rule);
   EXPECT_EQ(loose->commit(), succeeded);

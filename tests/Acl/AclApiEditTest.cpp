@@ -99,10 +99,7 @@ TEST_F(EditTest, WithoutAScratchpadAddingFailsAndLeavesTheStateAlone) {
 
 TEST_F(EditTest, OnlyTheSessionsFamilyIsWritten) {
   auto v6 = session("v6", AclType::ipv6);
-  Ip6RuleConfig rule;
-  Ip6Filter f;
-  f.hopLimitIs(3);
-  rule.filterIs(f);
+  Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(3); });
   EXPECT_EQ(v6->addIp6Rule(0, rule), succeeded);
   EXPECT_EQ(v6->addIpRule(0, ipRule(80)), succeeded) << "stores the IPv6 argument (a default rule) instead";
   EXPECT_EQ(v6->currentAcl()->ip6RuleById().size(), 2u);
@@ -269,17 +266,11 @@ void randomEdits(build::SessionWorld& world, AclType type, std::uint32_t seed, i
   auto place = [&]() -> U32 { return pick(4) == 0 ? 0 : 1 + pick(400); };
   auto anIpRule = [&] { return ipRule(static_cast<U16>(pick(12))); };
   auto anIp6Rule = [&] {
-    Ip6RuleConfig r;
-    Ip6Filter f;
-    f.hopLimitIs(static_cast<U8>(pick(12)));
-    r.filterIs(f);
+    Ip6RuleConfig r = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(static_cast<U8>(pick(12))); });
     return r;
   };
   auto aMacRule = [&] {
-    MacRuleConfig r;
-    MacFilter f;
-    f.ethertypeIs(static_cast<U16>(pick(12)));
-    r.filterIs(f);
+    MacRuleConfig r = build::ruleWith<MacRuleConfig>([&](MacFilter& f) { f.ethertypeIs(static_cast<U16>(pick(12))); });
     return r;
   };
   auto aRemark = [&] { return RemarkConfig(String("r" + std::to_string(pick(6)))); };

@@ -272,12 +272,11 @@ TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
 
 TEST_F(HwTest, OneRuleFailingSeveralChecksLeavesOneEntryPerKey) {
   acl.paramConfig->aclSupportedIs(true);
-  MacRuleConfig rule;
-  MacFilter f;
-  f.mplsLabelIs(16);
-  f.mplsInnerLabelIs(17);
-  f.outerVlanMaskIs(1);
-  rule.filterIs(f);
+  MacRuleConfig rule = build::ruleWith<MacRuleConfig>([&](MacFilter& f) {
+    f.mplsLabelIs(16);
+    f.mplsInnerLabelIs(17);
+    f.outerVlanMaskIs(1);
+  });
   rule.logIs(true);
   installRule("m", AclType::mac, rule);
   bind("Ethernet1", "m", AclType::mac);
@@ -309,11 +308,10 @@ TEST_F(HwTest, FamilyAndAttachmentPreconditionsComeFirst) {
 
 TEST_F(HwTest, VlanRowsApplyOnlyWhenBoundToAVlanInterface) {
   acl.paramConfig->aclSupportedIs(true);
-  IpRuleConfig rule;
-  IpFilter f;
-  f.vlanIs(10);
-  f.vlanMaskIs(0xFFF);
-  rule.filterIs(f);
+  IpRuleConfig rule = build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
+    f.vlanIs(10);
+    f.vlanMaskIs(0xFFF);
+  });
   rule.vaclIs(true);
   installRule("web", AclType::ip, rule);
   bind("Ethernet1", "web");
@@ -333,13 +331,12 @@ TEST_F(HwTest, VlanRowsApplyOnlyWhenBoundToAVlanInterface) {
 // ---- deep inspection and the pre-apply guard ------------------------------------------------
 
 TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(47);
-  f.greProtoIs(0x6558);
-  f.greProtoMaskIs(0xFFFF);
-  f.tniIs(9);
-  rule.filterIs(f);
+  IpRuleConfig rule = build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
+    f.protocolIs(47);
+    f.greProtoIs(0x6558);
+    f.greProtoMaskIs(0xFFFF);
+    f.tniIs(9);
+  });
   installRule("web", AclType::ip, rule);
   auto s = session("web");
   EXPECT_TRUE(s->dpAclDpiOk());
@@ -350,10 +347,7 @@ TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
             (std::vector<std::string>{"dpAclDpiOk", "<, DPI Nvgre not supported with non-zero skip"}));
   EXPECT_TRUE(s->errString().empty()) << "this check only traces";
 
-  MacRuleConfig mpls;
-  MacFilter mf;
-  mf.mplsLabelIs(100);
-  mpls.filterIs(mf);
+  MacRuleConfig mpls = build::ruleWith<MacRuleConfig>([&](MacFilter& mf) { mf.mplsLabelIs(100); });
   installRule("m", AclType::mac, mpls);
   auto m = session("m", AclType::mac);
   EXPECT_TRUE(m->dpAclDpiOk());
@@ -363,10 +357,7 @@ TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
 }
 
 TEST_F(HwTest, HopLimitsNeedSupportUnlessGuardsAreOff) {
-  Ip6RuleConfig rule;
-  Ip6Filter f;
-  f.hopLimitIs(64);
-  rule.filterIs(f);
+  Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(64); });
   auto s = session("v6", AclType::ipv6);
   s->addIp6Rule(10, rule);
   EXPECT_FALSE(s->dpAclPreApplyOk());
@@ -421,10 +412,7 @@ TEST_F(HwTest, ADataplaneAnsweringInsideTheRequestCompletesTheWait) {
 }
 
 TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
-  Ip6RuleConfig rule;
-  Ip6Filter f;
-  f.hopLimitIs(1);
-  rule.filterIs(f);
+  Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(1); });
   installRule("v6", AclType::ipv6, rule);
   auto attaching = session("v6", AclType::ipv6, attach_);
   EXPECT_EQ(attaching->attach("Ethernet1", AclDirection::in), errAclApi);

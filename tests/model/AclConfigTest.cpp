@@ -5,6 +5,7 @@
 #include "platform/fwk/Reflection.h"
 #include "platform/session/EntityCopy.h"
 #include "platform/store/StateStore.h"
+#include "tests/support/AclBuilders.h"
 
 namespace {
 
@@ -12,12 +13,11 @@ using namespace Acl;
 using fwk::Ptr;
 
 IpRuleConfig ipRule(U8 protocol, U16 port) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(protocol);
-  f.protocolMaskIs(0xFF);
-  f.dstPortIs(RangeMatch(ValueOp::eq, port));
-  rule.filterIs(f);
+  IpRuleConfig rule = build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
+    f.protocolIs(protocol);
+    f.protocolMaskIs(0xFF);
+    f.dstPortIs(RangeMatch(ValueOp::eq, port));
+  });
   return rule;
 }
 
@@ -30,16 +30,12 @@ Ptr<AclSubConfig> filledSubConfig(Input::Config& config) {
     sub->ipRuleByIdIs(id, ipRule(6, static_cast<U16>(seq)));
   }
   UniqueId v6;
-  Ip6RuleConfig rule6;
-  Ip6Filter f6;
-  f6.srcIs(Ip6Addr::fwkParse("2001:db8::"));
-  f6.srcPrefixLenIs(32);
-  rule6.filterIs(f6);
+  Ip6RuleConfig rule6 = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f6) {
+    f6.srcIs(Ip6Addr::fwkParse("2001:db8::"));
+    f6.srcPrefixLenIs(32);
+  });
   sub->ip6RuleByIdIs(v6, rule6);
-  MacRuleConfig mac;
-  MacFilter mf;
-  mf.mplsLabelIs(100);
-  mac.filterIs(mf);
+  MacRuleConfig mac = build::ruleWith<MacRuleConfig>([&](MacFilter& mf) { mf.mplsLabelIs(100); });
   sub->macRuleByIdIs(UniqueId(), mac);
   sub->remarkBySequenceIs(15, RemarkConfig(String("web")));
   sub->countersEnabledIs(true);
@@ -96,26 +92,6 @@ TEST(AclConfigTest, AWholeInputTreeCopiesGenerically) {
   EXPECT_EQ(acl->currCfg()->ipRuleById().size(), 3u);
   EXPECT_EQ(acl->currCfg()->id(), sub->id()) << "versions keep their identity across trees";
   EXPECT_FALSE(copy->copyTree(candidate, running));
-}
-
-TEST(AclConfigTest, AclsKeepTheirConstructionArgumentsAndVersions) {
-  Ptr<Input::Config> config(new Input::Config());
-  config->hasNotificationActiveIs(true);
-  EXPECT_EQ(config->config(AclType::mac), nullptr);
-  Ptr<Input::AclTypeConfig> macs = config->configIs(AclType::mac);
-  EXPECT_EQ(macs->type(), AclType::mac);
-  Ptr<AclConfig> acl = macs->aclIs("m1", AclType::mac, true, true);
-  EXPECT_EQ(acl->name(), "m1");
-  EXPECT_TRUE(acl->standard());
-  EXPECT_TRUE(acl->readonly());
-  EXPECT_FALSE(acl->fwkType().attr("readonly").writable());
-  UniqueId id;
-  Ptr<AclSubConfig> v1 = acl->subConfigIs(id);
-  EXPECT_EQ(acl->subConfigIs(id), v1) << "an existing version is returned, not replaced";
-  EXPECT_EQ(v1->id(), id);
-  EXPECT_EQ(v1->fullName(), "/mac/m1/" + std::to_string(id.val()));
-  macs->aclDel("m1");
-  EXPECT_EQ(macs->acl("m1"), nullptr);
 }
 
 TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {

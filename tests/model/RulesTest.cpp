@@ -2,6 +2,7 @@
 
 #include "model/Rules.h"
 #include "platform/fwk/Value.h"
+#include "tests/support/AclBuilders.h"
 #include "tests/support/RecordProbe.h"
 #include "tests/support/Text.h"
 
@@ -102,14 +103,13 @@ TEST(RulesTest, DefaultsMatchEverythingAndUseNoFeature) {
 }
 
 TEST(RulesTest, TextFormsAreReadable) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(6);
-  f.protocolMaskIs(0xFF);
-  f.dstIs(Ip4Addr::fwkParse("10.0.0.1"));
-  f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
-  f.dstPortIs(RangeMatch(ValueOp::eq, 80));
-  rule.filterIs(f);
+  IpRuleConfig rule = build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
+    f.protocolIs(6);
+    f.protocolMaskIs(0xFF);
+    f.dstIs(Ip4Addr::fwkParse("10.0.0.1"));
+    f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
+    f.dstPortIs(RangeMatch(ValueOp::eq, 80));
+  });
   rule.actionIs(RuleAction::deny);
   rule.logIs(true);
   EXPECT_EQ(text(rule),

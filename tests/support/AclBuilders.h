@@ -11,13 +11,22 @@ namespace build {
 
 using namespace Acl;
 
+// A rule whose filter `edit` fills in: ruleWith<IpRuleConfig>([](IpFilter& f) { f.tniIs(5); }).
+template <class Rule, class Edit>
+Rule ruleWith(Edit edit) {
+  Rule rule;
+  auto filter = rule.filter();
+  edit(filter);
+  rule.filterIs(filter);
+  return rule;
+}
+
 inline IpRuleConfig ipRule(U16 dstPort, RuleAction action = RuleAction::permit) {
-  IpRuleConfig rule;
-  IpFilter f;
-  f.protocolIs(6);
-  f.protocolMaskIs(0xFF);
-  f.dstPortIs(RangeMatch(ValueOp::eq, dstPort));
-  rule.filterIs(f);
+  IpRuleConfig rule = ruleWith<IpRuleConfig>([&](IpFilter& f) {
+    f.protocolIs(6);
+    f.protocolMaskIs(0xFF);
+    f.dstPortIs(RangeMatch(ValueOp::eq, dstPort));
+  });
   rule.actionIs(action);
   return rule;
 }

@@ -67,35 +67,6 @@ TEST(CollectionsTest, RemovingByTheStoredKeyItselfIsSafe) {
   EXPECT_TRUE(node->leaf().empty());
 }
 
-TEST(CollectionsTest, RemovingEverythingWhileWalkingEmptiesTheMap) {
-  Ptr<Node> node = nodeWith({1, 2, 3});
-  int steps = 0;
-  for (const auto& entry : node->bySeq()) {
-    node->bySeqDel(entry.first);
-    ++steps;
-  }
-  EXPECT_EQ(steps, 3);
-  EXPECT_TRUE(node->bySeq().empty());
-}
-
-TEST(CollectionsTest, HashMapKeyedByRecordContent) {
-  Ptr<Node> node = nodeWith({});
-  Match a;
-  a.protocolIs(6);
-  Match sameAsA;
-  sameAsA.protocolIs(6);
-  Match b;
-  b.protocolIs(17);
-  node->byMatchIs(a, 1);
-  node->byMatchIs(sameAsA, 2);  // equal content: the same key
-  node->byMatchIs(b, 3);
-  EXPECT_EQ(node->byMatch().size(), 2u);
-  EXPECT_EQ(node->byMatch(a), 2u);
-  EXPECT_EQ(node->byMatch(Match()), 0u);
-  node->byMatchDel(sameAsA);
-  EXPECT_FALSE(node->byMatch().contains(a));
-}
-
 TEST(CollectionsTest, HashMapAgreesWithAReferenceMapThroughRandomChanges) {
   Ptr<Node> node = nodeWith({});
   std::map<std::pair<int, std::uint32_t>, std::uint32_t> reference;
