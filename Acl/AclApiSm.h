@@ -14,6 +14,9 @@
 // is declaration order and is part of the interface).
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "Acl/AclCopy.h"
 #include "model/AclConfig.h"
 #include "model/IntfConfig.h"
@@ -232,6 +235,8 @@ class ApiSm : public fwk::Entity {
   void handleDpAclUpdateTime(const String& dataplane);
 
  private:
+  friend std::vector<std::string> invariantViolations(const ApiSm& session);
+
   class ScratchpadReactor : public Acl::AclSubConfig::Reactor {
    public:
     explicit ScratchpadReactor(ApiSm& owner) : owner_(owner) {}

@@ -52,7 +52,8 @@ function(aclkit_finish_library)
   aclkit_sanitize(aclkit)
 endfunction()
 
-# aclkit_test(NAME <name> SOURCES <files...>): a GoogleTest executable registered with CTest.
+# aclkit_test(NAME <name> SOURCES <files...> [LIBS <libs...>]): a GoogleTest executable
+# registered with CTest.
 function(aclkit_test)
   cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBS" ${ARGN})
   add_executable(${ARG_NAME} ${ARG_SOURCES})

@@ -1,6 +1,7 @@
 #include "platform/fwk/Entity.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "platform/fwk/Fault.h"
@@ -14,14 +15,20 @@ const TypeInfo& Entity::staticType() {
 }
 FWK_REGISTER_TYPE(Entity)
 
+namespace {
+std::atomic<std::int64_t> liveEntities{0};
+}  // namespace
+
+std::int64_t Entity::liveCount() noexcept {
+  return liveEntities.load(std::memory_order_relaxed);
+}
+
 Notifiee::~Notifiee() {
   watch(nullptr);
 }
 
 Entity::Entity(String name) : name_(std::move(name)) {
-#if FWK_FAULT_INJECTION
-  fault::entityCountIs(1);
-#endif
+  liveEntities.fetch_add(1, std::memory_order_relaxed);
 }
 
 void Notifiee::watch(const Entity* entity) {
@@ -35,9 +42,7 @@ void Notifiee::watch(const Entity* entity) {
 }
 
 Entity::~Entity() {
-#if FWK_FAULT_INJECTION
-  fault::entityCountIs(-1);
-#endif
+  liveEntities.fetch_sub(1, std::memory_order_relaxed);
   // Detach every observer first so that none of them can reach this entity again; each
   // is told after the list is empty, so it may start watching something else at once.
   std::vector<Notifiee*> watchers;

@@ -88,6 +88,9 @@ class Entity : public RefCounted {
 
   [[nodiscard]] bool isA(const TypeInfo& type) const noexcept { return fwkType().isA(type); }
 
+  // Entities alive in the process: what leak checks compare before and after a piece of work.
+  [[nodiscard]] static std::int64_t liveCount() noexcept;
+
   // Sends a change to every observer. Generated accessors call this; so may an entity
   // whose hand-written mutator changes state.
   void notify(const Change& change) const {

@@ -1,7 +1,5 @@
 #include "platform/fwk/Fault.h"
 
-#include <atomic>
-
 namespace fwk::fault {
 
 namespace {
@@ -13,7 +11,6 @@ struct State {
   bool throwing = false;  // no point fires while a fault is being raised
 };
 thread_local State state;
-std::atomic<std::int64_t> entities{0};
 }  // namespace
 
 void point(Site site) {
@@ -39,14 +36,6 @@ void disarm() noexcept {
 
 std::uint64_t reached() noexcept {
   return state.count;
-}
-
-std::int64_t liveEntities() noexcept {
-  return entities.load(std::memory_order_relaxed);
-}
-
-void entityCountIs(std::int64_t delta) noexcept {
-  entities.fetch_add(delta, std::memory_order_relaxed);
 }
 
 }  // namespace fwk::fault

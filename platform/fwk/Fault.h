@@ -33,9 +33,6 @@ void arm(std::uint8_t sites, std::uint64_t n, bool persistent);
 void disarm() noexcept;
 // Points of the armed sites passed since arm().
 [[nodiscard]] std::uint64_t reached() noexcept;
-// Entities alive now (counted in fault-injection builds only).
-[[nodiscard]] std::int64_t liveEntities() noexcept;
-void entityCountIs(std::int64_t delta) noexcept;
 
 }  // namespace fwk::fault
 

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "Acl/AclApiInvariants.h"
 #include "Acl/AclApiSm.h"
 #include "platform/trace/Trace.h"
@@ -255,99 +253,7 @@ TEST_F(EditTest, AZeroIncrementLeavesOnlyTheLastEntryPlaced) {
   EXPECT_EQ(s->currentAcl()->ipRuleById().size(), 3u) << "earlier records stay without a place";
 }
 
-// ---- random edits keep the bookkeeping true ----------------------------------------------
-
-// Drives one session through random edits of every kind and checks the invariants after
-// each step. Places stay well below the top, where the remark place would wrap.
-void randomEdits(build::SessionWorld& world, AclType type, std::uint32_t seed, int steps) {
-  auto s = world.session("random", type);
-  std::mt19937 rng(seed);
-  auto pick = [&](U32 n) { return static_cast<U32>(rng() % n); };
-  auto place = [&]() -> U32 { return pick(4) == 0 ? 0 : 1 + pick(400); };
-  auto anIpRule = [&] { return ipRule(static_cast<U16>(pick(12))); };
-  auto anIp6Rule = [&] {
-    Ip6RuleConfig r = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(static_cast<U8>(pick(12))); });
-    return r;
-  };
-  auto aMacRule = [&] {
-    MacRuleConfig r = build::ruleWith<MacRuleConfig>([&](MacFilter& f) { f.ethertypeIs(static_cast<U16>(pick(12))); });
-    return r;
-  };
-  auto aRemark = [&] { return RemarkConfig(String("r" + std::to_string(pick(6)))); };
-  std::vector<std::string> recent;  // the last operations, for the failure message
-  auto did = [&](const char* op, std::initializer_list<U32> args, ApiState result) {
-    std::string line(op);
-    for (U32 a : args) line.append(" ").append(std::to_string(a));
-    line.append(" -> ").append(stringValue(result).view());
-    recent.push_back(line);
-    if (recent.size() > 6) recent.erase(recent.begin());
-  };
-  for (int step = 0; step < steps; ++step) {
-    switch (pick(10)) {
-      case 0:
-      case 1:
-      case 2: {
-        U32 at = place();
-        if (type == AclType::ip) did("addIpRule", {at}, s->addIpRule(at, anIpRule()));
-        if (type == AclType::ipv6) did("addIp6Rule", {at}, s->addIp6Rule(at, anIp6Rule()));
-        if (type == AclType::mac) did("addMacRule", {at}, s->addMacRule(at, aMacRule()));
-        break;
-      }
-      case 3: {
-        U32 at = place();
-        did("addRemark", {at}, s->addRemark(aRemark(), at));
-        break;
-      }
-      case 4: {
-        // By place only where a remark stands: an empty place would count the empty remark
-        // below zero, which is allowed but not bookkeeping this check can follow.
-        const auto& remarks = s->currentAcl()->remarkBySequence();
-        auto standing = remarks.lowerBound(place());
-        U32 at = standing == remarks.end() ? 0 : standing->first;
-        did("removeRemark", {at}, s->removeRemark(aRemark(), at));
-        break;
-      }
-      case 5: {
-        U32 a = place();
-        U32 b = a + pick(60);
-        did("removeRuleBySequence", {a, b}, s->removeRuleBySequence(a, b));
-        break;
-      }
-      case 6:  // by content, in the session's own family (other families are tested apart)
-        if (type == AclType::ip) did("removeIpRuleByConfig", {}, s->removeIpRuleByConfig(anIpRule()));
-        if (type == AclType::ipv6) did("removeIp6RuleByConfig", {}, s->removeIp6RuleByConfig(anIp6Rule()));
-        if (type == AclType::mac) did("removeMacRuleByConfig", {}, s->removeMacRuleByConfig(aMacRule()));
-        break;
-      case 7: {
-        U32 start = 1 + pick(30);
-        U32 increment = 1 + pick(12);
-        did("resequence", {start, increment}, s->resequence(start, increment));
-        break;
-      }
-      case 8:
-        s->getLastSequenceNumber();
-        break;
-      case 9:
-        if (pick(20) == 0) s->initializeRuleMap();
-        break;
-    }
-    auto violations = invariantViolations(*s);
-    if (!violations.empty()) {
-      std::string trail;
-      for (const auto& r : recent) trail.append("\n  ").append(r);
-      FAIL() << "seed " << seed << " step " << step << ": " << violations.front() << trail;
-    }
-  }
-  EXPECT_TRUE(s->spRuleMapInitialized());
-}
-
-TEST(EditRandomTest, BookkeepingNeverDriftsFromTheScratchpad) {
-  fwk::TraceFacility::get("AclApi").levelsIs(0);
-  for (AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) {
-    build::SessionWorld world;
-    randomEdits(world, type, 20261122u + static_cast<std::uint32_t>(type), 3000);
-  }
-}
+// ---- the invariant checker -------------------------------------------------------------
 
 TEST(EditRandomTest, TheCheckerSeesDrift) {
   build::SessionWorld world;

@@ -59,7 +59,7 @@ std::uint64_t atEveryFault(std::uint8_t sites, const std::function<void(World&)>
     prepare(world);
     act(world);
   }
-  const std::int64_t baseline = fwk::fault::liveEntities();
+  const std::int64_t baseline = fwk::Entity::liveCount();
   for (bool persistent : {false, true}) {
     for (std::uint64_t n = 1;; ++n) {
       bool threw = false;
@@ -76,7 +76,7 @@ std::uint64_t atEveryFault(std::uint8_t sites, const std::function<void(World&)>
         SCOPED_TRACE(std::string(persistent ? "from point " : "at point ") + std::to_string(n));
         check(world, threw);
       }
-      EXPECT_EQ(fwk::fault::liveEntities(), baseline) << "entities leaked after a fault at point " << n;
+      EXPECT_EQ(fwk::Entity::liveCount(), baseline) << "entities leaked after a fault at point " << n;
       points = std::max(points, n);
       if (!threw || ::testing::Test::HasFatalFailure() || n > 5000) break;  // past the last point
     }
