@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Runs every unit, property and replay test binary of a build (default build/debug) under
+# valgrind memcheck; any memory error or definitely/indirectly lost block fails the run.
+# Death tests are left out: their children die by design, before they could free anything.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build/debug}
+status=0
+while IFS= read -r test; do
+  echo "memcheck: $test"
+  valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite,indirect \
+    --show-leak-kinds=definite,indirect "$test" --gtest_brief=1 --gtest_filter='-*Death*' >/dev/null || status=1
+done < <(find "$build/tests" -type f -executable -name '*_test' | sort)
+exit $status
