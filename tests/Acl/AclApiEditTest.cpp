@@ -86,15 +86,6 @@ TEST_F(EditTest, OccupancyIsJudgedBeforeReadOnly) {
   EXPECT_EQ(traces.lines().empty() ? "" : traces.lines()[0].function, "addRuleCommon");
 }
 
-TEST_F(EditTest, WithoutAScratchpadAddingFailsAndLeavesTheStateAlone) {
-  auto s = session("web", AclType::ip, remove_);
-  s->apiStateIs(errHw);
-  EXPECT_EQ(s->addIpRule(10, ipRule(80)), failed);
-  EXPECT_EQ(s->apiState(), errHw);
-  EXPECT_EQ(s->addRemark(RemarkConfig(String("x")), 10), failed);
-  EXPECT_EQ(s->apiState(), failed) << "the other operations do set it";
-}
-
 TEST_F(EditTest, OnlyTheSessionsFamilyIsWritten) {
   auto v6 = session("v6", AclType::ipv6);
   Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(3); });
@@ -174,17 +165,6 @@ TEST_F(EditTest, RemovalByRangeTakesRulesAndRemarksAndSurvivesItsOwnWalk) {
   EXPECT_EQ(s->spIpRuleMap(ipRule(1)), 0u);
   EXPECT_EQ(s->spIpRuleMap(ipRule(4)), 0u);
   EXPECT_EQ(s->removeRuleBySequence(5, 5), succeeded) << "an empty range is no error";
-}
-
-TEST_F(EditTest, RemovalByContentTakesTheLowestEqualRule) {
-  installAcl("web", {{10, 80}, {20, 80}, {30, 443}});
-  auto s = session("web");
-  EXPECT_EQ(s->removeIpRuleByConfig(ipRule(80)), succeeded);
-  EXPECT_EQ(placesOf(*s), (std::vector<U32>{20, 30}));
-  EXPECT_EQ(s->removeIpRuleByConfig(ipRule(80)), succeeded);
-  EXPECT_EQ(placesOf(*s), (std::vector<U32>{30}));
-  EXPECT_EQ(s->removeIpRuleByConfig(ipRule(80)), succeeded) << "absent is no error";
-  EXPECT_EQ(s->currentAcl()->ipRuleById().size(), 1u);
 }
 
 TEST_F(EditTest, RemovalByContentChecksItsOwnFamily) {
