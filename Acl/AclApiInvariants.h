@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "Acl/AclApiSm.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace AclApi {
 
 // One line per disagreement; empty when all holds.
-std::vector<std::string> invariantViolations(const ApiSm& session);
+ACLKIT_EXPORT std::vector<std::string> invariantViolations(const ApiSm& session);
 
 }  // namespace AclApi

@@ -1,16 +1,16 @@
-#include "Acl/AclApiSm.h"
+#include "aclkit/Acl/AclApiSm.h"
 
 #include <vector>
 
-#include "platform/fwk/Reflection.h"
-#include "platform/trace/Clock.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/trace/Clock.h"
+#include "aclkit/platform/trace/Trace.h"
 
 namespace AclApi {
 
 using namespace Acl;
 
-FWK_ENTITY_DEFINE_WITH_OPS(ApiSm, ACL_API_SM_ATTRS, ACL_API_SM_OPS)
+FWK_ENTITY_DEFINE_WITH_OPS(ApiSm, ACLKIT_ACL_API_SM_ATTRS, ACLKIT_ACL_API_SM_OPS)
 FWK_REGISTER_FACTORY(ApiSm, apiSmFactory)
 
 namespace {
@@ -187,11 +187,10 @@ void ApiSm::handleRuleBySequence(U32 sequence) {
   const Ptr<AclSubConfig>& sp = spAclSubConfig();
   bool present = sp && (sp->ruleBySequence().contains(sequence) || sp->remarkBySequence().contains(sequence));
   if (present && sequence > spLastSequenceNumber()) {
-    // 0 means "unknown": higher entries may stand above the new one, and taking the new one
-    // as the last would number the next automatic rule into the middle of the list.
-    U32 last = spLastSequenceNumber() == 0 ? highestSequence(*sp) : sequence;
-    spLastSequenceNumberIs(last);
-    ACL_API_TRACE(1, "spLastSequenceNumber -> " << last);
+    // Taken as the last even when the cache was 0 ("unknown") and higher entries stand above
+    // it: the next automatic number then aims just past this entry.
+    spLastSequenceNumberIs(sequence);
+    ACL_API_TRACE(1, "spLastSequenceNumber -> " << sequence);
   } else if (!present && sequence == spLastSequenceNumber()) {
     spLastSequenceNumberIs(0);  // recomputed on demand
     ACL_API_TRACE(1, "spLastSequenceNumber -> 0");

@@ -17,12 +17,13 @@
 #include <string>
 #include <vector>
 
-#include "Acl/AclCopy.h"
-#include "model/AclConfig.h"
-#include "model/IntfConfig.h"
-#include "model/Platform.h"
-#include "model/Udf.h"
-#include "platform/fwk/Dir.h"
+#include "aclkit/Acl/AclCopy.h"
+#include "aclkit/model/AclConfig.h"
+#include "aclkit/model/IntfConfig.h"
+#include "aclkit/model/Platform.h"
+#include "aclkit/model/Udf.h"
+#include "aclkit/platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace AclApi {
 
@@ -33,24 +34,24 @@ using fwk::Ptr;
 using fwk::String;
 
 // clang-format off
-#define ACL_API_TYPES(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
+#define ACLKIT_ACL_API_TYPES(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
 // clang-format on
-FWK_ENUM(ApiType, std::uint32_t, ACL_API_TYPES)
+FWK_ENUM(ApiType, std::uint32_t, ACLKIT_ACL_API_TYPES)
 
 // clang-format off
-#define ACL_API_STATES(E)                                                                     \
+#define ACLKIT_ACL_API_STATES(E)                                                                     \
   E(ready, 0) E(waitingForHw, 1) E(succeeded, 2) E(failed, 3) E(errAclDoesNotExist, 4)         \
   E(errStandardAcl, 5) E(errReadOnly, 6) E(errRuleExists, 7) E(errRemarkDoesNotExist, 8)       \
   E(errSequenceOutOfRange, 9) E(errUnsupportedRules, 10) E(errNotConfigured, 11) E(errHw, 12)  \
   E(errSessionCreate, 13) E(errSessionDelete, 14) E(errSessionModify, 15)                      \
   E(errIncorrectApiType, 16) E(errAclApi, 17)
 // clang-format on
-FWK_ENUM(ApiState, std::uint32_t, ACL_API_STATES)
+FWK_ENUM(ApiState, std::uint32_t, ACLKIT_ACL_API_STATES)
 
 class ApiSm;
 
 // Watches one dataplane's status record for its session.
-class StatusDpEntry : public Acl::StatusDp::Reactor {
+class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
  public:
   static const char* fwkTypeName() { return "StatusDpEntry"; }
   StatusDpEntry(const Ptr<const Acl::StatusDp>& statusDp, ApiSm* owner);
@@ -65,7 +66,7 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
 };
 
 // clang-format off
-#define ACL_API_SM_ATTRS(A)                                                                   \
+#define ACLKIT_ACL_API_SM_ATTRS(A)                                                                   \
   A(scalar, aclName, fwk::String, {})                                                         \
   A(scalar, aclType, Acl::AclType, Acl::AclType::ip)                                          \
   A(scalar, standard, bool, false)                                                            \
@@ -107,7 +108,7 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
 
 // Operations reachable by name, in their declared order.
 // clang-format off
-#define ACL_API_SM_OPS(O)                                                                     \
+#define ACLKIT_ACL_API_SM_OPS(O)                                                                     \
   O(handleRuleBySequence) O(initializeRuleMap) O(updateIpRuleMap) O(updateIp6RuleMap)         \
   O(updateMacRuleMap) O(updateRemarkMap) O(handleDpAclUpdateTime) O(remove) O(exists)         \
   O(getIpRule) O(getIp6Rule) O(getMacRule) O(addIpRule) O(addIp6Rule) O(addMacRule)           \
@@ -121,8 +122,8 @@ class StatusDpEntry : public Acl::StatusDp::Reactor {
   O(getLastSequenceNumber) O(handleInitialized)
 // clang-format on
 
-class ApiSm : public fwk::Entity {
-  FWK_ENTITY(ApiSm, fwk::Entity, ACL_API_SM_ATTRS)
+class ACLKIT_EXPORT ApiSm : public fwk::Entity {
+  FWK_ENTITY(ApiSm, fwk::Entity, ACLKIT_ACL_API_SM_ATTRS)
 
  public:
   ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Acl::Input::Config>& config,
@@ -235,11 +236,13 @@ class ApiSm : public fwk::Entity {
   void handleDpAclUpdateTime(const String& dataplane);
 
  private:
-  friend std::vector<std::string> invariantViolations(const ApiSm& session);
+  friend ACLKIT_EXPORT std::vector<std::string> invariantViolations(const ApiSm& session);
 
   class ScratchpadReactor : public Acl::AclSubConfig::Reactor {
    public:
     explicit ScratchpadReactor(ApiSm& owner) : owner_(owner) {}
+    // Remarks share the rules' numbering, so a remark's place moves the last sequence too:
+    // two automatic remarks in a row must not land on the same place.
     void ruleBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
     void remarkBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
 
@@ -270,24 +273,25 @@ class ApiSm : public fwk::Entity {
   ScratchpadReactor scratchpadReactor_{*this};
 };
 
-Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
-                   const Ptr<Acl::Input::Config>& config, const Ptr<const Acl::ParamConfig>& paramConfig,
-                   const Ptr<Acl::IntfConfig>& intfConfig, const Ptr<Acl::HwConfig>& hwConfig,
-                   const Ptr<const Acl::Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
-                   const Ptr<Acl::UdfAlias>& udfAliasDir);
-Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType, Ptr<Acl::Input::Config> config,
-                        Ptr<const Acl::ParamConfig> paramConfig, Ptr<Acl::IntfConfig> intfConfig,
-                        Ptr<Acl::HwConfig> hwConfig, Ptr<const Acl::Status> aclStatus, Ptr<const fwk::Dir> statusDpDir,
-                        Ptr<Acl::UdfAlias> udfAliasDir);
+ACLKIT_EXPORT Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
+                                 const Ptr<Acl::Input::Config>& config, const Ptr<const Acl::ParamConfig>& paramConfig,
+                                 const Ptr<Acl::IntfConfig>& intfConfig, const Ptr<Acl::HwConfig>& hwConfig,
+                                 const Ptr<const Acl::Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
+                                 const Ptr<Acl::UdfAlias>& udfAliasDir);
+ACLKIT_EXPORT Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType,
+                                      Ptr<Acl::Input::Config> config, Ptr<const Acl::ParamConfig> paramConfig,
+                                      Ptr<Acl::IntfConfig> intfConfig, Ptr<Acl::HwConfig> hwConfig,
+                                      Ptr<const Acl::Status> aclStatus, Ptr<const fwk::Dir> statusDpDir,
+                                      Ptr<Acl::UdfAlias> udfAliasDir);
 
 // The payload elements of `spec` (at most `count`) with those naming `alias` taking the
 // alias's new offset, and its pattern and mask unless the element has its own.
-Acl::PayloadSpec updatePayloadSpec(String alias, const Acl::PayloadValue& value, const Acl::PayloadSpec& spec,
-                                   U16 count);
+ACLKIT_EXPORT Acl::PayloadSpec updatePayloadSpec(String alias, const Acl::PayloadValue& value,
+                                                 const Acl::PayloadSpec& spec, U16 count);
 
 // Entries (rules and remarks) of a version; the pointer must not be null.
-U32 ruleCount(const Ptr<Acl::AclSubConfig>& subConfig);
+ACLKIT_EXPORT U32 ruleCount(const Ptr<Acl::AclSubConfig>& subConfig);
 // True when the set bits form one run that reaches the top bit (a prefix mask); 0 counts.
-bool maskIsContiguous(U32 mask);
+ACLKIT_EXPORT bool maskIsContiguous(U32 mask);
 
 }  // namespace AclApi

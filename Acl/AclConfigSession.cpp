@@ -1,6 +1,6 @@
-#include "Acl/AclConfigSession.h"
+#include "aclkit/Acl/AclConfigSession.h"
 
-#include "platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Errors.h"
 
 namespace Acl {
 

@@ -11,12 +11,13 @@
 // neither committed nor aborted aborts when it goes.
 #pragma once
 
-#include "Acl/AclCopy.h"
-#include "model/Mounts.h"
+#include "aclkit/Acl/AclCopy.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace Acl {
 
-class AclConfigSession {
+class ACLKIT_EXPORT AclConfigSession {
  public:
   explicit AclConfigSession(const AclMounts& running);
   ~AclConfigSession();

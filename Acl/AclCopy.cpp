@@ -1,17 +1,18 @@
-#include "Acl/AclCopy.h"
+#include "aclkit/Acl/AclCopy.h"
 
 #include <set>
 #include <vector>
 
-#include "platform/fwk/Reflection.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/trace/Trace.h"
 
 namespace Acl {
 
-FWK_ENTITY_DEFINE_WITH_OPS(AclConfigCopyHandler, ACL_CONFIG_COPY_HANDLER_ATTRS, ACL_CONFIG_COPY_HANDLER_OPS)
-FWK_ENTITY_DEFINE(AclIntfConfigCopyHandler, ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
-FWK_ENTITY_DEFINE(AclConfigCopyHandlerDir, ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
-FWK_ENTITY_DEFINE(AclIntfConfigCopyHandlerDir, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+FWK_ENTITY_DEFINE_WITH_OPS(AclConfigCopyHandler, ACLKIT_ACL_CONFIG_COPY_HANDLER_ATTRS,
+                           ACLKIT_ACL_CONFIG_COPY_HANDLER_OPS)
+FWK_ENTITY_DEFINE(AclIntfConfigCopyHandler, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
+FWK_ENTITY_DEFINE(AclConfigCopyHandlerDir, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+FWK_ENTITY_DEFINE(AclIntfConfigCopyHandlerDir, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
 FWK_REGISTER_FACTORY(AclConfigCopyHandler, aclConfigCopyHandlerFactory)
 FWK_REGISTER_FACTORY(AclIntfConfigCopyHandler, aclIntfConfigCopyHandlerFactory)
 FWK_REGISTER_FACTORY(AclConfigCopyHandlerDir, aclConfigCopyHandlerDirFactory)

@@ -13,9 +13,10 @@
 // Traces go to the "AclCopy" facility.
 #pragma once
 
-#include "model/AclConfig.h"
-#include "model/IntfConfig.h"
-#include "platform/session/EntityCopy.h"
+#include "aclkit/model/AclConfig.h"
+#include "aclkit/model/IntfConfig.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/session/EntityCopy.h"
 
 namespace Acl {
 
@@ -23,17 +24,17 @@ using Cli::Session::AttributeFilter;
 using Cli::Session::EntityCopy;
 
 // clang-format off
-#define ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
+#define ACLKIT_ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
   A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
 // clang-format on
 
 // clang-format off
-#define ACL_CONFIG_COPY_HANDLER_OPS(O) \
+#define ACLKIT_ACL_CONFIG_COPY_HANDLER_OPS(O) \
   O(initialize) O(equalRuleConfig) O(equalSequence) O(equalRemark) O(copyNonEssential) O(copySequence) O(copyRemark)
 // clang-format on
 
-class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
-  FWK_ENTITY(AclConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACL_CONFIG_COPY_HANDLER_ATTRS)
+class ACLKIT_EXPORT AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
+  FWK_ENTITY(AclConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACLKIT_ACL_CONFIG_COPY_HANDLER_ATTRS)
 
  public:
   explicit AclConfigCopyHandler(const String& name = String()) : EntityCopyGlobalSessionHandler(name) {}
@@ -67,16 +68,17 @@ class AclConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler
                        const Ptr<const AclConfig>& srcConfig, const String& path);
 };
 
-Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory();
+ACLKIT_EXPORT Ptr<AclConfigCopyHandler> aclConfigCopyHandlerFactory();
 
 // clang-format off
-#define ACL_INTF_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, config, fwk::Ptr<Input::Config>, {})
+#define ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_ATTRS(A) A(constScalar, config, fwk::Ptr<Input::Config>, {})
 // clang-format on
 
 // Copies one family's bindings (IntfTypeConfig). `config` is the input configuration whose
 // ACLs decide which destination bindings are dynamic and must stay.
-class AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
-  FWK_ENTITY(AclIntfConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler, ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
+class ACLKIT_EXPORT AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHandler {
+  FWK_ENTITY(AclIntfConfigCopyHandler, Cli::Session::EntityCopyGlobalSessionHandler,
+             ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_ATTRS)
 
  public:
   explicit AclIntfConfigCopyHandler(const Ptr<Input::Config>& config) { configStore(config); }
@@ -85,15 +87,15 @@ class AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGlobalSessionHan
                     const String& name) override;
 };
 
-Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
+ACLKIT_EXPORT Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
 
 // clang-format off
-#define ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
+#define ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
 // clang-format on
 
 // Holds the ACL configuration copy handler of a configuration session framework.
-class AclConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY(AclConfigCopyHandlerDir, fwk::Entity, ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+class ACLKIT_EXPORT AclConfigCopyHandlerDir : public fwk::Entity {
+  FWK_ENTITY(AclConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclConfigCopyHandlerDir(const String& name) : Entity(name) {}
@@ -104,12 +106,12 @@ class AclConfigCopyHandlerDir : public fwk::Entity {
 };
 
 // clang-format off
-#define ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
+#define ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
   A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
 // clang-format on
 
-class AclIntfConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+class ACLKIT_EXPORT AclIntfConfigCopyHandlerDir : public fwk::Entity {
+  FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclIntfConfigCopyHandlerDir(const String& name) : Entity(name) {}
@@ -119,7 +121,7 @@ class AclIntfConfigCopyHandlerDir : public fwk::Entity {
   void copyHandlerDel();
 };
 
-Ptr<AclConfigCopyHandlerDir> aclConfigCopyHandlerDirFactory(String name);
-Ptr<AclIntfConfigCopyHandlerDir> aclIntfConfigCopyHandlerDirFactory(String name);
+ACLKIT_EXPORT Ptr<AclConfigCopyHandlerDir> aclConfigCopyHandlerDirFactory(String name);
+ACLKIT_EXPORT Ptr<AclIntfConfigCopyHandlerDir> aclIntfConfigCopyHandlerDirFactory(String name);
 
 }  // namespace Acl

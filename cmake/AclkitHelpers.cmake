@@ -25,17 +25,26 @@ function(aclkit_sanitize target)
   endif()
 endfunction()
 
-# aclkit_layer(NAME <layer> SOURCES <files...> [DEPENDS <layers...>])
-# An object library compiled into the shared aclkit library. Includes are rooted at the
-# project directory ("platform/fwk/Entity.h"); trace lines print paths relative to it.
+# aclkit_layer(NAME <layer> DIR <directory> SOURCES <files...> [DEPENDS <layers...>])
+# An object library compiled into the shared aclkit library. Its headers are reached as
+# "aclkit/<directory>/...", through an include root of its own in the build tree that holds
+# only this layer; a layer therefore sees the headers of exactly the layers it names, and a
+# consumer's own "model/Types.h" can never stand in for one of ours.
 function(aclkit_layer)
-  cmake_parse_arguments(ARG "" "NAME" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "NAME;DIR" "SOURCES;DEPENDS" ${ARGN})
   set(target aclkit_${ARG_NAME})
+  set(root ${PROJECT_BINARY_DIR}/include/${ARG_DIR})
+  file(MAKE_DIRECTORY ${root}/aclkit)
+  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${ARG_DIR} ${root}/aclkit/${ARG_DIR} SYMBOLIC)
   add_library(${target} OBJECT ${ARG_SOURCES})
-  target_include_directories(${target} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/aclkit>)
-  target_compile_options(${target} PUBLIC -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
+  # Trace lines and assertions print paths relative to the project, whichever way in.
+  target_compile_options(${target} PUBLIC -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+                                          -fmacro-prefix-map=${root}/aclkit/=)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  # Only what the headers mark ACLKIT_EXPORT leaves the shared library.
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_definitions(${target} PRIVATE ACLKIT_BUILDING_LIBRARY=1)
   if(ACLKIT_THREAD_SAFE_PTR)
     target_compile_definitions(${target} PUBLIC FWK_THREAD_SAFE_PTR=1)
   endif()
@@ -48,7 +57,9 @@ function(aclkit_layer)
 endfunction()
 
 function(aclkit_finish_library)
-  target_include_directories(aclkit PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/aclkit>)
+  target_include_directories(aclkit PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  # A consumer gets the language level the headers are written in without asking for it.
+  target_compile_features(aclkit PUBLIC cxx_std_20)
   aclkit_sanitize(aclkit)
 endfunction()
 

@@ -8,11 +8,23 @@ install(TARGETS aclkit EXPORT aclkitTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Headers keep their layer paths under one prefix: <aclkit/Acl/AclApiSm.h>.
 foreach(layer_dir platform model Acl)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${layer_dir}/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/aclkit/${layer_dir}
           FILES_MATCHING PATTERN "*.h")
 endforeach()
+
+# pkg-config, for builds that do not use CMake: the same include root, language level and
+# definitions as the CMake package.
+file(RELATIVE_PATH ACLKIT_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" ACLKIT_PC_TO_PREFIX "${ACLKIT_PC_TO_PREFIX}")
+set(ACLKIT_PC_DEFINES "")
+if(ACLKIT_THREAD_SAFE_PTR)
+  set(ACLKIT_PC_DEFINES " -DFWK_THREAD_SAFE_PTR=1")
+endif()
+configure_file(${PROJECT_SOURCE_DIR}/cmake/aclkit.pc.in ${PROJECT_BINARY_DIR}/aclkit.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/aclkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # The object layers are build-only; the installed library stands alone.
 install(EXPORT aclkitTargets NAMESPACE aclkit:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)

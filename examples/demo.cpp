@@ -6,11 +6,11 @@
 #include <cstring>
 #include <iostream>
 
-#include "Acl/AclApiSm.h"
-#include "Acl/AclConfigSession.h"
-#include "model/Mounts.h"
-#include "platform/store/StateStore.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/store/StateStore.h"
+#include "aclkit/platform/trace/Trace.h"
 
 namespace demo {
 
@@ -81,9 +81,9 @@ int run() {
   FWK_TRACE(trace(), 0, "1. a new ACL, rules numbered automatically");
   Ptr<ApiSm> edit = session(AclApi::commit_);
   edit->addRemark(RemarkConfig(String("web servers")), 0);
-  edit->addIpRule(0, tcpTo("10.0.0.1", 80));
-  edit->addIpRule(0, tcpTo("10.0.0.1", 443));
-  edit->addIpRule(0, tcpTo("10.0.0.1", 22, RuleAction::deny));
+  edit->addIpRule(0, tcpTo("192.0.2.1", 80));
+  edit->addIpRule(0, tcpTo("192.0.2.1", 443));
+  edit->addIpRule(0, tcpTo("192.0.2.1", 22, RuleAction::deny));
   std::cout << "commit: " << edit->commit() << '\n';
   Ptr<AclConfig> web = acl.config->config(AclType::ip)->acl("web");
   show(*web);
@@ -102,7 +102,7 @@ int run() {
   Ptr<AclSubConfig> candidate = config.newVersion(AclType::ip, "web");
   UniqueId id;
   candidate->ruleBySequenceIs(150, id);
-  candidate->ipRuleByIdIs(id, tcpTo("10.0.0.2", 8080));
+  candidate->ipRuleByIdIs(id, tcpTo("192.0.2.2", 8080));
   std::cout << "configuration session changed running: " << std::boolalpha << config.commit() << '\n';
   show(*web);
   return 0;

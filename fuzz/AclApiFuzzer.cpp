@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Entity.h"
 #include "tests/support/model/ModelRunner.h"
 
 namespace {

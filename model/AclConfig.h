@@ -9,9 +9,10 @@
 //   acl->currCfgIs(sub);
 #pragma once
 
-#include "model/Rules.h"
-#include "model/Types.h"
-#include "platform/fwk/Attributes.h"
+#include "aclkit/model/Rules.h"
+#include "aclkit/model/Types.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace Acl {
 
@@ -23,7 +24,7 @@ using fwk::Ptr;
 //           tree). It belongs to the tree it is set in, so a copy never carries it over.
 // `id`: the identity the version was created with (its key in AclConfig::subConfig).
 // clang-format off
-#define ACL_SUB_CONFIG_ATTRS(A)                           \
+#define ACLKIT_ACL_SUB_CONFIG_ATTRS(A)                           \
   A(scalar, opaque, bool, false)                          \
   A(statusScalar, committed, bool, false)                 \
   A(orderedMap, ruleBySequence, U32, UniqueId)            \
@@ -36,8 +37,8 @@ using fwk::Ptr;
   A(constScalar, id, UniqueId, UniqueId(0, 0))
 // clang-format on
 
-class AclSubConfig : public fwk::Entity {
-  FWK_ENTITY(AclSubConfig, fwk::Entity, ACL_SUB_CONFIG_ATTRS)
+class ACLKIT_EXPORT AclSubConfig : public fwk::Entity {
+  FWK_ENTITY(AclSubConfig, fwk::Entity, ACLKIT_ACL_SUB_CONFIG_ATTRS)
 
  public:
   explicit AclSubConfig(const UniqueId& id) { idStore(id); }
@@ -46,7 +47,7 @@ class AclSubConfig : public fwk::Entity {
 // Construction arguments (fixed for the ACL's life): name (the entity name), type,
 // standard, readonly. `counterUpdateRequestTime` is a request stamp of the tree it is in.
 // clang-format off
-#define ACL_CONFIG_ATTRS(A)                                  \
+#define ACLKIT_ACL_CONFIG_ATTRS(A)                                  \
   A(constScalar, type, AclType, AclType::ip)                 \
   A(constScalar, standard, bool, false)                      \
   A(constScalar, readonly, bool, false)                      \
@@ -57,8 +58,8 @@ class AclSubConfig : public fwk::Entity {
   A(statusScalar, counterUpdateRequestTime, double, 0.0)
 // clang-format on
 
-class AclConfig : public fwk::Entity {
-  FWK_ENTITY(AclConfig, fwk::Entity, ACL_CONFIG_ATTRS)
+class ACLKIT_EXPORT AclConfig : public fwk::Entity {
+  FWK_ENTITY(AclConfig, fwk::Entity, ACLKIT_ACL_CONFIG_ATTRS)
 
  public:
   AclConfig(const String& name, AclType type, bool standard, bool readonly) : Entity(name) {
@@ -75,25 +76,25 @@ class AclConfig : public fwk::Entity {
 namespace Input {
 
 // clang-format off
-#define ACL_INPUT_ACL_TYPE_CONFIG_ATTRS(A) \
+#define ACLKIT_ACL_INPUT_ACL_TYPE_CONFIG_ATTRS(A) \
   A(constScalar, type, AclType, AclType::ip) A(children, acl, fwk::String, AclConfig)
 // clang-format on
 
 // The ACLs of one family, by name.
-class AclTypeConfig : public fwk::Entity {
-  FWK_ENTITY(AclTypeConfig, fwk::Entity, ACL_INPUT_ACL_TYPE_CONFIG_ATTRS)
+class ACLKIT_EXPORT AclTypeConfig : public fwk::Entity {
+  FWK_ENTITY(AclTypeConfig, fwk::Entity, ACLKIT_ACL_INPUT_ACL_TYPE_CONFIG_ATTRS)
 
  public:
   explicit AclTypeConfig(AclType type) { typeStore(type); }
 };
 
 // clang-format off
-#define ACL_INPUT_CONFIG_ATTRS(A) A(children, config, AclType, AclTypeConfig)
+#define ACLKIT_ACL_INPUT_CONFIG_ATTRS(A) A(children, config, AclType, AclTypeConfig)
 // clang-format on
 
 // The input configuration root: one AclTypeConfig per family.
-class Config : public fwk::Entity {
-  FWK_ENTITY(Config, fwk::Entity, ACL_INPUT_CONFIG_ATTRS)
+class ACLKIT_EXPORT Config : public fwk::Entity {
+  FWK_ENTITY(Config, fwk::Entity, ACLKIT_ACL_INPUT_CONFIG_ATTRS)
 
  public:
   explicit Config(const String& name = String()) : Entity(name) {}

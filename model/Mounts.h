@@ -4,11 +4,12 @@
 //   acl.config->configIs(Acl::AclType::ip);
 #pragma once
 
-#include "model/AclConfig.h"
-#include "model/IntfConfig.h"
-#include "model/Platform.h"
-#include "model/Udf.h"
-#include "platform/fwk/Dir.h"
+#include "aclkit/model/AclConfig.h"
+#include "aclkit/model/IntfConfig.h"
+#include "aclkit/model/Platform.h"
+#include "aclkit/model/Udf.h"
+#include "aclkit/platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace fwk {
 class StateStore;
@@ -16,7 +17,7 @@ class StateStore;
 
 namespace Acl {
 
-struct AclMounts {
+struct ACLKIT_EXPORT AclMounts {
   Ptr<Input::Config> config;
   Ptr<IntfConfig> intfConfig;
   Ptr<ParamConfig> paramConfig;
@@ -27,6 +28,6 @@ struct AclMounts {
 };
 
 // Creates the mount points that are missing and returns all of them.
-AclMounts mountAcl(fwk::StateStore& store);
+ACLKIT_EXPORT AclMounts mountAcl(fwk::StateStore& store);
 
 }  // namespace Acl

@@ -2,8 +2,9 @@
 // (ParamConfig), requests (HwConfig), overall and per-dataplane status.
 #pragma once
 
-#include "model/Types.h"
-#include "platform/fwk/Attributes.h"
+#include "aclkit/model/Types.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace Acl {
 
@@ -11,7 +12,7 @@ namespace Acl {
 // dpiSkipNonZero and mplsSkipNonZero say that the deep-inspection and MPLS skip in force
 // are non-zero (such matches cannot then be programmed).
 // clang-format off
-#define ACL_PARAM_CONFIG_ATTRS(A)                        \
+#define ACLKIT_ACL_PARAM_CONFIG_ATTRS(A)                        \
   A(scalar, aclSupported, bool, false)                   \
   A(scalar, ip6AclSupported, bool, false)                \
   A(scalar, discontiguousMaskSupported, bool, false)     \
@@ -43,8 +44,8 @@ namespace Acl {
   A(scalar, mplsSkipNonZero, bool, false)
 // clang-format on
 
-class ParamConfig : public fwk::Entity {
-  FWK_ENTITY(ParamConfig, fwk::Entity, ACL_PARAM_CONFIG_ATTRS)
+class ACLKIT_EXPORT ParamConfig : public fwk::Entity {
+  FWK_ENTITY(ParamConfig, fwk::Entity, ACLKIT_ACL_PARAM_CONFIG_ATTRS)
 
  public:
   explicit ParamConfig(const String& name = String()) : Entity(name) {}
@@ -54,12 +55,12 @@ class ParamConfig : public fwk::Entity {
 };
 
 // clang-format off
-#define ACL_HW_CONFIG_ATTRS(A) A(scalar, dpAclUpdateRequestTime, double, 0.0)
+#define ACLKIT_ACL_HW_CONFIG_ATTRS(A) A(scalar, dpAclUpdateRequestTime, double, 0.0)
 // clang-format on
 
 // Requests from the library to the dataplanes.
-class HwConfig : public fwk::Entity {
-  FWK_ENTITY(HwConfig, fwk::Entity, ACL_HW_CONFIG_ATTRS)
+class ACLKIT_EXPORT HwConfig : public fwk::Entity {
+  FWK_ENTITY(HwConfig, fwk::Entity, ACLKIT_ACL_HW_CONFIG_ATTRS)
 
  public:
   explicit HwConfig(const String& name = String()) : Entity(name) {}
@@ -67,11 +68,11 @@ class HwConfig : public fwk::Entity {
 
 // Overall ACL status: the number of payload elements a rule may carry, per family.
 // clang-format off
-#define ACL_STATUS_ATTRS(A) A(scalar, ipPayloadCapacity, U16, 0) A(scalar, macPayloadCapacity, U16, 0)
+#define ACLKIT_ACL_STATUS_ATTRS(A) A(scalar, ipPayloadCapacity, U16, 0) A(scalar, macPayloadCapacity, U16, 0)
 // clang-format on
 
-class Status : public fwk::Entity {
-  FWK_ENTITY(Status, fwk::Entity, ACL_STATUS_ATTRS)
+class ACLKIT_EXPORT Status : public fwk::Entity {
+  FWK_ENTITY(Status, fwk::Entity, ACLKIT_ACL_STATUS_ATTRS)
 
  public:
   explicit Status(const String& name = String()) : Entity(name) {}
@@ -80,26 +81,26 @@ class Status : public fwk::Entity {
 // One dataplane's report (its name is the entity name): whether it reports hardware
 // status at all, when it last applied the ACL configuration, and its errors by key.
 // clang-format off
-#define ACL_STATUS_DP_ATTRS(A)                      \
+#define ACLKIT_ACL_STATUS_DP_ATTRS(A)                      \
   A(scalar, waitForHwStatus, bool, false)           \
   A(scalar, dpAclUpdateTime, double, 0.0)           \
   A(orderedMap, error, fwk::String, fwk::String)
 // clang-format on
 
-class StatusDp : public fwk::Entity {
-  FWK_ENTITY(StatusDp, fwk::Entity, ACL_STATUS_DP_ATTRS)
+class ACLKIT_EXPORT StatusDp : public fwk::Entity {
+  FWK_ENTITY(StatusDp, fwk::Entity, ACLKIT_ACL_STATUS_DP_ATTRS)
 
  public:
   explicit StatusDp(const String& name = String()) : Entity(name) {}
 };
 
 // clang-format off
-#define ACL_CHECKPOINT_STATUS_ATTRS(A) A(scalar, checkpointTime, double, 0.0) A(scalar, sequence, U64, 0)
+#define ACLKIT_ACL_CHECKPOINT_STATUS_ATTRS(A) A(scalar, checkpointTime, double, 0.0) A(scalar, sequence, U64, 0)
 // clang-format on
 
 // A checkpoint a client may hand to a session; the library only holds it.
-class CheckpointStatus : public fwk::Entity {
-  FWK_ENTITY(CheckpointStatus, fwk::Entity, ACL_CHECKPOINT_STATUS_ATTRS)
+class ACLKIT_EXPORT CheckpointStatus : public fwk::Entity {
+  FWK_ENTITY(CheckpointStatus, fwk::Entity, ACLKIT_ACL_CHECKPOINT_STATUS_ATTRS)
 
  public:
   explicit CheckpointStatus(const String& name = String()) : Entity(name) {}

@@ -3,7 +3,7 @@
 //   IpRuleConfig rule;                       // permit everything
 //   IpFilter f;
 //   f.protocolIs(6); f.protocolMaskIs(0xFF);
-//   f.dstIs(Ip4Addr::fwkParse("10.0.0.1")); f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
+//   f.dstIs(Ip4Addr::fwkParse("192.0.2.1")); f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
 //   f.dstPortIs(RangeMatch(ValueOp::eq, 80));
 //   rule.filterIs(f); rule.actionIs(RuleAction::deny);
 //
@@ -14,18 +14,19 @@
 #include <map>
 #include <vector>
 
-#include "model/Types.h"
-#include "platform/fwk/Record.h"
+#include "aclkit/model/Types.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Record.h"
 
 namespace Acl {
 
 // A match on a 16-bit value (L4 port, IP length): op any, or eq/neq/lt/gt low, or range low-high.
 // clang-format off
-#define ACL_RANGE_MATCH_FIELDS(F) F(field, op, ValueOp, ValueOp::any) F(field, low, U16, 0) F(field, high, U16, 0)
+#define ACLKIT_ACL_RANGE_MATCH_FIELDS(F) F(field, op, ValueOp, ValueOp::any) F(field, low, U16, 0) F(field, high, U16, 0)
 // clang-format on
 
-class RangeMatch : public fwk::RecordBase {
-  FWK_RECORD(RangeMatch, fwk::RecordBase, ACL_RANGE_MATCH_FIELDS)
+class ACLKIT_EXPORT RangeMatch : public fwk::RecordBase {
+  FWK_RECORD(RangeMatch, fwk::RecordBase, ACLKIT_ACL_RANGE_MATCH_FIELDS)
 
  public:
   RangeMatch() = default;
@@ -41,7 +42,7 @@ class RangeMatch : public fwk::RecordBase {
 
 // One UDF payload element.
 // clang-format off
-#define ACL_PAYLOAD_VALUE_FIELDS(F)   \
+#define ACLKIT_ACL_PAYLOAD_VALUE_FIELDS(F)   \
   F(field, alias, String, {})         \
   F(field, pattern, U32, 0)           \
   F(field, mask, U32, 0)              \
@@ -50,8 +51,8 @@ class RangeMatch : public fwk::RecordBase {
   F(field, ownMask, bool, false)
 // clang-format on
 
-class PayloadValue : public fwk::RecordBase {
-  FWK_RECORD(PayloadValue, fwk::RecordBase, ACL_PAYLOAD_VALUE_FIELDS)
+class ACLKIT_EXPORT PayloadValue : public fwk::RecordBase {
+  FWK_RECORD(PayloadValue, fwk::RecordBase, ACLKIT_ACL_PAYLOAD_VALUE_FIELDS)
 };
 
 // A rule's payload match: its elements in text form and their count. The text is a
@@ -59,11 +60,11 @@ class PayloadValue : public fwk::RecordBase {
 // alias may be empty and flags holds "p" (own pattern) and/or "m" (own mask):
 //   "2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,"
 // clang-format off
-#define ACL_PAYLOAD_SPEC_FIELDS(F) F(field, offsetPattern, String, {}) F(field, count, U16, 0)
+#define ACLKIT_ACL_PAYLOAD_SPEC_FIELDS(F) F(field, offsetPattern, String, {}) F(field, count, U16, 0)
 // clang-format on
 
-class PayloadSpec : public fwk::RecordBase {
-  FWK_RECORD(PayloadSpec, fwk::RecordBase, ACL_PAYLOAD_SPEC_FIELDS)
+class ACLKIT_EXPORT PayloadSpec : public fwk::RecordBase {
+  FWK_RECORD(PayloadSpec, fwk::RecordBase, ACLKIT_ACL_PAYLOAD_SPEC_FIELDS)
 
  public:
   PayloadSpec() = default;
@@ -74,24 +75,24 @@ class PayloadSpec : public fwk::RecordBase {
 };
 
 // Fills at most `count` entries of `values` from `spec`; returns how many it filled.
-U16 payloadSpecToValue(PayloadValue* values, U16 count, const PayloadSpec& spec);
+ACLKIT_EXPORT U16 payloadSpecToValue(PayloadValue* values, U16 count, const PayloadSpec& spec);
 // The text form of the first `count` entries of `values`.
-String payloadValueToOffsetPattern(U16 count, const PayloadValue* values);
+ACLKIT_EXPORT String payloadValueToOffsetPattern(U16 count, const PayloadValue* values);
 
 // clang-format off
-#define ACL_MPLS_LABEL_FILTER_FIELDS(F)        \
+#define ACLKIT_ACL_MPLS_LABEL_FILTER_FIELDS(F)        \
   F(ranged, label, U32, 0, 0, 0xFFFFF)         \
   F(ranged, labelMask, U32, 0xFFFFF, 0, 0xFFFFF) \
   F(ranged, tc, U8, 0, 0, 7)                   \
   F(ranged, tcMask, U8, 0, 0, 7)
 // clang-format on
 
-class MplsLabelFilter : public fwk::RecordBase {
-  FWK_RECORD(MplsLabelFilter, fwk::RecordBase, ACL_MPLS_LABEL_FILTER_FIELDS)
+class ACLKIT_EXPORT MplsLabelFilter : public fwk::RecordBase {
+  FWK_RECORD(MplsLabelFilter, fwk::RecordBase, ACLKIT_ACL_MPLS_LABEL_FILTER_FIELDS)
 };
 
 // MPLS label matches keyed by label, copied and compared as a whole.
-class MplsFilter {
+class ACLKIT_EXPORT MplsFilter {
  public:
   [[nodiscard]] const std::map<U32, MplsLabelFilter>& labels() const noexcept { return labels_; }
   [[nodiscard]] MplsLabelFilter label(U32 label) const;
@@ -108,11 +109,11 @@ class MplsFilter {
  private:
   std::map<U32, MplsLabelFilter> labels_;
 };
-std::ostream& operator<<(std::ostream& os, const MplsFilter& filter);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const MplsFilter& filter);
 
 // Matches shared by IPv4 and IPv6 rules.
 // clang-format off
-#define ACL_IP_FILTER_BASE_FIELDS(F)              \
+#define ACLKIT_ACL_IP_FILTER_BASE_FIELDS(F)              \
   F(field, protocol, U8, 0)                       \
   F(field, protocolMask, U8, 0)                   \
   F(field, srcPort, RangeMatch, {})               \
@@ -144,13 +145,13 @@ std::ostream& operator<<(std::ostream& os, const MplsFilter& filter);
   F(field, vrf, VrfName, {})
 // clang-format on
 
-class IpFilterBase : public fwk::RecordBase {
+class ACLKIT_EXPORT IpFilterBase : public fwk::RecordBase {
  public:
   static constexpr U16 icmpAny = 0xFFFF;  // no ICMP type or code match
   static constexpr U16 greProtoNvgre = 0x6558;
   static constexpr U8 protocolGre = 47;
 
-  FWK_RECORD(IpFilterBase, fwk::RecordBase, ACL_IP_FILTER_BASE_FIELDS)
+  FWK_RECORD(IpFilterBase, fwk::RecordBase, ACLKIT_ACL_IP_FILTER_BASE_FIELDS)
 
  public:
   [[nodiscard]] bool usesTcpFlags() const noexcept { return tcpFlagsMask_ != 0; }
@@ -171,7 +172,7 @@ class IpFilterBase : public fwk::RecordBase {
 };
 
 // clang-format off
-#define ACL_IP_FILTER_FIELDS(F)                   \
+#define ACLKIT_ACL_IP_FILTER_FIELDS(F)                   \
   F(field, src, Ip4Addr, {})                      \
   F(field, srcMask, Ip4Addr, {})                  \
   F(field, dst, Ip4Addr, {})                      \
@@ -184,8 +185,8 @@ class IpFilterBase : public fwk::RecordBase {
 // clang-format on
 
 // IPv4 matches. A mask of 0.0.0.0 matches any address.
-class IpFilter : public IpFilterBase {
-  FWK_RECORD(IpFilter, IpFilterBase, ACL_IP_FILTER_FIELDS)
+class ACLKIT_EXPORT IpFilter : public IpFilterBase {
+  FWK_RECORD(IpFilter, IpFilterBase, ACLKIT_ACL_IP_FILTER_FIELDS)
 
  public:
   // IP protocol GRE with the transparent-Ethernet-bridging protocol type.
@@ -195,7 +196,7 @@ class IpFilter : public IpFilterBase {
 };
 
 // clang-format off
-#define ACL_IP6_FILTER_FIELDS(F)                  \
+#define ACLKIT_ACL_IP6_FILTER_FIELDS(F)                  \
   F(field, src, Ip6Addr, {})                      \
   F(ranged, srcPrefixLen, U8, 0, 0, 128)          \
   F(field, dst, Ip6Addr, {})                      \
@@ -205,8 +206,8 @@ class IpFilter : public IpFilterBase {
 // clang-format on
 
 // IPv6 matches. A prefix length of 0 matches any address.
-class Ip6Filter : public IpFilterBase {
-  FWK_RECORD(Ip6Filter, IpFilterBase, ACL_IP6_FILTER_FIELDS)
+class ACLKIT_EXPORT Ip6Filter : public IpFilterBase {
+  FWK_RECORD(Ip6Filter, IpFilterBase, ACLKIT_ACL_IP6_FILTER_FIELDS)
 
  public:
   [[nodiscard]] bool usesNvgre() const noexcept { return usesGre() && greProto() == greProtoNvgre; }
@@ -215,7 +216,7 @@ class Ip6Filter : public IpFilterBase {
 };
 
 // clang-format off
-#define ACL_MAC_FILTER_FIELDS(F)                  \
+#define ACLKIT_ACL_MAC_FILTER_FIELDS(F)                  \
   F(field, src, MacAddr, {})                      \
   F(field, srcMask, MacAddr, {})                  \
   F(field, dst, MacAddr, {})                      \
@@ -233,8 +234,8 @@ class Ip6Filter : public IpFilterBase {
 // clang-format on
 
 // Ethernet matches. A mask of 00:00:00:00:00:00 matches any address.
-class MacFilter : public fwk::RecordBase {
-  FWK_RECORD(MacFilter, fwk::RecordBase, ACL_MAC_FILTER_FIELDS)
+class ACLKIT_EXPORT MacFilter : public fwk::RecordBase {
+  FWK_RECORD(MacFilter, fwk::RecordBase, ACLKIT_ACL_MAC_FILTER_FIELDS)
 
  public:
   [[nodiscard]] bool usesOuterVlan() const noexcept { return outerVlanMask_ != 0; }
@@ -246,7 +247,7 @@ class MacFilter : public fwk::RecordBase {
 
 // What every rule does besides matching.
 // clang-format off
-#define ACL_RULE_CONFIG_FIELDS(F)                 \
+#define ACLKIT_ACL_RULE_CONFIG_FIELDS(F)                 \
   F(field, action, RuleAction, RuleAction::permit) \
   F(field, log, bool, false)                      \
   F(field, mirrorSession, String, {})             \
@@ -254,8 +255,8 @@ class MacFilter : public fwk::RecordBase {
   F(field, count, bool, false)
 // clang-format on
 
-class RuleConfig : public fwk::RecordBase {
-  FWK_RECORD(RuleConfig, fwk::RecordBase, ACL_RULE_CONFIG_FIELDS)
+class ACLKIT_EXPORT RuleConfig : public fwk::RecordBase {
+  FWK_RECORD(RuleConfig, fwk::RecordBase, ACLKIT_ACL_RULE_CONFIG_FIELDS)
 
  public:
   [[nodiscard]] bool usesMirror() const noexcept { return !mirrorSession_.empty(); }
@@ -263,32 +264,32 @@ class RuleConfig : public fwk::RecordBase {
 
 // `vacl`: the rule applies to bridged traffic of a VLAN the ACL is attached to.
 // clang-format off
-#define ACL_IP_RULE_CONFIG_FIELDS(F) F(field, vacl, bool, false) F(field, filter, IpFilter, {})
+#define ACLKIT_ACL_IP_RULE_CONFIG_FIELDS(F) F(field, vacl, bool, false) F(field, filter, IpFilter, {})
 // clang-format on
 // clang-format off
-#define ACL_IP6_RULE_CONFIG_FIELDS(F) F(field, filter, Ip6Filter, {})
+#define ACLKIT_ACL_IP6_RULE_CONFIG_FIELDS(F) F(field, filter, Ip6Filter, {})
 // clang-format on
 // clang-format off
-#define ACL_MAC_RULE_CONFIG_FIELDS(F) F(field, filter, MacFilter, {})
+#define ACLKIT_ACL_MAC_RULE_CONFIG_FIELDS(F) F(field, filter, MacFilter, {})
 // clang-format on
 
-class IpRuleConfig : public RuleConfig {
-  FWK_RECORD(IpRuleConfig, RuleConfig, ACL_IP_RULE_CONFIG_FIELDS)
+class ACLKIT_EXPORT IpRuleConfig : public RuleConfig {
+  FWK_RECORD(IpRuleConfig, RuleConfig, ACLKIT_ACL_IP_RULE_CONFIG_FIELDS)
 };
-class Ip6RuleConfig : public RuleConfig {
-  FWK_RECORD(Ip6RuleConfig, RuleConfig, ACL_IP6_RULE_CONFIG_FIELDS)
+class ACLKIT_EXPORT Ip6RuleConfig : public RuleConfig {
+  FWK_RECORD(Ip6RuleConfig, RuleConfig, ACLKIT_ACL_IP6_RULE_CONFIG_FIELDS)
 };
-class MacRuleConfig : public RuleConfig {
-  FWK_RECORD(MacRuleConfig, RuleConfig, ACL_MAC_RULE_CONFIG_FIELDS)
+class ACLKIT_EXPORT MacRuleConfig : public RuleConfig {
+  FWK_RECORD(MacRuleConfig, RuleConfig, ACLKIT_ACL_MAC_RULE_CONFIG_FIELDS)
 };
 
 // A remark of an ACL: its text is all there is to it.
 // clang-format off
-#define ACL_REMARK_CONFIG_FIELDS(F) F(field, text, String, {})
+#define ACLKIT_ACL_REMARK_CONFIG_FIELDS(F) F(field, text, String, {})
 // clang-format on
 
-class RemarkConfig : public fwk::RecordBase {
-  FWK_RECORD(RemarkConfig, fwk::RecordBase, ACL_REMARK_CONFIG_FIELDS)
+class ACLKIT_EXPORT RemarkConfig : public fwk::RecordBase {
+  FWK_RECORD(RemarkConfig, fwk::RecordBase, ACLKIT_ACL_REMARK_CONFIG_FIELDS)
 
  public:
   RemarkConfig() = default;

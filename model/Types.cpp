@@ -1,4 +1,4 @@
-#include "model/Types.h"
+#include "aclkit/model/Types.h"
 
 #include <arpa/inet.h>
 
@@ -8,7 +8,7 @@
 #include <ostream>
 #include <string>
 
-#include "platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Errors.h"
 
 namespace Acl {
 

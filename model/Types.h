@@ -6,9 +6,10 @@
 #include <iosfwd>
 #include <string_view>
 
-#include "platform/fwk/Enum.h"
-#include "platform/fwk/Hash.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace Acl {
 
@@ -20,30 +21,30 @@ using fwk::String;
 
 // ACL families. Code that dispatches on the family treats every value but ip and ipv6 as mac.
 // clang-format off
-#define ACL_TYPES(E) E(ip, 0) E(ipv6, 1) E(mac, 2)
+#define ACLKIT_ACL_TYPES(E) E(ip, 0) E(ipv6, 1) E(mac, 2)
 // clang-format on
-FWK_ENUM_CLASS(AclType, U32, ACL_TYPES)
+FWK_ENUM_CLASS(AclType, U32, ACLKIT_ACL_TYPES)
 
 // clang-format off
-#define ACL_DIRECTIONS(E) E(in, 0) E(out, 1)
+#define ACLKIT_ACL_DIRECTIONS(E) E(in, 0) E(out, 1)
 // clang-format on
-FWK_ENUM_CLASS(AclDirection, U32, ACL_DIRECTIONS)
+FWK_ENUM_CLASS(AclDirection, U32, ACLKIT_ACL_DIRECTIONS)
 
 // clang-format off
-#define ACL_RULE_ACTIONS(E) E(permit, 0) E(deny, 1)
+#define ACLKIT_ACL_RULE_ACTIONS(E) E(permit, 0) E(deny, 1)
 // clang-format on
-FWK_ENUM_CLASS(RuleAction, U8, ACL_RULE_ACTIONS)
+FWK_ENUM_CLASS(RuleAction, U8, ACLKIT_ACL_RULE_ACTIONS)
 
 // How a value is matched. `any` (1) is the default and means "no match on this value";
 // platforms support TTL and hop-limit options only in that kind.
 // clang-format off
-#define ACL_VALUE_OPS(E) E(eq, 0) E(any, 1) E(neq, 2) E(lt, 3) E(gt, 4) E(range, 5)
+#define ACLKIT_ACL_VALUE_OPS(E) E(eq, 0) E(any, 1) E(neq, 2) E(lt, 3) E(gt, 4) E(range, 5)
 // clang-format on
-FWK_ENUM_CLASS(ValueOp, U32, ACL_VALUE_OPS)
+FWK_ENUM_CLASS(ValueOp, U32, ACLKIT_ACL_VALUE_OPS)
 
 // Identifies one sub-configuration or one rule. A default-constructed UniqueId is a fresh
 // identity, distinct from every other one made in this process.
-class UniqueId {
+class ACLKIT_EXPORT UniqueId {
  public:
   UniqueId() { doInit(); }
   UniqueId(U32 high, U32 low) : high_(high), low_(low) {}
@@ -64,10 +65,10 @@ class UniqueId {
   U32 high_ = 0xFFFFFFFF;
   U32 low_ = 0xFFFFFFFF;
 };
-std::ostream& operator<<(std::ostream& os, const UniqueId& id);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const UniqueId& id);
 
 // An IPv4 address or mask, printed dotted.
-class Ip4Addr {
+class ACLKIT_EXPORT Ip4Addr {
  public:
   constexpr Ip4Addr() = default;
   constexpr explicit Ip4Addr(U32 value) : value_(value) {}
@@ -76,16 +77,16 @@ class Ip4Addr {
   friend bool operator==(const Ip4Addr&, const Ip4Addr&) = default;
   friend auto operator<=>(const Ip4Addr&, const Ip4Addr&) = default;
   static const char* fwkTypeName() { return "Ip4Addr"; }
-  // "10.1.2.3"; fwk::TypeConversionError otherwise.
+  // "192.0.2.3"; fwk::TypeConversionError otherwise.
   static Ip4Addr fwkParse(std::string_view text);
 
  private:
   U32 value_ = 0;
 };
-std::ostream& operator<<(std::ostream& os, const Ip4Addr& addr);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const Ip4Addr& addr);
 
 // An IPv6 address, printed in its compressed text form.
-class Ip6Addr {
+class ACLKIT_EXPORT Ip6Addr {
  public:
   constexpr Ip6Addr() = default;
   constexpr Ip6Addr(U64 high, U64 low) : high_(high), low_(low) {}
@@ -101,10 +102,10 @@ class Ip6Addr {
   U64 high_ = 0;
   U64 low_ = 0;
 };
-std::ostream& operator<<(std::ostream& os, const Ip6Addr& addr);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const Ip6Addr& addr);
 
-// A 48-bit Ethernet address or mask, printed "00:1c:73:00:00:01".
-class MacAddr {
+// A 48-bit Ethernet address or mask, printed "00:00:5e:00:53:01".
+class ACLKIT_EXPORT MacAddr {
  public:
   constexpr MacAddr() = default;
   constexpr explicit MacAddr(U64 value) : value_(value & 0xFFFFFFFFFFFFULL) {}
@@ -113,16 +114,16 @@ class MacAddr {
   friend bool operator==(const MacAddr&, const MacAddr&) = default;
   friend auto operator<=>(const MacAddr&, const MacAddr&) = default;
   static const char* fwkTypeName() { return "MacAddr"; }
-  // "00:1c:73:00:00:01" or "001c.7300.0001".
+  // "00:00:5e:00:53:01" or "0000.5e00.5301".
   static MacAddr fwkParse(std::string_view text);
 
  private:
   U64 value_ = 0;
 };
-std::ostream& operator<<(std::ostream& os, const MacAddr& addr);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const MacAddr& addr);
 
 // An interface, named as the operator names it ("Ethernet1", "Vlan10").
-class IntfId {
+class ACLKIT_EXPORT IntfId {
  public:
   IntfId() = default;
   explicit IntfId(String name) : name_(std::move(name)) {}
@@ -136,15 +137,15 @@ class IntfId {
  private:
   String name_;
 };
-std::ostream& operator<<(std::ostream& os, const IntfId& intf);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const IntfId& intf);
 
-struct VlanIntfId {
+struct ACLKIT_EXPORT VlanIntfId {
   // True for a VLAN interface: "Vlan" followed by a VLAN number from 1 to 4094.
   static bool isVlanIntfId(const IntfId& intf);
 };
 
 // The name of a VRF, at most maxLength bytes.
-class VrfName {
+class ACLKIT_EXPORT VrfName {
  public:
   static constexpr U32 maxLength = 100;
   VrfName() = default;
@@ -161,6 +162,6 @@ class VrfName {
  private:
   String value_;
 };
-std::ostream& operator<<(std::ostream& os, const VrfName& vrf);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const VrfName& vrf);
 
 }  // namespace Acl

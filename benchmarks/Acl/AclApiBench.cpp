@@ -7,11 +7,11 @@
 //                         copy), replace one rule, commit (a new version), clean up
 #include <benchmark/benchmark.h>
 
-#include "Acl/AclApiSm.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "benchmarks/support/AclRules.h"
 #include "benchmarks/support/RatioMain.h"
-#include "model/Mounts.h"
-#include "platform/store/StateStore.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 //   CopyChangedAcl    the same when one rule changed: a complete new version is built
 #include <benchmark/benchmark.h>
 
-#include "Acl/AclCopy.h"
+#include "aclkit/Acl/AclCopy.h"
 #include "benchmarks/support/AclRules.h"
 #include "benchmarks/support/RatioMain.h"
 #include "tests/support/AllocationCounter.h"

@@ -3,9 +3,9 @@
 // sizes of the rule records.
 #include <benchmark/benchmark.h>
 
+#include "aclkit/model/AclConfig.h"
 #include "benchmarks/support/AclRules.h"
 #include "benchmarks/support/RatioMain.h"
-#include "model/AclConfig.h"
 #include "tests/support/AllocationCounter.h"
 
 namespace {

@@ -5,11 +5,11 @@
 
 #include <cstdint>
 
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/session/EntityCopy.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "benchmarks/support/RatioMain.h"
-#include "platform/fwk/Attributes.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/session/EntityCopy.h"
-#include "platform/trace/Trace.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Rules for benchmarks: rule i is a distinct TCP rule (its own source host and port).
 #pragma once
 
-#include "model/Rules.h"
+#include "aclkit/model/Rules.h"
 
 namespace bench {
 

@@ -2,19 +2,19 @@
 //
 // An entity type lists its attributes in one X-macro, in declaration order:
 //
-//   #define ACL_SUB_CONFIG_ATTRS(A)
+//   #define ACLKIT_ACL_SUB_CONFIG_ATTRS(A)
 //     A(scalar, committed, bool, false)
 //     A(orderedMap, ruleBySequence, U32, UniqueId)
 //     A(hashMap, ipRuleById, UniqueId, IpRuleConfig)
 //     A(children, acl, String, AclConfig)
 //
 //   class AclSubConfig : public fwk::Entity {
-//     FWK_ENTITY(AclSubConfig, fwk::Entity, ACL_SUB_CONFIG_ATTRS)
+//     FWK_ENTITY(AclSubConfig, fwk::Entity, ACLKIT_ACL_SUB_CONFIG_ATTRS)
 //    public:
 //     explicit AclSubConfig(const UniqueId& id);
 //   };
 //
-// and, in its source file, FWK_ENTITY_DEFINE(AclSubConfig, ACL_SUB_CONFIG_ATTRS) (or
+// and, in its source file, FWK_ENTITY_DEFINE(AclSubConfig, ACLKIT_ACL_SUB_CONFIG_ATTRS) (or
 // FWK_ENTITY_DEFINE_WITH_OPS with a list of operations reachable by name). From that one
 // list come the storage, the accessors, the change notifications, the typed reactor
 // AclSubConfig::Reactor, the reflection entries and the generic copy.
@@ -34,7 +34,9 @@
 //                                the class writes NIs, NDel and NDelAll itself
 //   children(N, K, E)            N() (the map), N(key) (null when absent),
 //                                NIs(key, ctor args...) creates the child (or returns the
-//                                existing one) with its parent link set, NDel(key), NDelAll()
+//                                existing one) with its parent link set, NDel(key),
+//                                NDel(iterator) (the entry it stands on; end() removes
+//                                nothing), NDelAll()
 //   customChildren(N, K, E)      the same without NIs: the class creates children itself
 //                                (through fwk::detail::CollectionAccess::adoptChild), for
 //                                collections of mixed entity types
@@ -47,15 +49,16 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/fwk/Collections.h"
-#include "platform/fwk/Entity.h"
-#include "platform/fwk/Fault.h"
-#include "platform/fwk/Strep.h"
+#include "aclkit/platform/fwk/Collections.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Fault.h"
+#include "aclkit/platform/fwk/Strep.h"
 
 namespace fwk::detail {
 
 // The only code that writes collections; every write notifies exactly when state changed.
-struct CollectionAccess {
+struct ACLKIT_EXPORT CollectionAccess {
   template <class T>
   static void setScalar(const Entity& owner, T& slot, const T& value, AttrId id) {
     if (slot == value) return;
@@ -134,6 +137,17 @@ struct CollectionAccess {
     if (child->parent() == &parent) EntityLinks::parentIs(*child, nullptr);
     child.reset();
     parent.notify(id, &removed);
+  }
+
+  // Removal through an iterator of the same collection; the end deletes nothing.
+  template <class E, class K>
+  static void childDelAt(Entity& parent, OrderedMap<K, Ptr<E>>& map,
+                         const typename OrderedMap<K, Ptr<E>>::const_iterator& at, AttrId id) {
+    FWK_ASSERT_TEXT(at.map_ == &map, "iterator of another collection");
+    at.sync();
+    if (at.atEnd_ || at.it_ == map.storage_.end()) return;
+    const K key = at.it_->first;
+    childDel(parent, map, key, id);
   }
 
   template <class E, class K>
@@ -231,25 +245,28 @@ struct CollectionAccess {
                                                        std::forward<Args>(args)...);            \
   }                                                                                             \
   FWK_DECL_customChildren(name, K, E)
-#define FWK_DECL_customChildren(name, K, E)                                                \
- public:                                                                                   \
-  [[nodiscard]] const ::fwk::ChildMap<K, E>& name() const noexcept {                       \
-    return name##_;                                                                        \
-  }                                                                                        \
-  [[nodiscard]] ::fwk::Ptr<E> name(const K& key) {                                         \
-    return name##_.valueOr(key);                                                           \
-  }                                                                                        \
-  [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const {                             \
-    return name##_.valueOr(key);                                                           \
-  }                                                                                        \
-  void name##Del(const K& key) {                                                           \
-    ::fwk::detail::CollectionAccess::childDel<E>(*this, name##_, key, FWK_ATTR_ID_(name)); \
-  }                                                                                        \
-  void name##DelAll() {                                                                    \
-    ::fwk::detail::CollectionAccess::childDelAll<E>(*this, name##_, FWK_ATTR_ID_(name));   \
-  }                                                                                        \
-                                                                                           \
- private:                                                                                  \
+#define FWK_DECL_customChildren(name, K, E)                                                 \
+ public:                                                                                    \
+  [[nodiscard]] const ::fwk::ChildMap<K, E>& name() const noexcept {                        \
+    return name##_;                                                                         \
+  }                                                                                         \
+  [[nodiscard]] ::fwk::Ptr<E> name(const K& key) {                                          \
+    return name##_.valueOr(key);                                                            \
+  }                                                                                         \
+  [[nodiscard]] ::fwk::Ptr<const E> name(const K& key) const {                              \
+    return name##_.valueOr(key);                                                            \
+  }                                                                                         \
+  void name##Del(const K& key) {                                                            \
+    ::fwk::detail::CollectionAccess::childDel<E>(*this, name##_, key, FWK_ATTR_ID_(name));  \
+  }                                                                                         \
+  void name##Del(const typename ::fwk::ChildMap<K, E>::const_iterator& at) {                \
+    ::fwk::detail::CollectionAccess::childDelAt<E>(*this, name##_, at, FWK_ATTR_ID_(name)); \
+  }                                                                                         \
+  void name##DelAll() {                                                                     \
+    ::fwk::detail::CollectionAccess::childDelAll<E>(*this, name##_, FWK_ATTR_ID_(name));    \
+  }                                                                                         \
+                                                                                            \
+ private:                                                                                   \
   ::fwk::ChildMap<K, E> name##_;
 
 #define FWK_PASS_HANDLER_(kind, ...) FWK_HANDLER_##kind(__VA_ARGS__)

@@ -17,14 +17,13 @@
 #include <iterator>
 #include <map>
 #include <new>
-#include <optional>
 #include <utility>
 #include <vector>
 
-#include "platform/fwk/Entity.h"
-#include "platform/fwk/Errors.h"
-#include "platform/fwk/Hash.h"
-#include "platform/fwk/Ptr.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/Ptr.h"
 
 namespace fwk {
 
@@ -39,7 +38,7 @@ const V& defaultValue() {
 }  // namespace detail
 
 template <class K, class V>
-class OrderedMap {
+class ACLKIT_EXPORT OrderedMap {
   using Storage = std::map<K, V>;
 
  public:
@@ -64,7 +63,7 @@ class OrderedMap {
     pointer operator->() const { return &**this; }
     const_iterator& operator++() {
       if (map_->version_ != version_) {
-        it_ = key_ ? map_->storage_.upper_bound(*key_) : map_->storage_.end();
+        it_ = atEnd_ ? map_->storage_.end() : map_->storage_.upper_bound(key_);
         version_ = map_->version_;
       } else {
         ++it_;
@@ -85,28 +84,29 @@ class OrderedMap {
 
    private:
     friend class OrderedMap;
+    friend struct detail::CollectionAccess;
     const_iterator(const OrderedMap* map, typename Storage::const_iterator it)
         : map_(map), it_(it), version_(map->version_) {
       remember();
     }
     void remember() {
-      if (it_ == map_->storage_.end()) {
-        key_.reset();
-      } else {
-        key_ = it_->first;
-      }
+      atEnd_ = it_ == map_->storage_.end();
+      if (!atEnd_) key_ = it_->first;
     }
     // After a change to the map, find the entry at or after the key we stood on.
     void sync() const {
       if (!map_ || map_->version_ == version_) return;
-      it_ = key_ ? map_->storage_.lower_bound(*key_) : map_->storage_.end();
+      it_ = atEnd_ ? map_->storage_.end() : map_->storage_.lower_bound(key_);
       version_ = map_->version_;
     }
 
     const OrderedMap* map_ = nullptr;
     mutable typename Storage::const_iterator it_{};
     mutable std::uint64_t version_ = 0;
-    std::optional<K> key_;  // the key stood on; none at the end
+    // The key stood on, meaningful unless at the end. A plain value rather than an optional:
+    // every state of the iterator is then fully initialized, which optimizers can see.
+    K key_{};
+    bool atEnd_ = true;
   };
   using iterator = const_iterator;
 
@@ -234,7 +234,7 @@ class BlockArray {
 // Removal moves the last entry into the hole. A pointer from find() stays good until an
 // entry is removed.
 template <class K, class V>
-class HashMap {
+class ACLKIT_EXPORT HashMap {
   using Entry = std::pair<K, V>;
 
  public:

@@ -1,6 +1,6 @@
-#include "platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Dir.h"
 
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Reflection.h"
 
 namespace fwk {
 

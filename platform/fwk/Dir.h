@@ -11,7 +11,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace fwk {
 
@@ -19,7 +20,7 @@ namespace fwk {
 #define FWK_DIR_ATTRS(A) A(customChildren, entity, String, Entity)
 // clang-format on
 
-class Dir : public Entity {
+class ACLKIT_EXPORT Dir : public Entity {
   FWK_ENTITY(Dir, Entity, FWK_DIR_ATTRS)
 
  public:

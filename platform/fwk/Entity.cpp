@@ -1,11 +1,11 @@
-#include "platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Entity.h"
 
 #include <algorithm>
 #include <atomic>
 #include <utility>
 
-#include "platform/fwk/Fault.h"
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Fault.h"
+#include "aclkit/platform/fwk/Reflection.h"
 
 namespace fwk {
 

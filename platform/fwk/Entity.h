@@ -16,10 +16,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/fwk/Errors.h"
-#include "platform/fwk/Ptr.h"
-#include "platform/fwk/String.h"
-#include "platform/fwk/TypeInfo.h"
+#include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Ptr.h"
+#include "aclkit/platform/fwk/String.h"
+#include "aclkit/platform/fwk/TypeInfo.h"
 
 namespace fwk {
 
@@ -27,14 +28,14 @@ class Entity;
 
 // Identifies one attribute of one entity type: the declaring type and the attribute's
 // index among that type's own attributes.
-struct AttrId {
+struct ACLKIT_EXPORT AttrId {
   const TypeInfo& (*owner)();
   std::uint16_t index;
 };
 
 // What changed: the attribute and, for a collection, the key of the entry that was added,
 // changed or removed (null for a scalar). The key's type is fixed by the attribute.
-struct Change {
+struct ACLKIT_EXPORT Change {
   const TypeInfo* owner;
   std::uint16_t index;
   const void* key;
@@ -46,7 +47,7 @@ struct Change {
 };
 
 // Something that watches one entity. Subclasses are reactors; see Entity::Reactor.
-class Notifiee {
+class ACLKIT_EXPORT Notifiee {
  public:
   Notifiee(const Notifiee&) = delete;
   Notifiee& operator=(const Notifiee&) = delete;
@@ -67,7 +68,7 @@ class Notifiee {
   const Entity* notifier_ = nullptr;
 };
 
-class Entity : public RefCounted {
+class ACLKIT_EXPORT Entity : public RefCounted {
  public:
   class Reactor;
   using FwkBase = Entity;
@@ -133,7 +134,7 @@ class Entity::Reactor : public RefCounted, public Notifiee {
 };
 
 // Framework-only access to the links the collections maintain.
-struct EntityLinks {
+struct ACLKIT_EXPORT EntityLinks {
   static void parentIs(Entity& child, Entity* parent) noexcept { child.parent_ = parent; }
   static void nameIs(Entity& entity, String name) { entity.name_ = std::move(name); }
 };
@@ -144,7 +145,7 @@ Ptr<T> dynCast(const Ptr<U>& entity) noexcept {
   if (!entity || !entity->isA(std::remove_const_t<T>::staticType())) return nullptr;
   return Ptr<T>(static_cast<T*>(entity.get()));
 }
-[[noreturn]] void castFailed(const Entity& entity, const TypeInfo& wanted);
+[[noreturn]] ACLKIT_EXPORT void castFailed(const Entity& entity, const TypeInfo& wanted);
 template <class T, class U>
 Ptr<T> cast(const Ptr<U>& entity) {
   if (!entity) return nullptr;

@@ -1,4 +1,4 @@
-#include "platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Enum.h"
 
 #include <ostream>
 #include <string>

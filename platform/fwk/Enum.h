@@ -1,7 +1,7 @@
 // Enumerations that know their names.
 //
-//   #define ACL_API_TYPE_ENUMERATORS(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
-//   FWK_ENUM(ApiType, std::uint32_t, ACL_API_TYPE_ENUMERATORS)
+//   #define ACLKIT_API_TYPES(E) E(commit_, 0) E(remove_, 1) E(attach_, 2) E(detach_, 3)
+//   FWK_ENUM(ApiType, std::uint32_t, ACLKIT_API_TYPES)
 //
 // declares a plain enumeration ApiType with those enumerators and, in the same namespace:
 //   stringValue(v), valueToStrep(v)   the name ("commit": a trailing underscore is not part
@@ -21,11 +21,12 @@
 #include <utility>
 #include <vector>
 
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
-class EnumInfo {
+class ACLKIT_EXPORT EnumInfo {
  public:
   struct Enumerator {
     std::int64_t value;
@@ -46,7 +47,7 @@ class EnumInfo {
   std::vector<Enumerator> enumerators_;
 };
 
-std::ostream& writeEnum(std::ostream& os, const EnumInfo& info, std::int64_t value);
+ACLKIT_EXPORT std::ostream& writeEnum(std::ostream& os, const EnumInfo& info, std::int64_t value);
 
 template <class E>
 concept FrameworkEnum = std::is_enum_v<E> && requires(E e) {
@@ -76,13 +77,13 @@ E enumFromName(std::string_view name) {
 #define FWK_ENUM_ENUMERATOR_(id, number) id = (number),
 #define FWK_ENUM_ENTRY_(id, number) {static_cast<std::int64_t>(number), #id},
 
-#define FWK_ENUM(Name, Underlying, LIST)                 \
-  enum Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
+#define FWK_ENUM(Name, Underlying, LIST)                               \
+  enum ACLKIT_EXPORT Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
   FWK_ENUM_HELPERS_(Name, LIST)
 
 // The same for a scoped enumeration (AclType::ip).
-#define FWK_ENUM_CLASS(Name, Underlying, LIST)                 \
-  enum class Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
+#define FWK_ENUM_CLASS(Name, Underlying, LIST)                               \
+  enum class ACLKIT_EXPORT Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
   FWK_ENUM_HELPERS_(Name, LIST)
 
 #define FWK_ENUM_HELPERS_(Name, LIST)                                                  \

@@ -1,4 +1,4 @@
-#include "platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Errors.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -15,34 +15,37 @@
 
 #include <stdexcept>
 
+#include "aclkit/platform/fwk/Export.h"
+
 namespace fwk {
 
-class Error : public std::runtime_error {
+class ACLKIT_EXPORT Error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
-class RangeError : public Error {
+class ACLKIT_EXPORT RangeError : public Error {
  public:
   using Error::Error;
 };
-class NullArgumentError : public Error {
+class ACLKIT_EXPORT NullArgumentError : public Error {
  public:
   using Error::Error;
 };
-class EnumError : public Error {
+class ACLKIT_EXPORT EnumError : public Error {
  public:
   using Error::Error;
 };
-class TypeConversionError : public Error {
+class ACLKIT_EXPORT TypeConversionError : public Error {
  public:
   using Error::Error;
 };
-class NameError : public Error {
+class ACLKIT_EXPORT NameError : public Error {
  public:
   using Error::Error;
 };
 
-[[noreturn]] void assertionFailed(const char* text, const char* file, int line, const char* function) noexcept;
+[[noreturn]] ACLKIT_EXPORT void assertionFailed(const char* text, const char* file, int line,
+                                                const char* function) noexcept;
 
 }  // namespace fwk
 

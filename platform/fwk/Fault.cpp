@@ -1,4 +1,4 @@
-#include "platform/fwk/Fault.h"
+#include "aclkit/platform/fwk/Fault.h"
 
 namespace fwk::fault {
 

@@ -16,23 +16,25 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "aclkit/platform/fwk/Export.h"
+
 namespace fwk::fault {
 
 enum Site : std::uint8_t { mutation = 1, notification = 2, reaction = 4, allocation = 8 };
 inline constexpr std::uint8_t anySite = mutation | notification | reaction | allocation;
 
-class InjectedFault : public std::runtime_error {
+class ACLKIT_EXPORT InjectedFault : public std::runtime_error {
  public:
   InjectedFault() : std::runtime_error("injected fault") {}
 };
 
 // Throws at the armed point; counts otherwise.
-void point(Site site);
+ACLKIT_EXPORT void point(Site site);
 // Arms the Nth point (from 1) among `sites`, counted from now.
-void arm(std::uint8_t sites, std::uint64_t n, bool persistent);
-void disarm() noexcept;
+ACLKIT_EXPORT void arm(std::uint8_t sites, std::uint64_t n, bool persistent);
+ACLKIT_EXPORT void disarm() noexcept;
 // Points of the armed sites passed since arm().
-[[nodiscard]] std::uint64_t reached() noexcept;
+[[nodiscard]] ACLKIT_EXPORT std::uint64_t reached() noexcept;
 
 }  // namespace fwk::fault
 

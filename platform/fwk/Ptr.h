@@ -16,8 +16,9 @@
 #include <atomic>
 #endif
 
-#include "platform/fwk/Errors.h"
-#include "platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Hash.h"
 
 namespace fwk {
 
@@ -27,7 +28,7 @@ using RefCount = std::atomic<std::uint32_t>;
 using RefCount = std::uint32_t;
 #endif
 
-class RefCounted {
+class ACLKIT_EXPORT RefCounted {
  public:
   RefCounted(const RefCounted&) = delete;
   RefCounted& operator=(const RefCounted&) = delete;
@@ -62,8 +63,9 @@ class RefCounted {
   mutable RefCount refs_{0};
 };
 
+// Exported, like every type a reflected value can hold: see valueType().
 template <class T>
-class Ptr {
+class ACLKIT_EXPORT Ptr {
  public:
   using element_type = T;
 

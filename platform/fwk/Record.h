@@ -22,16 +22,17 @@
 #include <utility>
 #include <vector>
 
-#include "platform/fwk/Collections.h"
-#include "platform/fwk/Hash.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Collections.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
 struct FieldInfo;
 
 // The empty record every record derives from (directly or through another record).
-class RecordBase {
+class ACLKIT_EXPORT RecordBase {
  public:
   static const char* fwkTypeName() { return "RecordBase"; }
   [[nodiscard]] int fwkCompare(const RecordBase&) const noexcept { return 0; }
@@ -48,7 +49,8 @@ int compareValues(const T& a, const T& b) {
   if (b < a) return 1;
   return 0;
 }
-[[noreturn]] void fieldOutOfRange(const char* record, const char* field, const char* min, const char* max);
+[[noreturn]] ACLKIT_EXPORT void fieldOutOfRange(const char* record, const char* field, const char* min,
+                                                const char* max);
 }  // namespace detail
 
 }  // namespace fwk
@@ -114,7 +116,7 @@ int compareValues(const T& a, const T& b) {
     LIST(FWK_RECORD_HASH_)                                                                          \
     return h;                                                                                       \
   }                                                                                                 \
-  friend std::ostream& operator<<(std::ostream& os, const Class& record);                           \
+  friend ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const Class& record);             \
   LIST(FWK_RECORD_DECL_)                                                                            \
  public:
 

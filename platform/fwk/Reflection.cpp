@@ -1,6 +1,6 @@
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Reflection.h"
 
-#include "platform/fwk/Record.h"
+#include "aclkit/platform/fwk/Record.h"
 
 namespace fwk {
 

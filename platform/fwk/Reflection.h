@@ -2,7 +2,7 @@
 // types (FWK_ENTITY_DEFINE) and by code that works on entities by name; entity headers
 // do not need it.
 //
-//   FWK_ENTITY_DEFINE(AclConfig, ACL_CONFIG_ATTRS)
+//   FWK_ENTITY_DEFINE(AclConfig, ACLKIT_ACL_CONFIG_ATTRS)
 //   FWK_ENTITY_DEFINE_WITH_OPS(ApiSm, API_SM_ATTRS, API_SM_OPS)   // OPS(O): O(commit) O(revert)...
 //   FWK_REGISTER_FACTORY(AclConfigCopyHandler, aclConfigCopyHandlerFactory)
 //
@@ -20,11 +20,12 @@
 #include <utility>
 #include <vector>
 
-#include "platform/fwk/Attributes.h"
-#include "platform/fwk/Collections.h"
-#include "platform/fwk/Entity.h"
-#include "platform/fwk/TypeInfo.h"
-#include "platform/fwk/Value.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Collections.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/TypeInfo.h"
+#include "aclkit/platform/fwk/Value.h"
 
 namespace fwk {
 
@@ -64,8 +65,8 @@ T resolveForCopy(const T& value, CopyContext& context) {
   }
 }
 
-[[noreturn]] void argumentCountMismatch(const String& name, std::size_t wanted, std::size_t given);
-[[noreturn]] void copyOfUncreatableChild(const AttrInfo& attr, const String& typeName);
+[[noreturn]] ACLKIT_EXPORT void argumentCountMismatch(const String& name, std::size_t wanted, std::size_t given);
+[[noreturn]] ACLKIT_EXPORT void copyOfUncreatableChild(const AttrInfo& attr, const String& typeName);
 
 template <class C, class T>
 class ScalarAttr final : public AttrInfo {
@@ -431,12 +432,12 @@ const TypeInfo& buildType(Fill fill) {
 
 // ---- working on entities by name -----------------------------------------------------
 
-Value getAttribute(const Entity& entity, std::string_view name);
-void setAttribute(Entity& entity, std::string_view name, const Value& value);
-Value getAttribute(const Entity& entity, std::string_view name, const Value& key);
-void setAttribute(Entity& entity, std::string_view name, const Value& key, const Value& value);
-void delAttribute(Entity& entity, std::string_view name, const Value& key);
-Value invoke(Entity& entity, std::string_view operation, const std::vector<Value>& args = {});
+ACLKIT_EXPORT Value getAttribute(const Entity& entity, std::string_view name);
+ACLKIT_EXPORT void setAttribute(Entity& entity, std::string_view name, const Value& value);
+ACLKIT_EXPORT Value getAttribute(const Entity& entity, std::string_view name, const Value& key);
+ACLKIT_EXPORT void setAttribute(Entity& entity, std::string_view name, const Value& key, const Value& value);
+ACLKIT_EXPORT void delAttribute(Entity& entity, std::string_view name, const Value& key);
+ACLKIT_EXPORT Value invoke(Entity& entity, std::string_view operation, const std::vector<Value>& args = {});
 
 // Copies every attribute of src onto dest (same type) except those for which
 // skip(attributeName) is true; true when anything in dest changed. Attributes holding

@@ -8,14 +8,15 @@
 #include <string>
 #include <type_traits>
 
-#include "platform/fwk/Enum.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
 namespace detail {
 // An ostringstream behind a pointer, so that <sstream> stays out of headers.
-class StrepStream {
+class ACLKIT_EXPORT StrepStream {
  public:
   StrepStream();
   ~StrepStream();

@@ -1,4 +1,4 @@
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/String.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -15,11 +15,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/fwk/Ptr.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Ptr.h"
 
 namespace fwk {
 
-class String {
+class ACLKIT_EXPORT String {
  public:
   String() noexcept = default;
   String(const char* text) : String(std::string_view(text ? text : "")) {}  // NOLINT
@@ -50,7 +51,7 @@ class String {
   friend bool operator==(const String& a, const std::string& b) noexcept { return a.view() == b; }
   friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
   friend std::strong_ordering operator<=>(const String& a, std::string_view b) noexcept { return a.view() <=> b; }
-  friend String operator+(const String& a, std::string_view b);
+  friend ACLKIT_EXPORT String operator+(const String& a, std::string_view b);
 
  private:
   struct Rep {
@@ -66,6 +67,6 @@ class String {
   Rep* rep_ = nullptr;
 };
 
-std::ostream& operator<<(std::ostream& os, const String& s);
+ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const String& s);
 
 }  // namespace fwk

@@ -1,10 +1,10 @@
-#include "platform/fwk/TypeInfo.h"
+#include "aclkit/platform/fwk/TypeInfo.h"
 
 #include <map>
 #include <mutex>
 
-#include "platform/fwk/Entity.h"
-#include "platform/fwk/Value.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Value.h"
 
 namespace fwk {
 

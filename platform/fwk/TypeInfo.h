@@ -19,9 +19,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/fwk/Enum.h"
-#include "platform/fwk/Ptr.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Ptr.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
@@ -39,7 +40,7 @@ FWK_ENUM(AttrKind, std::uint8_t, FWK_ATTR_KINDS)
 // Drives a deep copy: hands each pair of child entities back to the copier (which may
 // give it to a type-specific handler) and maps entity references from the source tree
 // onto the destination tree.
-class CopyContext {
+class ACLKIT_EXPORT CopyContext {
  public:
   virtual ~CopyContext() = default;
   virtual bool copyChild(Entity& dest, const Entity& src, const String& path) = 0;
@@ -51,7 +52,7 @@ class CopyContext {
 // One attribute of an entity type. The operations are type-erased; a wrong kind of call
 // (a key for a scalar, a write of a read-only attribute) raises fwk::Error, a value of
 // the wrong type raises TypeConversionError.
-class AttrInfo {
+class ACLKIT_EXPORT AttrInfo {
  public:
   AttrInfo(String name, AttrKind kind, std::uint16_t index, const ValueType* keyType, String valueTypeName,
            const ValueType* valueType, bool writable);
@@ -108,14 +109,14 @@ class AttrInfo {
 
 // An operation reachable by name. For an operation of a type, invoke's receiver must be
 // an instance of it; a factory has no receiver (null).
-struct OpInfo {
+struct ACLKIT_EXPORT OpInfo {
   String name;
   std::vector<const ValueType*> argTypes;
   const ValueType* resultType;  // null for void
   Value (*invoke)(Entity* receiver, const std::vector<Value>& args);
 };
 
-class TypeInfo {
+class ACLKIT_EXPORT TypeInfo {
  public:
   TypeInfo(String name, const TypeInfo* base);
   TypeInfo(const TypeInfo&) = delete;
@@ -157,8 +158,8 @@ class TypeInfo {
 };
 
 // Types known by name. Registration happens at load time and is idempotent.
-void registerType(const TypeInfo& type);
-[[nodiscard]] const TypeInfo* findType(std::string_view name) noexcept;
-[[nodiscard]] std::vector<const TypeInfo*> registeredTypes();
+ACLKIT_EXPORT void registerType(const TypeInfo& type);
+[[nodiscard]] ACLKIT_EXPORT const TypeInfo* findType(std::string_view name) noexcept;
+[[nodiscard]] ACLKIT_EXPORT std::vector<const TypeInfo*> registeredTypes();
 
 }  // namespace fwk

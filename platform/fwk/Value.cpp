@@ -1,4 +1,4 @@
-#include "platform/fwk/Value.h"
+#include "aclkit/platform/fwk/Value.h"
 
 #include <charconv>
 #include <sstream>

@@ -21,18 +21,19 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/fwk/Enum.h"
-#include "platform/fwk/Errors.h"
-#include "platform/fwk/Ptr.h"
-#include "platform/fwk/Strep.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/Ptr.h"
+#include "aclkit/platform/fwk/Strep.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
 class Value;
 struct FieldInfo;
 
-class ValueType {
+class ACLKIT_EXPORT ValueType {
  public:
   String name;
   std::string (*strepOf)(const void* object) = nullptr;
@@ -43,10 +44,11 @@ class ValueType {
   const EnumInfo* enumInfo = nullptr;
 };
 
+// Exported so that every binary sees one descriptor per type: Value compares them by address.
 template <class T>
-const ValueType& valueType();
+ACLKIT_EXPORT const ValueType& valueType();
 
-class Value {
+class ACLKIT_EXPORT Value {
  public:
   Value() = default;
   template <class T>
@@ -106,7 +108,7 @@ class Value {
 };
 
 // Field of a record, for reflection of value types.
-struct FieldInfo {
+struct ACLKIT_EXPORT FieldInfo {
   String name;
   const ValueType* type;
   Value (*get)(const void* record);
@@ -156,11 +158,11 @@ struct TypeName<Ptr<E>> {
 // ---- parsing -------------------------------------------------------------------------
 
 namespace detail {
-[[noreturn]] void parseFailed(const String& typeName, std::string_view text);
-bool parseBool(std::string_view text, bool& out);
-bool parseSigned(std::string_view text, std::int64_t& out);
-bool parseUnsigned(std::string_view text, std::uint64_t& out);
-bool parseDouble(std::string_view text, double& out);
+[[noreturn]] ACLKIT_EXPORT void parseFailed(const String& typeName, std::string_view text);
+ACLKIT_EXPORT bool parseBool(std::string_view text, bool& out);
+ACLKIT_EXPORT bool parseSigned(std::string_view text, std::int64_t& out);
+ACLKIT_EXPORT bool parseUnsigned(std::string_view text, std::uint64_t& out);
+ACLKIT_EXPORT bool parseDouble(std::string_view text, double& out);
 }  // namespace detail
 
 template <class T>

@@ -1,15 +1,15 @@
-#include "platform/session/EntityCopy.h"
+#include "aclkit/platform/session/EntityCopy.h"
 
 #include <vector>
 
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Reflection.h"
 
 namespace Cli::Session {
 
-FWK_ENTITY_DEFINE(AttributeFilter, CLI_ATTRIBUTE_FILTER_ATTRS)
-FWK_ENTITY_DEFINE(EntityCopyHandler, CLI_ENTITY_COPY_HANDLER_ATTRS)
-FWK_ENTITY_DEFINE(EntityCopyGlobalSessionHandler, CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS)
-FWK_ENTITY_DEFINE(EntityCopy, CLI_ENTITY_COPY_ATTRS)
+FWK_ENTITY_DEFINE(AttributeFilter, ACLKIT_CLI_ATTRIBUTE_FILTER_ATTRS)
+FWK_ENTITY_DEFINE(EntityCopyHandler, ACLKIT_CLI_ENTITY_COPY_HANDLER_ATTRS)
+FWK_ENTITY_DEFINE(EntityCopyGlobalSessionHandler, ACLKIT_CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS)
+FWK_ENTITY_DEFINE(EntityCopy, ACLKIT_CLI_ENTITY_COPY_ATTRS)
 
 bool EntityCopyHandler::handleEntity(const Ptr<EntityCopy>& entityCopy, const Ptr<Entity>& dest,
                                      const Ptr<const Entity>& src, const String& name) {

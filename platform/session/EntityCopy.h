@@ -13,7 +13,8 @@
 
 #include <map>
 
-#include "platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace Cli::Session {
 
@@ -22,12 +23,12 @@ using fwk::Ptr;
 using fwk::String;
 
 // clang-format off
-#define CLI_ATTRIBUTE_FILTER_ATTRS(A) A(hashMap, attributeName, fwk::String, bool)
+#define ACLKIT_CLI_ATTRIBUTE_FILTER_ATTRS(A) A(hashMap, attributeName, fwk::String, bool)
 // clang-format on
 
 // The names of attributes a copy must leave alone (those mapped to true).
-class AttributeFilter : public Entity {
-  FWK_ENTITY(AttributeFilter, fwk::Entity, CLI_ATTRIBUTE_FILTER_ATTRS)
+class ACLKIT_EXPORT AttributeFilter : public Entity {
+  FWK_ENTITY(AttributeFilter, fwk::Entity, ACLKIT_CLI_ATTRIBUTE_FILTER_ATTRS)
 
  public:
   explicit AttributeFilter(String name = String()) : Entity(std::move(name)) {}
@@ -37,13 +38,13 @@ class AttributeFilter : public Entity {
 class EntityCopy;
 
 // clang-format off
-#define CLI_ENTITY_COPY_HANDLER_ATTRS(A)
+#define ACLKIT_CLI_ENTITY_COPY_HANDLER_ATTRS(A)
 // clang-format on
 
 // Copies one entity onto its counterpart. Subclasses take over the copy of the types they
 // are registered for.
-class EntityCopyHandler : public Entity {
-  FWK_ENTITY(EntityCopyHandler, fwk::Entity, CLI_ENTITY_COPY_HANDLER_ATTRS)
+class ACLKIT_EXPORT EntityCopyHandler : public Entity {
+  FWK_ENTITY(EntityCopyHandler, fwk::Entity, ACLKIT_CLI_ENTITY_COPY_HANDLER_ATTRS)
 
  public:
   explicit EntityCopyHandler(String name = String()) : Entity(std::move(name)) {}
@@ -60,19 +61,19 @@ class EntityCopyHandler : public Entity {
 };
 
 // clang-format off
-#define CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS(A)
+#define ACLKIT_CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS(A)
 // clang-format on
 
 // Base of handlers that hold for a whole configuration session (not one copy).
-class EntityCopyGlobalSessionHandler : public EntityCopyHandler {
-  FWK_ENTITY(EntityCopyGlobalSessionHandler, EntityCopyHandler, CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS)
+class ACLKIT_EXPORT EntityCopyGlobalSessionHandler : public EntityCopyHandler {
+  FWK_ENTITY(EntityCopyGlobalSessionHandler, EntityCopyHandler, ACLKIT_CLI_ENTITY_COPY_GLOBAL_SESSION_HANDLER_ATTRS)
 
  public:
   explicit EntityCopyGlobalSessionHandler(String name = String()) : EntityCopyHandler(std::move(name)) {}
 };
 
 // Which handler copies which entity type.
-class CopyHandlerRegistry {
+class ACLKIT_EXPORT CopyHandlerRegistry {
  public:
   // The registry every EntityCopy uses unless given another.
   static CopyHandlerRegistry& instance();
@@ -87,14 +88,14 @@ class CopyHandlerRegistry {
 };
 
 // clang-format off
-#define CLI_ENTITY_COPY_ATTRS(A)                        \
+#define ACLKIT_CLI_ENTITY_COPY_ATTRS(A)                        \
   A(scalar, src, fwk::Ptr<const fwk::Entity>, {})       \
   A(scalar, dest, fwk::Ptr<fwk::Entity>, {})            \
   A(scalar, handler, fwk::Ptr<EntityCopyHandler>, {})
 // clang-format on
 
-class EntityCopy : public Entity, private fwk::CopyContext {
-  FWK_ENTITY(EntityCopy, fwk::Entity, CLI_ENTITY_COPY_ATTRS)
+class ACLKIT_EXPORT EntityCopy : public Entity, private fwk::CopyContext {
+  FWK_ENTITY(EntityCopy, fwk::Entity, ACLKIT_CLI_ENTITY_COPY_ATTRS)
 
  public:
   explicit EntityCopy(String name = String()) : Entity(std::move(name)) {}
@@ -120,6 +121,6 @@ class EntityCopy : public Entity, private fwk::CopyContext {
   const CopyHandlerRegistry* registry_ = &CopyHandlerRegistry::instance();
 };
 
-Ptr<EntityCopy> entityCopyFactory();
+ACLKIT_EXPORT Ptr<EntityCopy> entityCopyFactory();
 
 }  // namespace Cli::Session

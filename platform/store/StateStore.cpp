@@ -1,4 +1,4 @@
-#include "platform/store/StateStore.h"
+#include "aclkit/platform/store/StateStore.h"
 
 namespace fwk {
 

@@ -13,7 +13,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Export.h"
 
 namespace fwk {
 
@@ -28,7 +29,7 @@ inline constexpr std::string_view aclStatusDpDir = "acl/status/dp";
 inline constexpr std::string_view aclUdfAlias = "acl/input/udfAlias";
 }  // namespace mountPoint
 
-class StateStore {
+class ACLKIT_EXPORT StateStore {
  public:
   StateStore();
   StateStore(const StateStore&) = delete;

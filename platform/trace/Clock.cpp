@@ -1,4 +1,4 @@
-#include "platform/trace/Clock.h"
+#include "aclkit/platform/trace/Clock.h"
 
 #include <chrono>
 #include <utility>

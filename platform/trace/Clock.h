@@ -4,12 +4,14 @@
 
 #include <functional>
 
+#include "aclkit/platform/fwk/Export.h"
+
 namespace fwk {
 
-double now();
+ACLKIT_EXPORT double now();
 
 // While it lives, now() returns what `source` returns.
-class ClockOverride {
+class ACLKIT_EXPORT ClockOverride {
  public:
   explicit ClockOverride(std::function<double()> source);
   ~ClockOverride();

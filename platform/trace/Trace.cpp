@@ -1,4 +1,4 @@
-#include "platform/trace/Trace.h"
+#include "aclkit/platform/trace/Trace.h"
 
 #include <charconv>
 #include <cstdio>

@@ -21,12 +21,13 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/fwk/Entity.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace fwk {
 
-class TraceFacility {
+class ACLKIT_EXPORT TraceFacility {
  public:
   static constexpr int maxLevel = 9;
 
@@ -55,9 +56,9 @@ class TraceFacility {
 
 // Enables facilities from a host program's option, e.g. "AclApi/0-9,AclCopy/7": a facility
 // name, optionally "/" and a level or range (all levels when omitted). Error on bad text.
-void enableTraces(std::string_view spec);
+ACLKIT_EXPORT void enableTraces(std::string_view spec);
 
-struct TraceRecord {
+struct ACLKIT_EXPORT TraceRecord {
   const TraceFacility* facility;
   int level;
   const char* file;
@@ -66,19 +67,19 @@ struct TraceRecord {
   std::string_view message;
 };
 
-class TraceSink {
+class ACLKIT_EXPORT TraceSink {
  public:
   virtual ~TraceSink() = default;
   virtual void write(const TraceRecord& record) = 0;
 };
 
 // The sink lines go to; null restores standard error. Returns the previous sink.
-TraceSink* traceSinkIs(TraceSink* sink) noexcept;
+ACLKIT_EXPORT TraceSink* traceSinkIs(TraceSink* sink) noexcept;
 // "AclApi[2] Acl/AclApiSm.cpp:120 commit: commit time: 1.7e9"
-std::string formatTrace(const TraceRecord& record);
+ACLKIT_EXPORT std::string formatTrace(const TraceRecord& record);
 
 // Collects lines in memory while it lives, then puts the previous sink back.
-class TraceCapture final : public TraceSink {
+class ACLKIT_EXPORT TraceCapture final : public TraceSink {
  public:
   struct Line {
     String facility;
@@ -108,7 +109,7 @@ class TraceCapture final : public TraceSink {
 };
 
 // One line under construction; only ever created behind an enabled-level test.
-class TraceLine {
+class ACLKIT_EXPORT TraceLine {
  public:
   TraceLine(const TraceFacility& facility, int level, const char* file, int line, const char* function);
   ~TraceLine();

@@ -8,10 +8,10 @@
 #include <sstream>
 #include <string>
 
-#include "Acl/AclApiSm.h"
-#include "Acl/AclConfigSession.h"
-#include "platform/fwk/Value.h"
-#include "platform/session/EntityCopy.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/platform/fwk/Value.h"
+#include "aclkit/platform/session/EntityCopy.h"
 #include "tests/support/SessionWorld.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "Acl/AclApiInvariants.h"
-#include "Acl/AclApiSm.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/Acl/AclApiInvariants.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/SessionWorld.h"
 
 namespace {
@@ -46,15 +46,21 @@ TEST_F(EditTest, AutomaticNumberingStepsByTenAndSkipsDuplicates) {
   EXPECT_NE(s->currentAcl()->ruleBySequence(35), s->currentAcl()->ruleBySequence(10)) << "each rule its own id";
 }
 
-TEST_F(EditTest, AutomaticNumberingFollowsTheHighestEntryAfterTheTopOneGoes) {
-  installAcl("web", {{10, 1}, {20, 2}, {30, 3}, {100, 4}});
+// The cache takes a new entry's place whenever it is above the cached value, 0 included, so
+// after the top entry goes an entry written lower down becomes "the last" and the next
+// automatic number aims just past it, onto a rule that still stands there.
+TEST_F(EditTest, AnEntryWrittenWhileTheLastIsUnknownBecomesTheLast) {
+  installAcl("web", {{10, 1}, {30, 3}, {40, 4}});
   auto s = session("web");
-  s->removeRuleBySequence(100, 100);
+  s->removeRuleBySequence(40, 40);
   EXPECT_EQ(s->spLastSequenceNumber(), 0u);
-  s->addIpRule(15, ipRule(5));
-  EXPECT_EQ(s->spLastSequenceNumber(), 30u) << "not 15: 20 and 30 still stand above it";
-  s->addIpRule(0, ipRule(6));
-  EXPECT_EQ(s->getIpRule(40), ipRule(6)) << "appended, not numbered into the middle";
+  traces.clear();
+  EXPECT_EQ(s->addIpRule(20, ipRule(2)), succeeded);
+  EXPECT_EQ(s->spLastSequenceNumber(), 20u);
+  EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{{0, " seq 20"}, {1, "spLastSequenceNumber -> 20"}}));
+  EXPECT_EQ(s->addIpRule(0, ipRule(5)), errRuleExists) << "30 holds another rule";
+  EXPECT_EQ(s->getIpRule(30), ipRule(3));
+  EXPECT_EQ(ruleCount(s->currentAcl()), 3u);
 }
 
 TEST_F(EditTest, AutomaticNumberingStopsAtTheTopOfTheRange) {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <functional>
 
-#include "Acl/AclApiSm.h"
-#include "platform/trace/Clock.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/platform/trace/Clock.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/FakeDataplane.h"
 #include "tests/support/SessionWorld.h"
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "Acl/AclApiSm.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/trace/Clock.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/trace/Clock.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/SessionWorld.h"
 
 namespace {

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "Acl/AclConfigSession.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/store/StateStore.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "tests/support/AclBuilders.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "Acl/AclCopy.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/trace/Trace.h"
+#include "aclkit/Acl/AclCopy.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/AclBuilders.h"
 
 namespace {

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "model/AclConfig.h"
-#include "model/Mounts.h"
-#include "platform/fwk/Reflection.h"
-#include "platform/session/EntityCopy.h"
-#include "platform/store/StateStore.h"
+#include "aclkit/model/AclConfig.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/session/EntityCopy.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "tests/support/AclBuilders.h"
 
 namespace {
@@ -92,6 +92,17 @@ TEST(AclConfigTest, AWholeInputTreeCopiesGenerically) {
   EXPECT_EQ(acl->currCfg()->ipRuleById().size(), 3u);
   EXPECT_EQ(acl->currCfg()->id(), sub->id()) << "versions keep their identity across trees";
   EXPECT_FALSE(copy->copyTree(candidate, running));
+
+  // An ACL goes by name or through an iterator that stands on it.
+  Ptr<Input::AclTypeConfig> ipAcls = candidate->config(AclType::ip);
+  ipAcls->aclIs("acl2", AclType::ip, false, false);
+  ipAcls->aclDel(ipAcls->acl().end());
+  EXPECT_EQ(ipAcls->acl().size(), 2u) << "the end stands on nothing";
+  ipAcls->aclDel(ipAcls->acl().begin());
+  EXPECT_FALSE(ipAcls->acl("acl1"));
+  EXPECT_TRUE(ipAcls->acl("acl2"));
+  EXPECT_EQ(acl->parent(), nullptr);
+  EXPECT_DEATH(ipAcls->aclDel(running->config(AclType::ip)->acl().begin()), "iterator of another collection");
 }
 
 TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "model/Rules.h"
-#include "platform/fwk/Value.h"
+#include "aclkit/model/Rules.h"
+#include "aclkit/platform/fwk/Value.h"
 #include "tests/support/AclBuilders.h"
 #include "tests/support/RecordProbe.h"
 #include "tests/support/Text.h"
@@ -69,7 +69,7 @@ TEST(RulesTest, TextFormsAreReadable) {
   IpRuleConfig rule = build::ruleWith<IpRuleConfig>([&](IpFilter& f) {
     f.protocolIs(6);
     f.protocolMaskIs(0xFF);
-    f.dstIs(Ip4Addr::fwkParse("10.0.0.1"));
+    f.dstIs(Ip4Addr::fwkParse("192.0.2.1"));
     f.dstMaskIs(Ip4Addr(0xFFFFFFFF));
     f.dstPortIs(RangeMatch(ValueOp::eq, 80));
   });
@@ -77,7 +77,7 @@ TEST(RulesTest, TextFormsAreReadable) {
   rule.logIs(true);
   EXPECT_EQ(text(rule),
             "IpRuleConfig{action=deny, log=true, filter=IpFilter{protocol=6, protocolMask=255, "
-            "dstPort=eq 80, dst=10.0.0.1, dstMask=255.255.255.255}}");
+            "dstPort=eq 80, dst=192.0.2.1, dstMask=255.255.255.255}}");
   EXPECT_EQ(text(RangeMatch(ValueOp::range, 1024, 2047)), "range 1024 2047");
   EXPECT_EQ(RangeMatch::fwkParse("range 1024 2047"), RangeMatch(ValueOp::range, 1024, 2047));
   EXPECT_EQ(RangeMatch::fwkParse("any"), RangeMatch());

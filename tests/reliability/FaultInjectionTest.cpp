@@ -9,10 +9,10 @@
 #include <functional>
 #include <map>
 
-#include "Acl/AclApiInvariants.h"
-#include "Acl/AclApiSm.h"
-#include "Acl/AclConfigSession.h"
-#include "platform/fwk/Fault.h"
+#include "aclkit/Acl/AclApiInvariants.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/platform/fwk/Fault.h"
 #include "tests/support/FakeDataplane.h"
 #include "tests/support/SessionWorld.h"
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Entity.h"
 #include "tests/support/model/ModelRunner.h"
 
 namespace rc {

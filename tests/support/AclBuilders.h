@@ -4,8 +4,8 @@
 #include <initializer_list>
 #include <utility>
 
-#include "model/AclConfig.h"
-#include "platform/fwk/Entity.h"
+#include "aclkit/model/AclConfig.h"
+#include "aclkit/platform/fwk/Entity.h"
 
 namespace build {
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "platform/fwk/Fault.h"
+#include "aclkit/platform/fwk/Fault.h"
 
 namespace {
 std::atomic<long long> allocationCount{0};

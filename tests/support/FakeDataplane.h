@@ -3,7 +3,7 @@
 // time), fail() reports an error and then applies, and doing nothing stays behind.
 #pragma once
 
-#include "model/Mounts.h"
+#include "aclkit/model/Mounts.h"
 
 namespace build {
 

@@ -1,6 +1,6 @@
 #include "tests/support/RecordProbe.h"
 
-#include "platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Errors.h"
 
 namespace probe {
 

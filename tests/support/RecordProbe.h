@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/fwk/Value.h"
+#include "aclkit/platform/fwk/Value.h"
 
 namespace probe {
 

@@ -3,7 +3,7 @@
 #include <cctype>
 #include <string>
 
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Reflection.h"
 
 namespace sample {
 

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "platform/fwk/Attributes.h"
-#include "platform/fwk/Enum.h"
-#include "platform/fwk/Record.h"
+#include "aclkit/platform/fwk/Attributes.h"
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Record.h"
 
 namespace sample {
 

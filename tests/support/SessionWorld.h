@@ -4,9 +4,9 @@
 #include <initializer_list>
 #include <utility>
 
-#include "Acl/AclApiSm.h"
-#include "model/Mounts.h"
-#include "platform/store/StateStore.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "tests/support/AclBuilders.h"
 
 namespace build {

@@ -4,7 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "platform/fwk/Collections.h"
+#include "aclkit/platform/fwk/Collections.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

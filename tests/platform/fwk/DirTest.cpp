@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/fwk/Dir.h"
+#include "aclkit/platform/fwk/Dir.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Entity.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

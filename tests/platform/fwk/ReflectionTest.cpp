@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Reflection.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <set>
 #include <unordered_set>
 
-#include "platform/fwk/Hash.h"
-#include "platform/fwk/String.h"
+#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/String.h"
 
 namespace {
 

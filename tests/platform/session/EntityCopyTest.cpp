@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "platform/fwk/Dir.h"
-#include "platform/session/EntityCopy.h"
+#include "aclkit/platform/fwk/Dir.h"
+#include "aclkit/platform/session/EntityCopy.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

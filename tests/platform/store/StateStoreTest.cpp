@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/store/StateStore.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/trace/Trace.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/SampleTypes.h"
 

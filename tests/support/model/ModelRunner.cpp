@@ -6,13 +6,13 @@
 #include <sstream>
 #include <vector>
 
-#include "Acl/AclApiInvariants.h"
-#include "Acl/AclApiSm.h"
-#include "Acl/AclConfigSession.h"
-#include "model/Mounts.h"
-#include "platform/fwk/Entity.h"
-#include "platform/store/StateStore.h"
-#include "platform/trace/Clock.h"
+#include "aclkit/Acl/AclApiInvariants.h"
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/model/Mounts.h"
+#include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/store/StateStore.h"
+#include "aclkit/platform/trace/Clock.h"
 #include "tests/support/AclBuilders.h"
 #include "tests/support/model/ReferenceModel.h"
 
@@ -255,7 +255,7 @@ struct Runner::Impl {
       }
       case OpKind::addRemark: {
         const U32 at = placeOf(m.scratchpad, a[0], a[1]);
-        if (at == 0 && m.scratchpad && m.scratchpad->last() > kTop - 10) return false;  // wraps by design
+        if (at == 0 && m.scratchpad && lastSequenceOf(m) > kTop - 10) return false;  // wraps by design
         const std::string text = remarkText(a[2]);
         what << "add remark " << text << " at " << at;
         got = s.addRemark(RemarkConfig(String(text)), at);
@@ -434,6 +434,10 @@ struct Runner::Impl {
         const List sp = listOf(*s.currentAcl(), m.type, problem);
         if (!problem.empty()) return who + "scratchpad: " + problem;
         if (!(sp == *m.scratchpad)) return who + "scratchpad " + show(sp) + ", model says " + show(*m.scratchpad);
+        if (s.spLastSequenceNumber() != m.lastCache) {
+          return who + "spLastSequenceNumber " + std::to_string(s.spLastSequenceNumber()) + ", model says " +
+                 std::to_string(m.lastCache);
+        }
       }
       std::map<std::string, std::string> errors;
       for (const auto& [key, text] : s.errString()) errors[std::string(key.view())] = std::string(text.view());

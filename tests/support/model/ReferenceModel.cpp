@@ -51,6 +51,19 @@ VersionPtr World::newVersion(const List& list, bool committed) {
   return std::make_shared<Version>(Version{nextToken_++, list, committed});
 }
 
+namespace {
+void placeWritten(Session& s, U32 place) {
+  if (place > s.lastCache) s.lastCache = place;
+}
+void placeEmptied(Session& s, U32 place) {
+  if (place == s.lastCache) s.lastCache = 0;
+}
+U32 lastSequence(Session& s) {
+  if (s.lastCache == 0) s.lastCache = s.scratchpad->last();
+  return s.lastCache;
+}
+}  // namespace
+
 void World::openSession(int slot, const std::string& name, AclType type, ApiType api, bool standard) {
   Session s;
   s.name = name;
@@ -65,6 +78,7 @@ void World::openSession(int slot, const std::string& name, AclType type, ApiType
       s.orig = a->current;
       if (a->current) s.scratchpad = a->current->list;
     }
+    for (const auto& [place, entry] : s.scratchpad->places) placeWritten(s, place);
   }
   sessions[static_cast<std::size_t>(slot)] = std::move(s);
 }
@@ -76,11 +90,12 @@ ApiState World::addRule(Session& s, AclType family, U32 sequence, int rule) {
   List& sp = *s.scratchpad;
   const int content = family == s.type ? rule : kDefaultRule;  // the other families' records are defaults
   if (sequence == 0) {
-    if (sp.last() > kTop - 10) return s.state = errSequenceOutOfRange;
+    const U32 last = lastSequence(s);
+    if (last > kTop - 10) return s.state = errSequenceOutOfRange;
     for (const auto& [place, entry] : sp.places) {
       if (!entry.remark && entry.rule == content) return s.state = succeeded;
     }
-    sequence = sp.last() + 10;
+    sequence = last + 10;
   }
   if (const Entry* there = sp.at(sequence)) {
     if (there->remark) return s.state = errRuleExists;
@@ -88,6 +103,7 @@ ApiState World::addRule(Session& s, AclType family, U32 sequence, int rule) {
   }
   if (readOnly(s.type, s.name)) return s.state = errReadOnly;
   sp.places[sequence] = ruleEntry(content);
+  placeWritten(s, sequence);
   return s.state = succeeded;
 }
 
@@ -99,13 +115,15 @@ ApiState World::addRemark(Session& s, const std::string& text, U32 sequence) {
     for (const auto& [place, entry] : sp.places) {
       if (entry.remark && entry.text == text) return s.state = succeeded;
     }
-    where = sp.last() + 10;
+    where = lastSequence(s) + 10;
   }
   // Occupancy is judged at the place asked for, even when that was 0.
   if (const Entry* there = sp.at(sequence)) {
     if (there->remark) return s.state = there->text == text ? succeeded : errRuleExists;
     return s.state = errRuleExists;
   }
+  const Entry* before = sp.at(where);
+  if (!before || !(*before == remarkEntry(text))) placeWritten(s, where);  // a change notifies
   sp.places[where] = remarkEntry(text);
   return s.state = succeeded;
 }
@@ -116,7 +134,10 @@ ApiState World::removeRemark(Session& s, const std::string& text, U32 sequence) 
   for (auto it = places.begin(); it != places.end(); ++it) {
     const bool chosen = sequence == 0 ? it->second.remark && it->second.text == text : it->first == sequence;
     if (chosen) {
-      if (it->second.remark) places.erase(it);
+      if (it->second.remark) {
+        placeEmptied(s, it->first);
+        places.erase(it);
+      }
       break;
     }
   }
@@ -127,7 +148,11 @@ ApiState World::removeRange(Session& s, U32 start, U32 end) {
   if (!s.scratchpad) return s.state = failed;
   if (readOnly(s.type, s.name)) return s.state = errReadOnly;
   auto& places = s.scratchpad->places;
-  if (start <= end) places.erase(places.lower_bound(start), places.upper_bound(end));
+  if (start > end) return s.state = succeeded;
+  for (auto it = places.lower_bound(start); it != places.upper_bound(end);) {
+    placeEmptied(s, it->first);
+    it = places.erase(it);
+  }
   return s.state = succeeded;
 }
 
@@ -138,6 +163,7 @@ ApiState World::removeByContent(Session& s, AclType family, int rule) {
   auto& places = s.scratchpad->places;
   for (auto it = places.begin(); it != places.end(); ++it) {
     if (!it->second.remark && it->second.rule == rule) {
+      placeEmptied(s, it->first);
       places.erase(it);
       break;
     }
@@ -158,6 +184,7 @@ ApiState World::resequence(Session& s, U32 start, U32 increment) {
     next += increment;
   }
   places = std::move(renumbered);
+  s.lastCache = static_cast<U32>(last);
   return s.state = succeeded;
 }
 

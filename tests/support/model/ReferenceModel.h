@@ -18,7 +18,7 @@
 #include <tuple>
 #include <utility>
 
-#include "Acl/AclApiSm.h"
+#include "aclkit/Acl/AclApiSm.h"
 
 namespace model {
 
@@ -90,6 +90,10 @@ struct Session {
   ApiState state = AclApi::ready;
   std::optional<List> scratchpad;
   int scratchpadToken = 0;
+  // The cached last sequence: a place written above it becomes it, even when it was 0 with
+  // higher entries standing above; it drops to 0 when its own place empties; 0 is worked out
+  // again from rules and remarks when an automatic number needs it.
+  U32 lastCache = 0;
   bool origAcl = false;  // the ACL existed when the scratchpad was made
   VersionPtr orig;       // its current version then
   std::string intf;
@@ -97,6 +101,11 @@ struct Session {
   std::string origAclName;
   std::map<std::string, std::string> errString;
 };
+
+// The last sequence an automatic number would start from, without caching it.
+inline U32 lastSequenceOf(const Session& s) {
+  return s.lastCache != 0 || !s.scratchpad ? s.lastCache : s.scratchpad->last();
+}
 
 using AclKey = std::pair<AclType, std::string>;
 using BindingKey = std::tuple<AclType, AclDirection, std::string>;

@@ -1,0 +1,13 @@
+// ACLKIT_EXPORT marks what leaves the shared library.
+//
+// The library is built with hidden symbol visibility: only the classes and functions its
+// headers mark ACLKIT_EXPORT are visible to programs that link it, so its internals can
+// change without breaking them and the dynamic symbol table stays the size of the interface.
+//
+//   class ACLKIT_EXPORT Entity { ... };       // members, vtable and type information
+//   ACLKIT_EXPORT double now();               // one function
+//
+// A template is marked only when every binary must share one instance of its static data.
+#pragma once
+
+#define ACLKIT_EXPORT __attribute__((visibility("default")))
