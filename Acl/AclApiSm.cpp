@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Transaction.h"
 #include "aclkit/platform/trace/Clock.h"
 #include "aclkit/platform/trace/Trace.h"
 
@@ -51,6 +52,19 @@ U32 countAfter(const Map& map, const Key& key, std::int32_t delta) {
 
 }  // namespace
 
+// Every public operation of the session runs inside one. The session holds a counted
+// reference to itself for the whole call, since an observer it notifies may let go of the
+// caller's last one; and an exception (an observer's, an allocation's) leaves the store and
+// the session as they were before the call.
+class ApiSm::OperationScope {
+ public:
+  explicit OperationScope(ApiSm& session) : pin_(session.fwkReferences() > 0 ? &session : nullptr) {}
+
+ private:
+  Ptr<ApiSm> pin_;  // released after the transaction has undone what it must
+  fwk::Transaction transaction_;
+};
+
 // ---- construction --------------------------------------------------------------------
 
 StatusDpEntry::StatusDpEntry(const Ptr<const StatusDp>& statusDp, ApiSm* owner) : statusDp_(statusDp), owner_(owner) {
@@ -58,12 +72,22 @@ StatusDpEntry::StatusDpEntry(const Ptr<const StatusDp>& statusDp, ApiSm* owner) 
 }
 
 void StatusDpEntry::dpAclUpdateTimeChanged() {
-  if (owner_) owner_->handleDpAclUpdateTime(statusDp_->name());
+  if (!owner_) return;
+  // The session's observers may let go of the session or of this entry during the call.
+  const Ptr<StatusDpEntry> self(fwkReferences() > 0 ? this : nullptr);
+  const Ptr<ApiSm> owner(owner_);
+  const String dataplane = statusDp_->name();
+  owner->handleDpAclUpdateTime(dataplane);
 }
 
 void StatusDpEntry::ownerDel() noexcept {
   owner_ = nullptr;
   notifierIs(nullptr);
+}
+
+void StatusDpEntry::ownerIs(ApiSm* owner) {
+  owner_ = owner;
+  notifierIs(statusDp_.get());
 }
 
 ApiSm::ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Input::Config>& config,
@@ -93,6 +117,7 @@ ApiSm::~ApiSm() {
 }
 
 void ApiSm::handleInitialized() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "handleInitialized"
                        << " > this: " << static_cast<const void*>(this));
   if (statusDpDir()) {
@@ -119,6 +144,8 @@ Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType a
                    const Ptr<Input::Config>& config, const Ptr<const ParamConfig>& paramConfig,
                    const Ptr<IntfConfig>& intfConfig, const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus,
                    const Ptr<const fwk::Dir>& statusDpDir, const Ptr<UdfAlias>& udfAliasDir) {
+  // Initialization writes to the store (the family's table); a failure takes that back.
+  const fwk::Transaction transaction;
   Ptr<ApiSm> session(new ApiSm(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig, aclStatus,
                                statusDpDir, udfAliasDir));
   session->hasNotificationActiveIs(true);
@@ -133,12 +160,14 @@ Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType api
 }
 
 String ApiSm::errStringDel(const String& key) {
+  const OperationScope scope(*this);
   String message = errString(key);
   errStringErase(key);
   return message;
 }
 
 void ApiSm::errStringDelAll() {
+  const OperationScope scope(*this);
   while (!errString().empty()) errStringErase(errString().begin()->first);
 }
 
@@ -151,6 +180,7 @@ Ptr<AclConfig> ApiSm::liveAcl(AclType type) const {
 // ---- scratchpad and its bookkeeping ----------------------------------------------------
 
 void ApiSm::createScratchpad() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "createScratchpad");
   FWK_ASSERT(apiType() == commit_);
   spAclSubConfigIs(nullptr);
@@ -178,13 +208,20 @@ void ApiSm::createScratchpad() {
 }
 
 void ApiSm::spAclSubConfigIs(const Ptr<AclSubConfig>& subConfig) {
+  const OperationScope scope(*this);
+  // What the reactor watches follows the attribute, also when a failure puts it back.
+  if (fwk::Transaction::recording(*this)) {
+    fwk::Transaction::undoWith(
+        [self = Ptr<ApiSm>(this), old = spAclSubConfig()] { self->scratchpadReactor_.notifierIs(old.get()); });
+  }
   spAclSubConfigStore(subConfig);
   scratchpadReactor_.notifierIs(subConfig.get());
 }
 
 void ApiSm::handleRuleBySequence(U32 sequence) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, " seq " << sequence);
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   bool present = sp && (sp->ruleBySequence().contains(sequence) || sp->remarkBySequence().contains(sequence));
   if (present && sequence > spLastSequenceNumber()) {
     // Taken as the last even when the cache was 0 ("unknown") and higher entries stand above
@@ -198,10 +235,11 @@ void ApiSm::handleRuleBySequence(U32 sequence) {
 }
 
 void ApiSm::initializeRuleMap() {
+  const OperationScope scope(*this);
   if (spRuleMapInitialized()) return;
   ACL_API_TRACE(0, "initializeRuleMap");
   spRuleMapInitializedIs(true);
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return;
   for (const auto& [sequence, id] : sp->ruleBySequence()) {
     if (aclType() == AclType::ip) {
@@ -232,6 +270,7 @@ void ApiSm::updateRemarkMap(const RemarkConfig& remark, std::int32_t delta) {
 }
 
 U32 ApiSm::getLastSequenceNumber() {
+  const OperationScope scope(*this);
   if (spLastSequenceNumber() != 0) return spLastSequenceNumber();
   U32 last = spAclSubConfig() ? highestSequence(*spAclSubConfig()) : 0;
   spLastSequenceNumberIs(last);
@@ -239,6 +278,7 @@ U32 ApiSm::getLastSequenceNumber() {
 }
 
 void ApiSm::cleanupOldConfig() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "cleanupOldConfig");
   Ptr<AclConfig> acl = liveAcl(aclType());
   if (!acl) {
@@ -280,6 +320,7 @@ MacRuleConfig ApiSm::getMacRule(U32 sequence) const {
 }
 
 U32 ruleCount(const Ptr<AclSubConfig>& subConfig) {
+  if (!subConfig) throw fwk::NullArgumentError("ruleCount: null subConfig");
   return static_cast<U32>(subConfig->remarkBySequence().size() + subConfig->ruleBySequence().size());
 }
 
@@ -290,20 +331,24 @@ bool maskIsContiguous(U32 mask) {
 // ---- adding rules ----------------------------------------------------------------------
 
 ApiState ApiSm::addIpRule(U32 sequence, const IpRuleConfig& rule) {
+  const OperationScope scope(*this);
   return addRuleCommon(sequence, rule, Ip6RuleConfig(), MacRuleConfig());
 }
 
 ApiState ApiSm::addIp6Rule(U32 sequence, const Ip6RuleConfig& rule) {
+  const OperationScope scope(*this);
   return addRuleCommon(sequence, IpRuleConfig(), rule, MacRuleConfig());
 }
 
 ApiState ApiSm::addMacRule(U32 sequence, const MacRuleConfig& rule) {
+  const OperationScope scope(*this);
   return addRuleCommon(sequence, IpRuleConfig(), Ip6RuleConfig(), rule);
 }
 
 bool ApiSm::sameRule(const UniqueId& id, const IpRuleConfig& ipRule, const Ip6RuleConfig& ip6Rule,
                      const MacRuleConfig& macRule) const {
   const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  if (!sp) return false;  // no scratchpad holds no rule
   switch (aclType()) {
     case AclType::ip:
       return sp->ipRuleById().valueOr(id) == ipRule;
@@ -317,8 +362,10 @@ bool ApiSm::sameRule(const UniqueId& id, const IpRuleConfig& ipRule, const Ip6Ru
 
 ApiState ApiSm::addRuleCommon(U32 sequence, const IpRuleConfig& ipRule, const Ip6RuleConfig& ip6Rule,
                               const MacRuleConfig& macRule) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
-  if (!sp) return failed;  // the one path that leaves apiState as it was
+  const OperationScope scope(*this);
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
+  // The one path that leaves apiState as it was.
+  if (!sp) return failed;
 
   if (sequence == 0) {
     U32 last = getLastSequenceNumber();
@@ -380,8 +427,9 @@ ApiState ApiSm::addRuleCommon(U32 sequence, const IpRuleConfig& ipRule, const Ip
 // ---- remarks ---------------------------------------------------------------------------
 
 ApiState ApiSm::addRemark(RemarkConfig remark, U32 sequence) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "addRemark");
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   U32 where = sequence;
   if (sequence == 0) {
@@ -411,14 +459,16 @@ ApiState ApiSm::addRemark(RemarkConfig remark, U32 sequence) {
 }
 
 ApiState ApiSm::removeRemark(RemarkConfig remark, U32 sequence) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "removeRemark");
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   if (sequence == 0) {
     for (const auto& [at, stored] : sp->remarkBySequence()) {
       if (stored == remark) {
+        const U32 place = at;  // the count's observers may change the scratchpad
         updateRemarkMap(remark, -1);
-        sp->remarkBySequenceDel(at);
+        sp->remarkBySequenceDel(place);
         break;
       }
     }
@@ -433,7 +483,8 @@ ApiState ApiSm::removeRemark(RemarkConfig remark, U32 sequence) {
 // ---- removing rules --------------------------------------------------------------------
 
 ApiState ApiSm::removeRuleBySequence(U32 start, U32 end) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const OperationScope scope(*this);
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   if (Ptr<AclConfig> acl = liveAcl(aclType()); acl && acl->readonly()) {
     ACL_API_TRACE(9, "<, readonly");
@@ -473,16 +524,19 @@ ApiState ApiSm::removeRuleBySequence(U32 start, U32 end) {
 }
 
 ApiState ApiSm::removeIpRuleByConfig(const IpRuleConfig& rule) {
+  const OperationScope scope(*this);
   return removeByContent(AclType::ip, rule, &AclSubConfig::ipRuleById, &AclSubConfig::ipRuleByIdDel,
                          &ApiSm::updateIpRuleMap);
 }
 
 ApiState ApiSm::removeIp6RuleByConfig(const Ip6RuleConfig& rule) {
+  const OperationScope scope(*this);
   return removeByContent(AclType::ipv6, rule, &AclSubConfig::ip6RuleById, &AclSubConfig::ip6RuleByIdDel,
                          &ApiSm::updateIp6RuleMap);
 }
 
 ApiState ApiSm::removeMacRuleByConfig(const MacRuleConfig& rule) {
+  const OperationScope scope(*this);
   return removeByContent(AclType::mac, rule, &AclSubConfig::macRuleById, &AclSubConfig::macRuleByIdDel,
                          &ApiSm::updateMacRuleMap);
 }
@@ -492,7 +546,7 @@ template <class Rule, class Map>
 ApiState ApiSm::removeByContent(AclType family, const Rule& rule, const Map& (AclSubConfig::*byId)() const,
                                 void (AclSubConfig::*del)(const UniqueId&),
                                 void (ApiSm::*update)(const Rule&, std::int32_t)) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   if (Ptr<AclConfig> acl = liveAcl(family); acl && acl->readonly()) {
     FWK_TRACE_AS(traceApi(), 9, removeByContentName(family), "<, readonly");
@@ -514,8 +568,9 @@ ApiState ApiSm::removeByContent(AclType family, const Rule& rule, const Map& (Ac
 // ---- resequencing ----------------------------------------------------------------------
 
 ApiState ApiSm::resequence(U32 start, U32 increment) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "resequence");
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   const std::uint64_t n = sp->ruleBySequence().size() + sp->remarkBySequence().size();
   if (n == 0) {
@@ -568,28 +623,32 @@ ApiState ApiSm::resequence(U32 start, U32 increment) {
 // ---- counters and fragments ------------------------------------------------------------
 
 ApiState ApiSm::scratchpadFlagIs(void (AclSubConfig::*set)(const bool&), bool value) {
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (!sp) return finish(failed);
   (sp.get()->*set)(value);
   return finish(succeeded);
 }
 
 ApiState ApiSm::enableCounters() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "enableCounters");
   return scratchpadFlagIs(&AclSubConfig::countersEnabledIs, true);
 }
 
 ApiState ApiSm::disableCounters() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "disableCounters");
   return scratchpadFlagIs(&AclSubConfig::countersEnabledIs, false);
 }
 
 ApiState ApiSm::enableFragments() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "enableFragments");
   return scratchpadFlagIs(&AclSubConfig::fragmentsEnabledIs, true);
 }
 
 ApiState ApiSm::disableFragments() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "disableFragments");
   return scratchpadFlagIs(&AclSubConfig::fragmentsEnabledIs, false);
 }
@@ -597,11 +656,13 @@ ApiState ApiSm::disableFragments() {
 // ---- hardware status -------------------------------------------------------------------
 
 void ApiSm::statusDpIs(const Ptr<const StatusDp>& statusDp) {
+  const OperationScope scope(*this);
   if (!statusDp) throw fwk::NullArgumentError("statusDpIs: null StatusDp");
   statusDpIs(statusDp->name(), statusDp);
 }
 
 void ApiSm::statusDpIs(const String& name, const Ptr<const StatusDp>& statusDp) {
+  const OperationScope scope(*this);
   if (!statusDp) throw fwk::NullArgumentError("statusDpIs: null StatusDp");
   FWK_ASSERT_TEXT(name == statusDp->name(), "fwkKey() == KeyFunktor()( _value )");
   statusDpStore(name, statusDp);
@@ -609,17 +670,20 @@ void ApiSm::statusDpIs(const String& name, const Ptr<const StatusDp>& statusDp) 
 }
 
 void ApiSm::statusDpDel(const String& name) {
+  const OperationScope scope(*this);
   const String removed = name;  // may be the stored key
   statusDpErase(removed);
   statusDpEntryDel(removed);
 }
 
 void ApiSm::statusDpDelAll() {
+  const OperationScope scope(*this);
   while (!statusDp().empty()) statusDpDel(statusDp().begin()->first);
   statusDpEntryDelAll();
 }
 
 void ApiSm::statusDpEntryIs(const Ptr<const StatusDp>& statusDp) {
+  const OperationScope scope(*this);
   if (!statusDp) throw fwk::NullArgumentError("statusDpEntryIs: null StatusDp");
   if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(statusDp->name());
       entry && (*entry)->statusDp() == statusDp) {
@@ -630,23 +694,37 @@ void ApiSm::statusDpEntryIs(const Ptr<const StatusDp>& statusDp) {
 }
 
 void ApiSm::statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry) {
+  const OperationScope scope(*this);
   if (!entry) throw fwk::NullArgumentError("statusDpEntryIs: null entry");
   FWK_ASSERT_TEXT(name == entry->statusDp()->name(), "fwkKey() == KeyFunktor()( _value )");
-  if (const Ptr<StatusDpEntry>* old = statusDpEntry().find(name); old && *old != entry) (*old)->ownerDel();
+  if (const Ptr<StatusDpEntry>* old = statusDpEntry().find(name); old && *old != entry) {
+    if (fwk::Transaction::recording(*this)) {
+      fwk::Transaction::undoWith([self = Ptr<ApiSm>(this), back = *old] { back->ownerIs(self.get()); });
+    }
+    (*old)->ownerDel();
+  }
   statusDpEntryStore(name, entry);
 }
 
 void ApiSm::statusDpEntryDel(const String& name) {
+  const OperationScope scope(*this);
   // Whoever else holds the entry must not reach this session through it.
-  if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(name)) (*entry)->ownerDel();
+  if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(name)) {
+    if (fwk::Transaction::recording(*this)) {
+      fwk::Transaction::undoWith([self = Ptr<ApiSm>(this), back = *entry] { back->ownerIs(self.get()); });
+    }
+    (*entry)->ownerDel();
+  }
   statusDpEntryErase(name);
 }
 
 void ApiSm::statusDpEntryDelAll() {
+  const OperationScope scope(*this);
   while (!statusDpEntry().empty()) statusDpEntryDel(statusDpEntry().begin()->first);
 }
 
 ApiState ApiSm::waitForHw() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "waitForHw");
   if (statusDp().empty()) {
     ACL_API_TRACE(0, "<, No statusDp");
@@ -665,36 +743,47 @@ ApiState ApiSm::waitForHw() {
   apiStateIs(waitingForHw);
   const double now = fwk::now();
   ACL_API_TRACE(2, "commit time: " << now);
-  if (hwConfig()) hwConfig()->dpAclUpdateRequestTimeIs(now);
+  hwConfig()->dpAclUpdateRequestTimeIs(now);
   // A dataplane on this thread may answer inside the stamp; its answer stands.
   return apiState();
 }
 
 void ApiSm::handleDpAclUpdateTime(const String& dataplane) {
+  const OperationScope scope(*this);
   const void* self = this;
   ACL_API_TRACE(0, "> [" << self << "] " << dataplane);
   if (apiState() != waitingForHw) {
     ACL_API_TRACE(8, "[ " << self << " ] - Not waiting for hw " << apiState());
     return;
   }
-  const double requested = hwConfig() ? hwConfig()->dpAclUpdateRequestTime() : 0.0;
-  for (const auto& [name, entry] : statusDpEntry()) {
-    const StatusDp& dp = *entry->statusDp();
-    ACL_API_TRACE(2, name << " : " << dp.dpAclUpdateTime() << ": " << requested);
-    if (dp.waitForHwStatus() && dp.dpAclUpdateTime() < requested) {
+  const double requested = hwConfig()->dpAclUpdateRequestTime();
+  // Entries are walked through counted copies: the observers of what this writes may drop
+  // entries or the session's records.
+  for (auto it = statusDpEntry().begin(); it != statusDpEntry().end(); ++it) {
+    const String name = it->first;
+    const Ptr<const StatusDp> dp = it->second->statusDp();
+    ACL_API_TRACE(2, name << " : " << dp->dpAclUpdateTime() << ": " << requested);
+    if (dp->waitForHwStatus() && dp->dpAclUpdateTime() < requested) {
       ACL_API_TRACE(2, "Not updated");
       return;
     }
   }
-  for (const auto& [name, entry] : statusDpEntry()) {
-    const StatusDp& dp = *entry->statusDp();
-    if (!dp.waitForHwStatus() || dp.error().empty()) continue;
-    const String& firstError = dp.error().begin()->second;
+  // errHw is raised once: an observer of it may already have started something new (a
+  // revert that waits again), whose state a later dataplane's error must not overwrite.
+  bool raised = false;
+  for (auto it = statusDpEntry().begin(); it != statusDpEntry().end(); ++it) {
+    const String name = it->first;
+    const Ptr<const StatusDp> dp = it->second->statusDp();
+    if (!dp->waitForHwStatus() || dp->error().empty()) continue;
+    const String firstError = dp->error().begin()->second;
     ACL_API_TRACE(8, firstError);
     errStringIs(name, firstError);
-    apiStateIs(errHw);
+    if (!raised) {
+      raised = true;
+      apiStateIs(errHw);
+    }
   }
-  if (apiState() == errHw) return;
+  if (raised) return;
   ACL_API_TRACE(2, "[ " << self << "] Succeeded!");
   if (Ptr<AclConfig> acl = liveAcl(aclType()); acl && acl->currCfg()) acl->currCfg()->committedIs(true);
   apiStateIs(succeeded);
@@ -731,38 +820,45 @@ bool ApiSm::boundWhere(Also also) const {
 }
 
 ApiState ApiSm::attach(String intfName, AclDirection aclDirection) {
+  const OperationScope scope(*this);
   if (!dpAclPreApplyOk()) return finish(errAclApi);
   FWK_ASSERT(apiType() == attach_);
-  // What revert needs is recorded first, the interface last: revert undoes nothing until
-  // the interface is known, and then always knows what to put back.
-  const IntfId id(intfName);
-  origAclNameIs(attachedAcl(intfName, aclDirection));
+  if (!intfConfig()) return notConfigured();
   intfIs(intfName);
   directionIs(aclDirection);
   if (!liveAcl(aclType())) ACL_API_TRACE(9, "Acl: " << aclName() << " does not exist");
-  bindings(aclDirection, true)->intfIs(id, aclName());
+  Ptr<AclIntf> intfs = bindings(aclDirection, true);
+  const IntfId id(intfName);
+  origAclNameIs(intfs->intf(id));
+  intfs->intfIs(id, aclName());
   return finish(waitForHw());
 }
 
 ApiState ApiSm::detach(String intfName, AclDirection aclDirection) {
+  const OperationScope scope(*this);
   FWK_ASSERT(apiType() == detach_);
+  if (!intfConfig()) return notConfigured();
+  intfIs(intfName);
+  directionIs(aclDirection);
   const IntfId id(intfName);
   Ptr<AclIntf> intfs = bindings(aclDirection, false);
   const String bound = intfs ? intfs->intf(id) : String();
-  const bool removes = !bound.empty() && (aclName().empty() || aclName() == bound);
-  if (removes) origAclNameIs(bound);  // before the interface, as in attach
-  intfIs(intfName);
-  directionIs(aclDirection);
   if (bound.empty()) {
     ACL_API_TRACE(8, "No acl attached to " << intfName);
     return finish(succeeded);
   }
-  if (removes) {
+  if (aclName().empty() || aclName() == bound) {
+    origAclNameIs(bound);
     intfs->intfDel(id);
     return finish(waitForHw());
   }
   ACL_API_TRACE(8, aclName() << " is not attached to " << intfName);
   return finish(succeeded);
+}
+
+ApiState ApiSm::notConfigured() {
+  ACL_API_TRACE(9, "<, no interface configuration");
+  return finish(errNotConfigured);
 }
 
 String ApiSm::attachedAcl(String intfName, AclDirection aclDirection) const {
@@ -1004,6 +1100,7 @@ const Check<MacRuleConfig> macChecks[] = {
 }  // namespace
 
 bool ApiSm::dpAclOk() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "dpAclOk");
   if (!attachedToDp()) {
     ACL_API_TRACE(9, "Acl " << aclName() << " is not attached to any interface");
@@ -1087,6 +1184,7 @@ bool ApiSm::dpAclDpiOk() const {
 }
 
 bool ApiSm::dpAclPreApplyOk() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(5, "dpAclPreApplyOk");
   Ptr<AclSubConfig> checked;
   if (apiType() == commit_) {
@@ -1114,6 +1212,7 @@ using namespace Acl;
 // ---- commit ----------------------------------------------------------------------------
 
 ApiState ApiSm::commitExt(bool cleanup) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, ">, [" << static_cast<const void*>(this) << "] " << aclName() << ":" << aclType());
   const Ptr<AclSubConfig> sp = spAclSubConfig();
   if (!sp) {
@@ -1184,7 +1283,7 @@ bool ApiSm::shouldUpdateAcl() const {
   if (!live || !live->currCfg()) return true;
   // Only a version the hardware has programmed may be patched in place.
   if (!origAclSubConfig()->committed()) return true;
-  const Ptr<AclSubConfig>& sp = spAclSubConfig();
+  const Ptr<AclSubConfig> sp = spAclSubConfig();  // counted: a reentrant commit may drop it
   if (sp->countersEnabled() != origAclSubConfig()->countersEnabled() ||
       sp->fragmentsEnabled() != origAclSubConfig()->fragmentsEnabled()) {
     return true;
@@ -1195,6 +1294,7 @@ bool ApiSm::shouldUpdateAcl() const {
 // ---- revert and remove ------------------------------------------------------------------
 
 ApiState ApiSm::revert() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "revert"
                        << " > " << aclName() << aclType() << apiState());
   if (apiType() == commit_) {
@@ -1214,23 +1314,20 @@ ApiState ApiSm::revert() {
     const Ptr<AclSubConfig> original = origAclSubConfig();
     ACL_API_TRACE(8, "Reverting to " << original->id());
     Ptr<AclConfig> acl = typeConfig ? typeConfig->acl(aclName()) : nullptr;
+    if (acl) acl->subConfigDel(sp->id());
     Ptr<AclSubConfig> kept = acl ? acl->subConfig(original->id()) : nullptr;
     if (kept) {
-      // The original is current again before the commit's version goes, so currCfg never
-      // names a removed version.
       ACL_API_TRACE(2, "Setting the currCfg to : " << kept);
       acl->currCfgIs(kept);
-      acl->subConfigDel(sp->id());
       populateUdfAceList(kept);
       return finish(waitForHw());
     }
-    if (acl) acl->subConfigDel(sp->id());
     ACL_API_TRACE(2, "Cannot revert as the original subConfig has been deleted");
     return finish(succeeded);
   }
   if (apiType() == attach_ || apiType() == detach_) {
     ACL_API_TRACE(8, "Failed while " << apiType());
-    if (intf().empty()) return apiState();  // the operation recorded nothing, so changed nothing
+    if (!intfConfig()) return notConfigured();
     Ptr<AclIntf> intfs = bindings(direction(), true);
     const IntfId id(intf());
     if (origAclName().empty()) {
@@ -1245,6 +1342,7 @@ ApiState ApiSm::revert() {
 }
 
 ApiState ApiSm::remove() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(0, "remove"
                        << " >, " << aclName() << aclType());
   FWK_ASSERT(apiType() == remove_);
@@ -1293,6 +1391,7 @@ PayloadSpec updatePayloadSpec(String alias, const PayloadValue& value, const Pay
 }
 
 void ApiSm::clearUdfAceList() {
+  const OperationScope scope(*this);
   ACL_API_TRACE(7, "clearUdfAceList");
   if (!udfAliasDir() || (aclType() != AclType::ip && aclType() != AclType::mac)) return;
   const auto& aliases = aclType() == AclType::ip ? udfAliasDir()->ipAlias() : udfAliasDir()->macAlias();
@@ -1300,6 +1399,7 @@ void ApiSm::clearUdfAceList() {
 }
 
 void ApiSm::populateUdfAceList(Ptr<const AclSubConfig> subConfig) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(7, "populateUdfAceList");
   if (!udfAliasDir() || !subConfig || (aclType() != AclType::ip && aclType() != AclType::mac)) return;
   const bool ip = aclType() == AclType::ip;
@@ -1323,6 +1423,7 @@ void ApiSm::populateUdfAceList(Ptr<const AclSubConfig> subConfig) {
 }
 
 void ApiSm::updateUdfAliasInAcls(String alias, const PayloadValue& value) {
+  const OperationScope scope(*this);
   ACL_API_TRACE(7, "updateUdfAliasInAcls");
   const bool ip = aclType() == AclType::ip;
   Ptr<UdfAliasPayload> payload;

@@ -59,6 +59,8 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   void dpAclUpdateTimeChanged() override;
   // The session lets go of the entry: it stops watching and calls nobody.
   void ownerDel() noexcept;
+  // The session takes the entry (back): it watches its record and calls `owner`.
+  void ownerIs(ApiSm* owner);
 
  private:
   Ptr<const Acl::StatusDp> statusDp_;
@@ -83,10 +85,10 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   A(scalar, direction, Acl::AclDirection, Acl::AclDirection::in)                              \
   A(scalar, origAclName, fwk::String, {})                                                     \
   A(scalar, apiType, ApiType, commit_)                                                        \
-  A(scalar, config, fwk::Ptr<Acl::Input::Config>, {})                                        \
+  A(nonNullScalar, config, fwk::Ptr<Acl::Input::Config>, {})                                  \
   A(scalar, paramConfig, fwk::Ptr<const Acl::ParamConfig>, {})                                \
   A(scalar, intfConfig, fwk::Ptr<Acl::IntfConfig>, {})                                        \
-  A(scalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                            \
+  A(nonNullScalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                     \
   A(scalar, aclStatus, fwk::Ptr<const Acl::Status>, {})                                       \
   A(scalar, statusDpDir, fwk::Ptr<const fwk::Dir>, {})                                        \
   A(scalar, udfAliasDir, fwk::Ptr<Acl::UdfAlias>, {})                                         \
@@ -101,8 +103,8 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   A(customOrderedMap, errString, fwk::String, fwk::String)                                    \
   A(scalar, dynamic, bool, false)                                                             \
   A(scalar, secureMonitor, bool, false)                                                       \
-  A(scalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                           \
-  A(scalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                               \
+  A(nonNullScalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                    \
+  A(nonNullScalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                        \
   A(scalar, initialized, bool, false)
 // clang-format on
 
@@ -237,6 +239,7 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
 
  private:
   friend ACLKIT_EXPORT std::vector<std::string> invariantViolations(const ApiSm& session);
+  class OperationScope;
 
   class ScratchpadReactor : public Acl::AclSubConfig::Reactor {
    public:
@@ -264,6 +267,8 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
     apiStateIs(state);
     return state;
   }
+  // Attach, detach and their revert need an interface configuration to write to.
+  ApiState notConfigured();
   ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
   template <class Rule, class Map>
   ApiState removeByContent(AclType family, const Rule& rule, const Map& (Acl::AclSubConfig::*byId)() const,

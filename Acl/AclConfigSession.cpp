@@ -1,6 +1,7 @@
 #include "aclkit/Acl/AclConfigSession.h"
 
 #include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Transaction.h"
 
 namespace Acl {
 
@@ -40,6 +41,7 @@ bool AclConfigSession::copy(const Ptr<Input::Config>& destConfig, const Ptr<cons
 
 Ptr<AclSubConfig> AclConfigSession::newVersion(AclType type, const String& aclName) {
   if (!isOpen()) throw fwk::Error("the configuration session is closed");
+  const fwk::Transaction transaction;
   Ptr<AclConfig> acl = candidateConfig_->configIs(type)->aclIs(aclName, type, false, false);
   Ptr<AclSubConfig> old = acl->currCfg();
   Ptr<AclSubConfig> fresh = acl->subConfigIs(UniqueId());
@@ -54,6 +56,9 @@ Ptr<AclSubConfig> AclConfigSession::newVersion(AclType type, const String& aclNa
 
 bool AclConfigSession::commit() {
   if (!isOpen()) throw fwk::Error("the configuration session is closed");
+  // All or nothing: a failure part-way puts the running configuration back as it was, and
+  // the session stays open.
+  const fwk::Transaction transaction;
   bool changed = copy(runningConfig_, candidateConfig_, runningIntf_, candidateIntf_);
   abort();
   return changed;

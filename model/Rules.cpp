@@ -74,6 +74,13 @@ std::vector<std::string_view> elements(std::string_view text) {
 
 }  // namespace
 
+RangeMatch::RangeMatch(ValueOp op, U16 low, U16 high) {
+  if (op == ValueOp::range && low > high) throw fwk::RangeError("RangeMatch::low > RangeMatch::high not allowed");
+  opIs(op);
+  lowIs(low);
+  highIs(high);
+}
+
 RangeMatch RangeMatch::fwkParse(std::string_view text) {
   std::vector<std::string_view> words;
   for (std::string_view w : split(text, ' ')) {
@@ -135,6 +142,11 @@ String payloadValueToOffsetPattern(U16 count, const PayloadValue* values) {
     if (v.ownMask()) text.push_back('m');
   }
   return String(text);
+}
+
+void MplsFilter::labelIs(U32 label, const MplsLabelFilter& filter) {
+  if (label > 0xFFFFF) throw fwk::RangeError("MplsFilter::label < 0 or > 0xFFFFF not allowed");
+  labels_[label] = filter;
 }
 
 MplsLabelFilter MplsFilter::label(U32 label) const {

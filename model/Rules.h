@@ -30,11 +30,8 @@ class ACLKIT_EXPORT RangeMatch : public fwk::RecordBase {
 
  public:
   RangeMatch() = default;
-  RangeMatch(ValueOp op, U16 low, U16 high = 0) {
-    opIs(op);
-    lowIs(low);
-    highIs(high);
-  }
+  // RangeError for a range whose low end lies above its high end.
+  RangeMatch(ValueOp op, U16 low, U16 high = 0);
   [[nodiscard]] bool used() const noexcept { return op_ != ValueOp::any; }
   // "any", "eq 80", "range 1024 2047" (the stream output's form).
   static RangeMatch fwkParse(std::string_view text);
@@ -96,7 +93,8 @@ class ACLKIT_EXPORT MplsFilter {
  public:
   [[nodiscard]] const std::map<U32, MplsLabelFilter>& labels() const noexcept { return labels_; }
   [[nodiscard]] MplsLabelFilter label(U32 label) const;
-  void labelIs(U32 label, const MplsLabelFilter& filter) { labels_[label] = filter; }
+  // RangeError for a label above 20 bits.
+  void labelIs(U32 label, const MplsLabelFilter& filter);
   void labelDel(U32 label) { labels_.erase(label); }
   [[nodiscard]] bool empty() const noexcept { return labels_.empty(); }
   [[nodiscard]] std::size_t hash(std::uint32_t seed = 0) const noexcept;

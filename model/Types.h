@@ -23,7 +23,7 @@ using fwk::String;
 // clang-format off
 #define ACLKIT_ACL_TYPES(E) E(ip, 0) E(ipv6, 1) E(mac, 2)
 // clang-format on
-FWK_ENUM_CLASS(AclType, U32, ACLKIT_ACL_TYPES)
+FWK_OPEN_ENUM_CLASS(AclType, U32, ACLKIT_ACL_TYPES)
 
 // clang-format off
 #define ACLKIT_ACL_DIRECTIONS(E) E(in, 0) E(out, 1)

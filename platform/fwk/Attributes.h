@@ -25,6 +25,8 @@
 //   constScalar(N, T, default)   N(), protected NStore(value); read-only to reflection and
 //                                skipped by the generic copy: construction arguments, and
 //                                state that only the entity itself manages
+//   nonNullScalar(N, T, default) like scalar for a Ptr that must be set: NIs(null) raises
+//                                NullArgumentError ("NIs: null N") and changes nothing
 //   statusScalar(N, T, default)  like scalar, but the generic copy leaves it alone: state
 //                                that belongs to the tree it was written in (stamps, flags
 //                                set by whoever applied the configuration)
@@ -54,16 +56,32 @@
 #include "aclkit/platform/fwk/Export.h"
 #include "aclkit/platform/fwk/Fault.h"
 #include "aclkit/platform/fwk/Strep.h"
+#include "aclkit/platform/fwk/Transaction.h"
 
 namespace fwk::detail {
 
-// The only code that writes collections; every write notifies exactly when state changed.
+// The entity a record of a transaction restores, held for as long as the record lives.
+class UndoTarget {
+ public:
+  explicit UndoTarget(const Entity& entity) : held_(const_cast<Entity*>(&entity)) {}
+  [[nodiscard]] Entity& operator*() const noexcept { return *held_; }
+
+ private:
+  Ptr<Entity> held_;
+};
+
+// The only code that writes collections; every write notifies exactly when state changed,
+// and is recorded with its inverse first when a transaction asks for it.
 struct ACLKIT_EXPORT CollectionAccess {
   template <class T>
   static void setScalar(const Entity& owner, T& slot, const T& value, AttrId id) {
-    if (slot == value) return;
+    if (slot == checkedValue(value)) return;
     FWK_FAULT_POINT(mutation);
-    slot = value;
+    if (undoRecording(owner)) {
+      undoRecord([target = UndoTarget(owner), &slot, old = slot, id] { setScalar(*target, slot, old, id); });
+    }
+    T copy(value);  // a copy that throws leaves the slot as it was
+    slot = std::move(copy);
     owner.notify(id);
   }
 
@@ -73,6 +91,7 @@ struct ACLKIT_EXPORT CollectionAccess {
       if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
     }
     FWK_FAULT_POINT(mutation);
+    if (undoRecording(owner)) recordEntry(owner, map, key, id);
     if (map.assign(key, value)) owner.notify(id, &key);
   }
 
@@ -81,6 +100,8 @@ struct ACLKIT_EXPORT CollectionAccess {
   static void mapDel(const Entity& owner, Map& map, const K& key, AttrId id) {
     const K removed = key;
     FWK_FAULT_POINT(mutation);
+    if (!map.contains(removed)) return;
+    if (undoRecording(owner)) recordEntry(owner, map, removed, id);
     if (map.erase(removed)) owner.notify(id, &removed);
   }
 
@@ -88,6 +109,7 @@ struct ACLKIT_EXPORT CollectionAccess {
   template <class Map>
   static void mapDelAll(const Entity& owner, Map& map, AttrId id) {
     while (!map.empty()) {
+      if (undoRecording(owner)) recordEntry(owner, map, map.nextToPop(), id);
       auto key = map.popEntry();
       owner.notify(id, &key);
     }
@@ -97,6 +119,9 @@ struct ACLKIT_EXPORT CollectionAccess {
   static Ptr<E> childIs(Entity& parent, OrderedMap<K, Ptr<E>>& map, const K& key, AttrId id, Args&&... args) {
     if (const Ptr<E>* found = map.find(key)) return *found;
     FWK_FAULT_POINT(mutation);
+    if (undoRecording(parent)) {
+      undoRecord([target = UndoTarget(parent), &map, key, id] { childDel(*target, map, key, id); });
+    }
     Ptr<E> child;
     if constexpr (std::is_constructible_v<E, const K&, Args...>) {
       child = new E(key, std::forward<Args>(args)...);
@@ -120,6 +145,9 @@ struct ACLKIT_EXPORT CollectionAccess {
       throw Error("entity '" + child->fullName().str() + "' already has a parent");
     }
     if (map.contains(key)) childDel(parent, map, key, id);
+    if (undoRecording(parent)) {
+      undoRecord([target = UndoTarget(parent), &map, key, id] { childDel(*target, map, key, id); });
+    }
     EntityLinks::parentIs(*child, &parent);
     if (child->name().empty()) EntityLinks::nameIs(*child, String(strep(key)));
     map.assign(key, child);
@@ -133,6 +161,11 @@ struct ACLKIT_EXPORT CollectionAccess {
     const K removed = key;  // may be the stored key, which the removal frees
     FWK_FAULT_POINT(mutation);
     Ptr<E> child = *found;  // keep it alive until the parent link is cleared
+    if (undoRecording(parent)) {
+      // The same object comes back, so that whatever refers to it by identity still does.
+      undoRecord(
+          [target = UndoTarget(parent), &map, removed, child, id] { adoptChild(*target, map, removed, child, id); });
+    }
     map.erase(removed);
     if (child->parent() == &parent) EntityLinks::parentIs(*child, nullptr);
     child.reset();
@@ -155,6 +188,17 @@ struct ACLKIT_EXPORT CollectionAccess {
     while (!map.empty()) {
       K key = map.begin()->first;
       childDel(parent, map, key, id);
+    }
+  }
+
+ private:
+  // Records how to put back the entry under key as it stands now (or its absence).
+  template <class Map, class K>
+  static void recordEntry(const Entity& owner, Map& map, const K& key, AttrId id) {
+    if (const auto* old = map.find(key)) {
+      undoRecord([target = UndoTarget(owner), &map, key, value = *old, id] { mapSet(*target, map, key, value, id); });
+    } else {
+      undoRecord([target = UndoTarget(owner), &map, key, id] { mapDel(*target, map, key, id); });
     }
   }
 };
@@ -206,6 +250,16 @@ struct ACLKIT_EXPORT CollectionAccess {
   T name##_ = def;
 #define FWK_DECL_constScalar(name, T, def) FWK_DECL_customScalar(name, T, def)
 #define FWK_DECL_statusScalar(name, T, def) FWK_DECL_scalar(name, T, def)
+#define FWK_DECL_nonNullScalar(name, T, def)                                               \
+ public:                                                                                   \
+  FWK_DECL_SCALAR_READ_(name, T)                                                           \
+  void name##Is(const T& value) {                                                          \
+    if (!value) throw ::fwk::NullArgumentError(#name "Is: null " #name);                   \
+    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name)); \
+  }                                                                                        \
+                                                                                           \
+ private:                                                                                  \
+  T name##_ = def;
 #define FWK_DECL_MAP_(Map, name, K, V)                                                       \
  public:                                                                                     \
   FWK_DECL_MAP_READ_(Map, name, K, V)                                                        \
@@ -276,6 +330,8 @@ struct ACLKIT_EXPORT CollectionAccess {
   virtual void name##Changed() {}
 #define FWK_HANDLER_constScalar(name, ...) \
   virtual void name##Changed() {}
+#define FWK_HANDLER_nonNullScalar(name, ...) \
+  virtual void name##Changed() {}
 #define FWK_HANDLER_statusScalar(name, ...) \
   virtual void name##Changed() {}
 #define FWK_HANDLER_orderedMap(name, K, V) \
@@ -302,6 +358,7 @@ struct ACLKIT_EXPORT CollectionAccess {
 #define FWK_CASE_customScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_nonNullScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_customOrderedMap(name, K, V) FWK_CASE_KEYED_(name, K)

@@ -145,11 +145,13 @@ class ACLKIT_EXPORT OrderedMap {
   friend struct detail::CollectionAccess;
 
   // Stores value under key; false when the same value was already there.
+  // Strong guarantee: a copy that throws leaves the map as it was.
   bool assign(const K& key, const V& value) {
     auto [it, inserted] = storage_.try_emplace(key, value);
     if (!inserted) {
       if (it->second == value) return false;
-      it->second = value;
+      V copy(value);
+      it->second = std::move(copy);
     }
     ++version_;
     return true;
@@ -159,6 +161,8 @@ class ACLKIT_EXPORT OrderedMap {
     ++version_;
     return true;
   }
+  // The key popEntry() removes next; the map must not be empty.
+  [[nodiscard]] const K& nextToPop() const { return storage_.begin()->first; }
   // Removes the first entry and hands back its key; the map must not be empty.
   K popEntry() {
     auto node = storage_.extract(storage_.begin());
@@ -320,25 +324,29 @@ class ACLKIT_EXPORT HashMap {
     slots_[at] = slotFor(h, entry);
   }
   void grow() {
-    std::size_t capacity = slots_.empty() ? 16 : slots_.size() * 2;
-    slots_.assign(capacity, 0);
+    std::vector<std::uint64_t> wider(slots_.empty() ? 16 : slots_.size() * 2, 0);
+    slots_.swap(wider);
     for (std::size_t i = 0; i < entries_.size(); ++i) place(hashes_[i], i);
   }
 
+  // Strong guarantee: everything that can throw (growing, copying) happens before the map
+  // changes, so a failure leaves it as it was.
   bool assign(const K& key, const V& value) {
     const std::size_t h = hashOf(key);
     if (!slots_.empty()) {
       if (std::size_t at = locate(key, h); at != npos) {
         V& stored = entries_[entryAt(at)].second;
         if (stored == value) return false;
-        stored = value;
+        V copy(value);
+        stored = std::move(copy);
         ++version_;
         return true;
       }
     }
     if ((entries_.size() + 1) * 2 > slots_.size()) grow();  // at most half full
+    if (hashes_.size() == hashes_.capacity()) hashes_.reserve(hashes_.capacity() * 2 + 16);
     entries_.emplaceBack(key, value);
-    hashes_.push_back(h);
+    hashes_.push_back(h);  // cannot throw: reserved
     place(h, entries_.size() - 1);
     ++version_;
     return true;
@@ -379,6 +387,8 @@ class ACLKIT_EXPORT HashMap {
     slots_[hole] = 0;
   }
 
+  // The key popEntry() removes next; the map must not be empty.
+  [[nodiscard]] const K& nextToPop() const { return entries_[entries_.size() - 1].first; }
   // Removes some entry (the last) and hands back its key; the map must not be empty.
   K popEntry() {
     K key = entries_.back().first;

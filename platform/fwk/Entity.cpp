@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <utility>
 
 #include "aclkit/platform/fwk/Fault.h"
@@ -17,17 +18,22 @@ FWK_REGISTER_TYPE(Entity)
 
 namespace {
 std::atomic<std::int64_t> liveEntities{0};
+std::atomic<std::uint64_t> entitySerials{1};
 }  // namespace
 
 std::int64_t Entity::liveCount() noexcept {
   return liveEntities.load(std::memory_order_relaxed);
 }
 
+std::uint64_t Entity::nextSerial() noexcept {
+  return entitySerials.load(std::memory_order_relaxed);
+}
+
 Notifiee::~Notifiee() {
   watch(nullptr);
 }
 
-Entity::Entity(String name) : name_(std::move(name)) {
+Entity::Entity(String name) : name_(std::move(name)), serial_(entitySerials.fetch_add(1, std::memory_order_relaxed)) {
   liveEntities.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -104,14 +110,21 @@ void Entity::dispatch(const Change& change) const {
     }
   } guard{*this};
   FWK_FAULT_POINT(notification);
-  // Observers added during the walk see the next change, not this one.
+  // Observers added during the walk see the next change, not this one. One observer that
+  // throws does not keep the change from the others; the first exception goes on after.
+  std::exception_ptr first;
   const std::size_t count = notifiees_.size();
   for (std::size_t i = 0; i < count; ++i) {
     if (Notifiee* n = notifiees_[i]) {
-      FWK_FAULT_POINT(reaction);
-      n->fwkDispatch(change);
+      try {
+        FWK_FAULT_POINT(reaction);
+        n->fwkDispatch(change);
+      } catch (...) {
+        if (!first) first = std::current_exception();
+      }
     }
   }
+  if (first) std::rethrow_exception(first);
 }
 
 void castFailed(const Entity& entity, const TypeInfo& wanted) {

@@ -91,6 +91,11 @@ class ACLKIT_EXPORT Entity : public RefCounted {
 
   // Entities alive in the process: what leak checks compare before and after a piece of work.
   [[nodiscard]] static std::int64_t liveCount() noexcept;
+  // Creation order of entities in the process; a transaction records changes only to
+  // entities older than itself.
+  [[nodiscard]] std::uint64_t serial() const noexcept { return serial_; }
+  // The serial the next entity made will get.
+  [[nodiscard]] static std::uint64_t nextSerial() noexcept;
 
   // Sends a change to every observer. Generated accessors call this; so may an entity
   // whose hand-written mutator changes state.
@@ -113,6 +118,7 @@ class ACLKIT_EXPORT Entity : public RefCounted {
   void removeNotifiee(Notifiee* notifiee) const noexcept;
 
   String name_;
+  std::uint64_t serial_;
   Entity* parent_ = nullptr;
   mutable std::vector<Notifiee*> notifiees_;
   mutable std::uint32_t dispatchDepth_ = 0;

@@ -7,9 +7,10 @@
 //   stringValue(v), valueToStrep(v)   the name ("commit": a trailing underscore is not part
 //                                     of the name; it only avoids clashing with a method)
 //   operator<<                        writes the name
-// FWK_ENUM_CLASS declares a scoped enumeration with the same helpers.
 // and fwk::enumFromName<ApiType>("commit"), fwk::enumFromValue<ApiType>(0), which raise
-// fwk::EnumError for a name or number that is not an enumerator.
+// fwk::EnumError for a name or number that is not an enumerator. FWK_ENUM_CLASS declares a
+// scoped enumeration with the same helpers. Attribute and record setters refuse a value that
+// is not an enumerator (EnumError), unless the enumeration is declared FWK_OPEN_ENUM_CLASS.
 #pragma once
 
 #include <concepts>
@@ -62,14 +63,30 @@ template <FrameworkEnum E>
 const String& enumName(E value) {
   return enumInfo<E>().name(static_cast<std::int64_t>(value));
 }
+// Declared with FWK_OPEN_ENUM_CLASS: setters take values beyond the enumerators.
+template <class E>
+concept OpenEnum = FrameworkEnum<E> && requires(E e) {
+  fwkEnumOpen(e);
+};
+
 template <FrameworkEnum E>
 E enumFromValue(std::int64_t value) {
-  (void)enumInfo<E>().name(value);  // raises for a number that is not an enumerator
+  static_cast<void>(enumInfo<E>().name(value));  // raises for a number that is not an enumerator
   return static_cast<E>(value);
 }
 template <FrameworkEnum E>
 E enumFromName(std::string_view name) {
   return static_cast<E>(enumInfo<E>().value(name));
+}
+
+// What a setter stores: an enumeration's value must name one of its enumerators (EnumError
+// otherwise, so that ApiState(42) is refused where it would be kept); others pass through.
+template <class T>
+const T& checkedValue(const T& value) {
+  if constexpr (FrameworkEnum<T> && !OpenEnum<T>) {
+    static_cast<void>(enumInfo<T>().name(static_cast<std::int64_t>(value)));
+  }
+  return value;
 }
 
 }  // namespace fwk
@@ -85,6 +102,14 @@ E enumFromName(std::string_view name) {
 #define FWK_ENUM_CLASS(Name, Underlying, LIST)                               \
   enum class ACLKIT_EXPORT Name : Underlying { LIST(FWK_ENUM_ENUMERATOR_) }; \
   FWK_ENUM_HELPERS_(Name, LIST)
+
+// A scoped enumeration whose other values are meaningful too (code treats them as one of the
+// enumerators): setters and construction from a number accept them.
+#define FWK_OPEN_ENUM_CLASS(Name, Underlying, LIST) \
+  FWK_ENUM_CLASS(Name, Underlying, LIST)            \
+  constexpr bool fwkEnumOpen(Name) {                \
+    return true;                                    \
+  }
 
 #define FWK_ENUM_HELPERS_(Name, LIST)                                                  \
   inline const ::fwk::EnumInfo& fwkEnumInfo(Name) {                                    \

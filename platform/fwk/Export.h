@@ -11,3 +11,13 @@
 #pragma once
 
 #define ACLKIT_EXPORT __attribute__((visibility("default")))
+
+// The reference-count model is part of the ABI. Counted types live in an inline namespace
+// named after the model, so a program compiled for one model and linked against a library
+// built for the other fails to link instead of racing at run time.
+#if FWK_THREAD_SAFE_PTR
+#define FWK_REFCOUNT_ABI_BEGIN inline namespace atomicRefs {
+#else
+#define FWK_REFCOUNT_ABI_BEGIN inline namespace plainRefs {
+#endif
+#define FWK_REFCOUNT_ABI_END }

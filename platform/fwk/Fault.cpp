@@ -9,13 +9,14 @@ struct State {
   std::uint64_t count = 0;
   bool persistent = false;
   bool throwing = false;  // no point fires while a fault is being raised
+  bool suspended = false;
 };
 thread_local State state;
 }  // namespace
 
 void point(Site site) {
   State& s = state;
-  if ((s.sites & site) == 0 || s.throwing) return;
+  if ((s.sites & site) == 0 || s.throwing || s.suspended) return;
   ++s.count;
   if (s.count < s.target || (!s.persistent && s.count > s.target)) return;
   s.throwing = true;
@@ -27,7 +28,7 @@ void point(Site site) {
 }
 
 void arm(std::uint8_t sites, std::uint64_t n, bool persistent) {
-  state = State{sites, n, 0, persistent, false};
+  state = State{sites, n, 0, persistent, false, state.suspended};
 }
 
 void disarm() noexcept {
@@ -36,6 +37,14 @@ void disarm() noexcept {
 
 std::uint64_t reached() noexcept {
   return state.count;
+}
+
+Suspend::Suspend() noexcept : wasSuspended_(state.suspended) {
+  state.suspended = true;
+}
+
+Suspend::~Suspend() {
+  state.suspended = wasSuspended_;
 }
 
 }  // namespace fwk::fault

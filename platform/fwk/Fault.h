@@ -36,6 +36,19 @@ ACLKIT_EXPORT void disarm() noexcept;
 // Points of the armed sites passed since arm().
 [[nodiscard]] ACLKIT_EXPORT std::uint64_t reached() noexcept;
 
+// No point fires or counts while one lives on this thread: undoing a failed piece of work
+// must not fail in turn.
+class ACLKIT_EXPORT Suspend {
+ public:
+  Suspend() noexcept;
+  ~Suspend();
+  Suspend(const Suspend&) = delete;
+  Suspend& operator=(const Suspend&) = delete;
+
+ private:
+  bool wasSuspended_;
+};
+
 }  // namespace fwk::fault
 
 #if FWK_FAULT_INJECTION

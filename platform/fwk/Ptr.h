@@ -4,8 +4,20 @@
 //   fwk::Ptr<Thing> thing = new Thing;        // count 1
 //   fwk::Ptr<const Thing> view = thing;       // count 2, read-only view
 //
-// Null is a valid Ptr everywhere. With FWK_THREAD_SAFE_PTR defined to 1 the counts are
-// atomic; otherwise they are plain increments and objects must stay on one thread.
+// Null is a valid Ptr everywhere. Without FWK_THREAD_SAFE_PTR the counts are plain
+// increments and every counted object stays on one thread.
+//
+// With FWK_THREAD_SAFE_PTR defined to 1 (the library built with ACLKIT_THREAD_SAFE_PTR, and
+// every program using it compiled with the same define, which the CMake and pkg-config
+// packages carry) the counts of Ptr and String are atomic, and this is what is promised:
+// - threads may copy, pass and drop references to the same object at the same time;
+// - the last reference to an object may be dropped on any thread, provided no other thread
+//   is using the object then;
+// - entities themselves are not locked: their attributes, collections, notifications and
+//   reactors are used by one thread at a time (the framework's thread). An entity that
+//   watches or is watched (an edit session, a reactor) is released on that thread too, since
+//   its destruction detaches it from what it watches.
+// A program built for one model does not link against a library built for the other.
 #pragma once
 
 #include <cstddef>
@@ -21,6 +33,7 @@
 #include "aclkit/platform/fwk/Hash.h"
 
 namespace fwk {
+FWK_REFCOUNT_ABI_BEGIN
 
 #if FWK_THREAD_SAFE_PTR
 using RefCount = std::atomic<std::uint32_t>;
@@ -140,4 +153,5 @@ Ptr<T> makePtr(Args&&... args) {
   return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
+FWK_REFCOUNT_ABI_END
 }  // namespace fwk

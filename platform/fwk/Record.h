@@ -62,7 +62,7 @@ int compareValues(const T& a, const T& b) {
     return name##_;                              \
   }                                              \
   void name##Is(const T& value) {                \
-    name##_ = value;                             \
+    name##_ = ::fwk::checkedValue(value);        \
   }                                              \
                                                  \
  private:                                        \

@@ -7,6 +7,7 @@
 #include <utility>
 
 namespace fwk {
+FWK_REFCOUNT_ABI_BEGIN
 
 String::String(std::string_view text) {
   if (text.empty()) return;
@@ -70,4 +71,5 @@ std::ostream& operator<<(std::ostream& os, const String& s) {
   return os << s.view();
 }
 
+FWK_REFCOUNT_ABI_END
 }  // namespace fwk

@@ -19,6 +19,7 @@
 #include "aclkit/platform/fwk/Ptr.h"
 
 namespace fwk {
+FWK_REFCOUNT_ABI_BEGIN
 
 class ACLKIT_EXPORT String {
  public:
@@ -69,4 +70,5 @@ class ACLKIT_EXPORT String {
 
 ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const String& s);
 
+FWK_REFCOUNT_ABI_END
 }  // namespace fwk

@@ -31,12 +31,16 @@
 namespace fwk {
 
 class Value;
+class Entity;
 struct FieldInfo;
 
 class ACLKIT_EXPORT ValueType {
  public:
   String name;
   std::string (*strepOf)(const void* object) = nullptr;
+  // For a reference to an entity (a Ptr of an entity type): the entity it holds, or null.
+  // Null for other types. Lets reflection follow references by identity.
+  const Entity* (*entityOf)(const void* object) = nullptr;
   Value (*parse)(std::string_view text) = nullptr;
   // Fields of a record type, in declaration order; null for other types.
   const std::vector<FieldInfo>& (*fields)() = nullptr;
@@ -126,6 +130,8 @@ String typeNameOf() {
     return enumInfo<T>().typeName();
   } else if constexpr (requires { T::fwkTypeName(); }) {
     return String(T::fwkTypeName());
+  } else if constexpr (requires { TypeName<T>::name(); }) {
+    return TypeName<T>::name();
   } else {
     return String(TypeName<T>::value);
   }
@@ -151,8 +157,13 @@ FWK_BUILTIN_TYPE_NAME_(String, "String")
 
 template <class E>
 struct TypeName<Ptr<E>> {
-  static inline const String value =
-      String(std::is_const_v<E> ? "Ptr<const " : "Ptr<") + std::remove_const_t<E>::fwkTypeName() + ">";
+  // Made on first use: value types are described while the library loads, before
+  // namespace-scope initializers in this header are guaranteed to have run.
+  static const String& name() {
+    static const String text =
+        String(std::is_const_v<E> ? "Ptr<const " : "Ptr<") + std::remove_const_t<E>::fwkTypeName() + ">";
+    return text;
+  }
 };
 
 // ---- parsing -------------------------------------------------------------------------
@@ -190,6 +201,9 @@ T parseValue(std::string_view text) {
   } else if constexpr (std::is_same_v<T, String>) {
     return String(text);
   } else if constexpr (FrameworkEnum<T>) {
+    // By name, or by number ("construction from a number"), checked either way.
+    std::int64_t n = 0;
+    if (!text.empty() && detail::parseSigned(text, n)) return enumFromValue<T>(n);
     return enumFromName<T>(text);
   } else if constexpr (requires { T::fwkParse(text); }) {
     return T::fwkParse(text);
@@ -206,6 +220,9 @@ const ValueType& valueType() {
     t.strepOf = [](const void* object) { return strep(*static_cast<const T*>(object)); };
     t.parse = [](std::string_view text) { return Value(parseValue<T>(text)); };
     if constexpr (requires { T::fwkFields(); }) t.fields = &T::fwkFields;
+    if constexpr (requires(const T& p) { static_cast<const Entity*>(p.get()); }) {
+      t.entityOf = [](const void* object) -> const Entity* { return static_cast<const T*>(object)->get(); };
+    }
     if constexpr (FrameworkEnum<T>) t.enumInfo = &enumInfo<T>();
     return t;
   }();

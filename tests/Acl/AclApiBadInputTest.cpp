@@ -79,6 +79,24 @@ TEST(BadInputTest, EveryRangedFieldRefusesAValuePastItsLimitAndKeepsItsOwn) {
     }
     EXPECT_EQ(field->type->strepOf(field->get(record.data()).data()), row.limit) << "the refused value replaced it";
   }
+
+  // Checks that are not a field's range: a label map key, a range's order, an enumeration.
+  MplsFilter labels;
+  EXPECT_THROW(labels.labelIs(0x100000, MplsLabelFilter()), fwk::RangeError);
+  EXPECT_TRUE(labels.empty());
+  try {
+    RangeMatch(ValueOp::range, 90, 80);
+    ADD_FAILURE() << "accepted range 90 80";
+  } catch (const fwk::RangeError& e) {
+    EXPECT_STREQ(e.what(), "RangeMatch::low > RangeMatch::high not allowed");
+  }
+  EXPECT_EQ(RangeMatch(ValueOp::range, 80, 80).high(), 80);
+  build::SessionWorld world;
+  Ptr<ApiSm> s = world.session("web");
+  EXPECT_THROW(s->apiStateIs(static_cast<ApiState>(42)), fwk::EnumError);
+  EXPECT_THROW(fwk::parseValue<ApiState>("18"), fwk::EnumError) << "a number read for a state must name one";
+  EXPECT_EQ(s->apiState(), ready);
+  EXPECT_EQ(fwk::parseValue<ApiState>("17"), errAclApi) << "a number that names a state is taken";
 }
 
 // ---- sequence numbers at their extremes --------------------------------------------------
@@ -187,6 +205,39 @@ TEST_F(EdgeTest, NullArgumentsAreRefusedAndStoreNothing) {
   EXPECT_THROW(registry.handlerIs(Input::AclTypeConfig::staticType(), nullptr), fwk::NullArgumentError);
   EXPECT_EQ(registry.handler(Input::AclTypeConfig::staticType()), nullptr);
   EXPECT_THROW(AclConfigSession{AclMounts{}}, fwk::NullArgumentError);
+
+  // The factory refuses what every operation needs, naming it, and writes nothing.
+  const std::string before = running();
+  const std::int64_t entities = fwk::Entity::liveCount();
+  auto open = [&](const Ptr<Input::Config>& config, const Ptr<HwConfig>& hw) {
+    return apiSmFactory("new", AclType::mac, false, commit_, config, acl.paramConfig, acl.intfConfig, hw, acl.status,
+                        acl.statusDpDir, acl.udfAlias);
+  };
+  for (bool missingConfig : {true, false}) {
+    try {
+      open(missingConfig ? nullptr : acl.config, missingConfig ? acl.hwConfig : nullptr);
+      ADD_FAILURE() << "opened a session without its configuration";
+    } catch (const fwk::NullArgumentError& e) {
+      EXPECT_STREQ(e.what(), missingConfig ? "configIs: null config" : "hwConfigIs: null hwConfig");
+    }
+  }
+  EXPECT_FALSE(acl.config->config(AclType::mac)) << "the family's table was not left behind";
+  EXPECT_EQ(fwk::Entity::liveCount(), entities);
+  EXPECT_THROW(s->aclCopyHelperIs(nullptr), fwk::NullArgumentError);
+  EXPECT_THROW(s->entityCopyIs(nullptr), fwk::NullArgumentError);
+
+  // What may be missing is handled: no interfaces to bind, no dataplanes, no aliases.
+  auto bare = [&](ApiType type) {
+    return apiSmFactory("web", AclType::ip, false, type, acl.config, nullptr, nullptr, acl.hwConfig, nullptr, nullptr,
+                        nullptr);
+  };
+  EXPECT_EQ(bare(attach_)->attach("Ethernet1", AclDirection::in), errNotConfigured);
+  EXPECT_EQ(bare(detach_)->detach("Ethernet1", AclDirection::in), errNotConfigured);
+  EXPECT_EQ(bare(attach_)->revert(), errNotConfigured);
+  Ptr<ApiSm> edit = bare(commit_);
+  edit->addIpRule(30, ipRule(22));
+  EXPECT_EQ(edit->commit(), succeeded) << "nothing to wait for";
+  EXPECT_NE(running(), before);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/platform/fwk/Reflection.h"
 #include "aclkit/platform/trace/Clock.h"
@@ -98,6 +100,14 @@ TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrder) {
   std::vector<std::string> registered;
   for (const auto& op : ApiSm::staticType().ownOps()) registered.push_back(op.name.str());
   EXPECT_EQ(registered, declared);
+  // Type names are part of the interface too, references to entities included: a name read
+  // before its initializer ran would come out empty.
+  std::map<std::string, std::string> types;
+  for (const fwk::AttrInfo* attr : ApiSm::staticType().attrs()) types[attr->name().str()] = attr->valueTypeName().str();
+  for (const auto& [name, type] : types) EXPECT_FALSE(type.empty()) << name;
+  EXPECT_EQ(types["spAclSubConfig"], "Ptr<AclSubConfig>");
+  EXPECT_EQ(types["paramConfig"], "Ptr<const ParamConfig>");
+  EXPECT_EQ(types["statusDp"], "Ptr<const StatusDp>");
 }
 
 TEST_F(ApiSmTest, AFreshSessionIsInitializedWithItsDefaults) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -127,6 +128,18 @@ TEST(EntityTest, AnEntityReleasedByItsOwnObserverSurvivesTheDispatch) {
   // Observers after the one that released it still hear the change, then the destruction.
   EXPECT_EQ(other.seen, (std::vector<std::string>{"flag", "destroyed"}));
   EXPECT_EQ(r.notifier(), nullptr);
+}
+
+TEST(EntityTest, AThrowingObserverDoesNotKeepTheChangeFromTheOthers) {
+  Ptr<Node> node = activeNode();
+  Recorder first(node.get());
+  Recorder second(node.get());
+  Recorder third(node.get());
+  first.onFlag = [] { throw std::runtime_error("first"); };
+  second.onFlag = [] { throw std::logic_error("second"); };
+  EXPECT_THROW(node->flagIs(true), std::runtime_error) << "the first exception goes on";
+  EXPECT_EQ(third.seen, std::vector<std::string>{"flag"});
+  EXPECT_TRUE(node->flag());
 }
 
 TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {

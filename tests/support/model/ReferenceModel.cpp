@@ -247,7 +247,6 @@ ApiState World::revert(Session& s) {
     return s.state = succeeded;
   }
   if (s.api == attach_ || s.api == detach_) {
-    if (s.intf.empty()) return s.state;
     const BindingKey key{s.type, s.direction, s.intf};
     if (s.origAclName.empty()) {
       bindings.erase(key);
