@@ -139,6 +139,8 @@ std::vector<Row> rows() {
   return {
       IP(f.srcMaskIs(Ip4Addr(0xFF00FF00)), CAN(discontiguousMaskSupported), "discontiguous IP mask",
          "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
+      IP(f.dstMaskIs(Ip4Addr(0xFFFF00FF)), CAN(discontiguousMaskSupported), "discontiguous IP mask",
+         "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
       IP(r.mirrorSessionIs("m"), CAN(ipMirrorSupported), "mirror", "mirror not supported",
          "<, mirroring action on IP ACL not supported"),
       IP(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
@@ -237,34 +239,38 @@ TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
   for (Row& row : maskRows()) all.push_back(row);
   for (const Row& row : all) {
     SCOPED_TRACE(row.what);
-    for (bool supported : {false, true}) {
-      if (supported && !row.support) continue;
-      build::SessionWorld world;
-      world.acl.paramConfig->aclSupportedIs(true);
-      world.acl.paramConfig->ip6AclSupportedIs(true);
-      if (row.prerequisite) row.prerequisite(*world.acl.paramConfig);
-      if (supported) row.support(*world.acl.paramConfig);
-      IpRuleConfig ipRule;
-      Ip6RuleConfig ip6Rule;
-      MacRuleConfig macRule;
-      row.use(ipRule, ip6Rule, macRule);
-      auto a = world.acl.config->configIs(row.type)->aclIs("a", row.type, false, false);
-      auto v = a->subConfigIs(UniqueId());
-      v->ipRuleByIdIs(UniqueId(), ipRule);
-      v->ip6RuleByIdIs(UniqueId(), ip6Rule);
-      v->macRuleByIdIs(UniqueId(), macRule);
-      a->currCfgIs(v);
-      world.acl.intfConfig->configIs(row.type)->intfIs(AclDirection::out)->intfIs(IntfId(String("Ethernet1")), "a");
-      auto s = world.session("a", row.type);
-      traces.clear();
-      EXPECT_EQ(s->dpAclOk(), supported);
-      if (supported) {
-        EXPECT_TRUE(s->errString().empty());
-      } else {
-        EXPECT_EQ(s->errString().size(), 1u);
-        EXPECT_EQ(s->errString(row.key), row.message);
-        EXPECT_TRUE(traces.contains(row.trace));
-        EXPECT_TRUE(traces.contains("<, false"));
+    // Each condition of a row decides on its own: the feature used or not on a platform that
+    // lacks it, and used on one that has it.
+    for (bool used : {false, true}) {
+      for (bool supported : {false, true}) {
+        if ((supported && !row.support) || (!used && supported)) continue;
+        build::SessionWorld world;
+        world.acl.paramConfig->aclSupportedIs(true);
+        world.acl.paramConfig->ip6AclSupportedIs(true);
+        if (row.prerequisite) row.prerequisite(*world.acl.paramConfig);
+        if (supported) row.support(*world.acl.paramConfig);
+        IpRuleConfig ipRule;
+        Ip6RuleConfig ip6Rule;
+        MacRuleConfig macRule;
+        if (used) row.use(ipRule, ip6Rule, macRule);
+        auto a = world.acl.config->configIs(row.type)->aclIs("a", row.type, false, false);
+        auto v = a->subConfigIs(UniqueId());
+        v->ipRuleByIdIs(UniqueId(), ipRule);
+        v->ip6RuleByIdIs(UniqueId(), ip6Rule);
+        v->macRuleByIdIs(UniqueId(), macRule);
+        a->currCfgIs(v);
+        world.acl.intfConfig->configIs(row.type)->intfIs(AclDirection::out)->intfIs(IntfId(String("Ethernet1")), "a");
+        auto s = world.session("a", row.type);
+        traces.clear();
+        EXPECT_EQ(s->dpAclOk(), supported || !used);
+        if (supported || !used) {
+          EXPECT_TRUE(s->errString().empty());
+        } else {
+          EXPECT_EQ(s->errString().size(), 1u);
+          EXPECT_EQ(s->errString(row.key), row.message);
+          EXPECT_TRUE(traces.contains(row.trace));
+          EXPECT_TRUE(traces.contains("<, false"));
+        }
       }
     }
   }
@@ -326,6 +332,22 @@ TEST_F(HwTest, VlanRowsApplyOnlyWhenBoundToAVlanInterface) {
   traces.clear();
   EXPECT_FALSE(s->dpAclDpiOk());
   EXPECT_TRUE(traces.contains("<, trying to attach to Vlan"));
+
+  // The two rows decide on their own conditions: a VACL rule without a VLAN match, a platform
+  // with VACLs, a VLAN match without a mask for the deep-inspection check.
+  acl.paramConfig->vaclSupportedIs(true);
+  s->errStringDelAll();
+  EXPECT_FALSE(s->dpAclOk());
+  EXPECT_EQ(s->errString().size(), 1u);
+  EXPECT_TRUE(s->errString().contains("vlan-vacl"));
+  acl.paramConfig->vaclSupportedIs(false);
+  rule.filterIs(build::ruleWith<IpRuleConfig>([&](IpFilter& f) { f.vlanMaskIs(0xFFF); }).filter());
+  installRule("web", AclType::ip, rule);
+  s->errStringDelAll();
+  EXPECT_FALSE(s->dpAclOk());
+  EXPECT_EQ(s->errString().size(), 1u);
+  EXPECT_TRUE(s->errString().contains("vacl"));
+  EXPECT_TRUE(s->dpAclDpiOk()) << "a mask without a VLAN matches no VLAN";
 }
 
 // ---- deep inspection and the pre-apply guard ------------------------------------------------
@@ -346,6 +368,31 @@ TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
   EXPECT_EQ(traces.messages("AclApi"),
             (std::vector<std::string>{"dpAclDpiOk", "<, DPI Nvgre not supported with non-zero skip"}));
   EXPECT_TRUE(s->errString().empty()) << "this check only traces";
+
+  // Every link of the chain refuses on its own match, and only with the skip.
+  const std::pair<std::function<void(IpFilter&)>, const char*> chain[] = {
+      {[](IpFilter& f) { f.greProtoMaskIs(1); }, "<, DPI Gre not supported with non-zero skip"},
+      {[](IpFilter& f) { f.tniIs(1); }, "<, DPI TNI not supported with non-zero skip"},
+      {[](IpFilter& f) { f.vxlanIs(true); }, "<, DPI Vxlan not supported with non-zero skip"},
+      {[](IpFilter& f) { f.vniIs(1); }, "<, DPI VNI not supported with non-zero skip"},
+      {[](IpFilter& f) { f.gtpIs(true); }, "<, DPI Gtp not supported with non-zero skip"},
+      {[](IpFilter& f) { f.teidIs(1); }, "<, DPI TEID not supported with non-zero skip"},
+      {[](IpFilter& f) { f.protocolIs(47); }, nullptr},  // GRE alone is not NVGRE
+      {[](IpFilter& f) { f.greProtoIs(0x6558); }, nullptr},
+  };
+  for (const auto& [match, refusal] : chain) {
+    installRule("web", AclType::ip, build::ruleWith<IpRuleConfig>(match));
+    traces.clear();
+    EXPECT_EQ(s->dpAclDpiOk(), refusal == nullptr) << (refusal ? refusal : "no refusal");
+    if (refusal) {
+      EXPECT_TRUE(traces.contains(refusal));
+    }
+  }
+  acl.paramConfig->dpiSkipNonZeroIs(false);
+  for (const auto& [match, refusal] : chain) {
+    installRule("web", AclType::ip, build::ruleWith<IpRuleConfig>(match));
+    EXPECT_TRUE(s->dpAclDpiOk());
+  }
 
   MacRuleConfig mpls = build::ruleWith<MacRuleConfig>([&](MacFilter& mf) { mf.mplsLabelIs(100); });
   installRule("m", AclType::mac, mpls);
