@@ -75,7 +75,7 @@ void StatusDpEntry::dpAclUpdateTimeChanged() {
   if (!owner_) return;
   // The session's observers may let go of the session or of this entry during the call.
   const Ptr<StatusDpEntry> self(fwkReferences() > 0 ? this : nullptr);
-  const Ptr<ApiSm> owner(owner_);
+  const Ptr<ApiSm> owner = fwk::sharedFromThis(*owner_);
   const String dataplane = statusDp_->name();
   owner->handleDpAclUpdateTime(dataplane);
 }
@@ -211,8 +211,9 @@ void ApiSm::spAclSubConfigIs(const Ptr<AclSubConfig>& subConfig) {
   const OperationScope scope(*this);
   // What the reactor watches follows the attribute, also when a failure puts it back.
   if (fwk::Transaction::recording(*this)) {
-    fwk::Transaction::undoWith(
-        [self = Ptr<ApiSm>(this), old = spAclSubConfig()] { self->scratchpadReactor_.notifierIs(old.get()); });
+    fwk::Transaction::undoWith([self = fwk::sharedFromThis(*this), old = spAclSubConfig()] {
+      self->scratchpadReactor_.notifierIs(old.get());
+    });
   }
   spAclSubConfigStore(subConfig);
   scratchpadReactor_.notifierIs(subConfig.get());
@@ -699,7 +700,7 @@ void ApiSm::statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry)
   FWK_ASSERT_TEXT(name == entry->statusDp()->name(), "fwkKey() == KeyFunktor()( _value )");
   if (const Ptr<StatusDpEntry>* old = statusDpEntry().find(name); old && *old != entry) {
     if (fwk::Transaction::recording(*this)) {
-      fwk::Transaction::undoWith([self = Ptr<ApiSm>(this), back = *old] { back->ownerIs(self.get()); });
+      fwk::Transaction::undoWith([self = fwk::sharedFromThis(*this), back = *old] { back->ownerIs(self.get()); });
     }
     (*old)->ownerDel();
   }
@@ -711,7 +712,7 @@ void ApiSm::statusDpEntryDel(const String& name) {
   // Whoever else holds the entry must not reach this session through it.
   if (const Ptr<StatusDpEntry>* entry = statusDpEntry().find(name)) {
     if (fwk::Transaction::recording(*this)) {
-      fwk::Transaction::undoWith([self = Ptr<ApiSm>(this), back = *entry] { back->ownerIs(self.get()); });
+      fwk::Transaction::undoWith([self = fwk::sharedFromThis(*this), back = *entry] { back->ownerIs(self.get()); });
     }
     (*entry)->ownerDel();
   }

@@ -125,14 +125,13 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
 // clang-format on
 
 class ACLKIT_EXPORT ApiSm : public fwk::Entity {
-  FWK_ENTITY(ApiSm, fwk::Entity, ACLKIT_ACL_API_SM_ATTRS)
+  FWK_ENTITY_WITH_DESTRUCTOR(ApiSm, fwk::Entity, ACLKIT_ACL_API_SM_ATTRS)
 
  public:
   ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Acl::Input::Config>& config,
         const Ptr<const Acl::ParamConfig>& paramConfig, const Ptr<Acl::IntfConfig>& intfConfig,
         const Ptr<Acl::HwConfig>& hwConfig, const Ptr<const Acl::Status>& aclStatus,
         const Ptr<const fwk::Dir>& statusDpDir, const Ptr<Acl::UdfAlias>& udfAliasDir);
-  ~ApiSm() override;
 
   // ---- session object ----
   void handleInitialized();

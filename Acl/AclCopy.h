@@ -95,11 +95,10 @@ ACLKIT_EXPORT Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<
 
 // Holds the ACL configuration copy handler of a configuration session framework.
 class ACLKIT_EXPORT AclConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY(AclConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+  FWK_ENTITY_WITH_DESTRUCTOR(AclConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclConfigCopyHandlerDir(const String& name) : Entity(name) {}
-  ~AclConfigCopyHandlerDir() override;
   // The handler, created (and parented here) on first call.
   Ptr<AclConfigCopyHandler> copyHandlerIs();
   void copyHandlerDel();
@@ -111,11 +110,10 @@ class ACLKIT_EXPORT AclConfigCopyHandlerDir : public fwk::Entity {
 // clang-format on
 
 class ACLKIT_EXPORT AclIntfConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+  FWK_ENTITY_WITH_DESTRUCTOR(AclIntfConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclIntfConfigCopyHandlerDir(const String& name) : Entity(name) {}
-  ~AclIntfConfigCopyHandlerDir() override;
   // The handler for `config`: kept when it already serves that configuration, else replaced.
   Ptr<AclIntfConfigCopyHandler> copyHandlerIs(const Ptr<Input::Config>& config);
   void copyHandlerDel();

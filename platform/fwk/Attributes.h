@@ -123,7 +123,7 @@ struct ACLKIT_EXPORT CollectionAccess {
       undoRecord([target = UndoTarget(parent), &map, key, id] { childDel(*target, map, key, id); });
     }
     Ptr<E> child;
-    if constexpr (std::is_constructible_v<E, const K&, Args...>) {
+    if constexpr (NewableFrom<E, const K&, Args...>) {
       child = new E(key, std::forward<Args>(args)...);
     } else {
       child = new E(std::forward<Args>(args)...);
@@ -365,8 +365,24 @@ struct ACLKIT_EXPORT CollectionAccess {
 #define FWK_CASE_children(name, K, E) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_customChildren(name, K, E) FWK_CASE_KEYED_(name, K)
 
-// Inside the class body of an entity type.
-#define FWK_ENTITY(Class, Base, LIST)                                                                         \
+// Inside the class body of an entity type. Entities live on the heap, held by Ptr: the
+// destructor is protected, so an entity on the stack or by value does not compile. A type
+// whose destructor has work to do declares it with FWK_ENTITY_WITH_DESTRUCTOR and defines it.
+#define FWK_ENTITY(Class, Base, LIST) \
+  FWK_ENTITY_BODY_(Class, Base, LIST) \
+                                      \
+ protected:                           \
+  ~Class() override = default;        \
+                                      \
+ public:
+#define FWK_ENTITY_WITH_DESTRUCTOR(Class, Base, LIST) \
+  FWK_ENTITY_BODY_(Class, Base, LIST)                 \
+                                                      \
+ protected:                                           \
+  ~Class() override;                                  \
+                                                      \
+ public:
+#define FWK_ENTITY_BODY_(Class, Base, LIST)                                                                   \
  public:                                                                                                      \
   using FwkBase = Base;                                                                                       \
   static const ::fwk::TypeInfo& staticType();                                                                 \

@@ -7,7 +7,7 @@ namespace fwk {
 FWK_ENTITY_DEFINE(Dir, FWK_DIR_ATTRS)
 
 Ptr<Entity> Dir::lookup(std::string_view path) const {
-  Ptr<Entity> current(const_cast<Dir*>(this));
+  Ptr<Entity> current = sharedFromThis<Entity>(const_cast<Dir&>(*this));
   while (!path.empty()) {
     std::string_view part = path.substr(0, path.find('/'));
     path.remove_prefix(std::min(path.size(), part.size() + 1));

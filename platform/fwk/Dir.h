@@ -32,7 +32,7 @@ class ACLKIT_EXPORT Dir : public Entity {
   Ptr<T> entityIs(const String& name, Args&&... args) {
     if (Ptr<Entity> existing = entity_.valueOr(name)) return cast<T>(existing);
     Ptr<T> child;
-    if constexpr (std::is_constructible_v<T, const String&, Args...>) {
+    if constexpr (NewableFrom<T, const String&, Args...>) {
       child = new T(name, std::forward<Args>(args)...);
     } else {
       child = new T(std::forward<Args>(args)...);

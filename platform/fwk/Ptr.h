@@ -46,9 +46,14 @@ class ACLKIT_EXPORT RefCounted {
   RefCounted(const RefCounted&) = delete;
   RefCounted& operator=(const RefCounted&) = delete;
 
-  [[nodiscard]] std::uint32_t fwkReferences() const noexcept { return refs_; }
+  // Counted references held now; 0 for an object nobody holds or one being destroyed.
+  [[nodiscard]] std::uint32_t fwkReferences() const noexcept {
+    const std::uint32_t refs = refs_;
+    return refs == destroying ? 0 : refs;
+  }
 
   void fwkRef() const noexcept {
+    FWK_DEBUG_ASSERT(refs_ != destroying);  // a reference taken while the object is destroyed
 #if FWK_THREAD_SAFE_PTR
     refs_.fetch_add(1, std::memory_order_relaxed);
 #else
@@ -57,22 +62,32 @@ class ACLKIT_EXPORT RefCounted {
   }
 
   void fwkUnref() const noexcept {
+    FWK_DEBUG_ASSERT(refs_ != 0 && refs_ != destroying);  // released more often than taken
 #if FWK_THREAD_SAFE_PTR
-    if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) zeroReferences();
+    if (refs_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
 #else
-    if (--refs_ == 0) zeroReferences();
+    if (--refs_ != 0) return;
 #endif
+#ifndef NDEBUG
+    refs_ = destroying;
+#endif
+    zeroReferences();
   }
 
  protected:
   RefCounted() = default;
-  virtual ~RefCounted() = default;
+  virtual ~RefCounted() {
+    FWK_DEBUG_ASSERT(refs_ == 0 || refs_ == destroying);  // deleted while someone holds it
+  }
   // Runs when the last reference goes away.
   virtual void zeroReferences() const noexcept {
     delete this;
   }
 
  private:
+  // Debug builds mark an object whose last reference went, so that a reference taken or
+  // dropped during its destruction is caught instead of freeing it twice.
+  static constexpr std::uint32_t destroying = 0xDEADDEADU;
   mutable RefCount refs_{0};
 };
 
@@ -147,6 +162,22 @@ class ACLKIT_EXPORT Ptr {
 
   T* raw_ = nullptr;
 };
+
+// T can be made on the heap from Args. Unlike std::is_constructible it does not ask for a
+// public destructor, which heap-only types (entities) do not have.
+template <class T, class... Args>
+concept NewableFrom = requires(Args&&... args) {
+  new T(std::forward<Args>(args)...);
+};
+
+// A counted reference to an object that is already held, for code that hands itself on
+// (`sharedFromThis(*this)`). An object nobody holds is refused: a Ptr made from it would free
+// it when it goes, and it may not even live on the heap.
+template <class T>
+Ptr<T> sharedFromThis(T& object) {
+  FWK_ASSERT_TEXT(object.fwkReferences() > 0, "a counted reference to an object nobody holds");
+  return Ptr<T>(&object);
+}
 
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {

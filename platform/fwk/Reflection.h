@@ -272,7 +272,7 @@ class ChildrenAttr final : public AttrInfo {
         child->hasNotificationActiveIs(true);
         CollectionAccess::adoptChild<E>(dest, to, key, child, id());
         return child;
-      } else if constexpr (std::is_constructible_v<E, const K&> || std::is_default_constructible_v<E>) {
+      } else if constexpr (NewableFrom<E, const K&> || NewableFrom<E>) {
         return CollectionAccess::childIs<E>(dest, to, key, id());
       }
     }
@@ -419,10 +419,10 @@ const TypeInfo& buildType(Fill fill) {
   fill(builder);
   // Types that can be made from nothing or from a name get a factory for free, so that a
   // generic copy can create them in a directory.
-  if constexpr (std::is_default_constructible_v<C>) {
+  if constexpr (NewableFrom<C>) {
     type->factoryIs(makeOp<&constructDefault<C>>(C::fwkTypeName()));
   }
-  if constexpr (std::is_constructible_v<C, String>) {
+  if constexpr (NewableFrom<C, String>) {
     type->factoryIs(makeOp<&constructNamed<C>>(C::fwkTypeName()));
   }
   return *type;
@@ -500,6 +500,7 @@ bool copyAttributes(Entity& dest, const Entity& src, CopyContext& context, const
   }
 
 #define FWK_ENTITY_DEFINE_WITH_OPS(Class, LIST, OPS)                                                                \
+  static_assert(!std::is_destructible_v<Class>, #Class " must live on the heap: declare it with FWK_ENTITY");       \
   const ::fwk::TypeInfo& Class::staticType() {                                                                      \
     static const ::fwk::TypeInfo& type = ::fwk::detail::buildType<Class>([](::fwk::detail::TypeBuilder<Class>& b) { \
       using C [[maybe_unused]] = Class;                                                                             \

@@ -60,8 +60,7 @@ bool EntityCopy::copyTree(const Ptr<Entity>& destRoot, const Ptr<const Entity>& 
 bool EntityCopy::copyEntity(const Ptr<Entity>& destEntity, const Ptr<const Entity>& srcEntity, const String& path) {
   Ptr<EntityCopyHandler> chosen = registry_ ? registry_->handler(srcEntity->fwkType()) : nullptr;
   if (!chosen) chosen = handler();
-  Ptr<EntityCopy> self(this);
-  if (chosen) return chosen->handleEntity(self, destEntity, srcEntity, path);
+  if (chosen) return chosen->handleEntity(fwk::sharedFromThis(*this), destEntity, srcEntity, path);
   return doCopyEntityAttrs(destEntity, srcEntity, path, nullptr);
 }
 
@@ -72,7 +71,7 @@ bool EntityCopy::copyChild(Entity& destEntity, const Entity& srcEntity, const St
 Entity* EntityCopy::resolveEntityPtr(const Entity* srcTarget) {
   Ptr<EntityCopyHandler> chosen = registry_ ? registry_->handler(srcTarget->fwkType()) : nullptr;
   if (!chosen) chosen = handler();
-  Ptr<Entity> resolved = chosen ? chosen->resolveEntityPtr(Ptr<EntityCopy>(this), Ptr<const Entity>(srcTarget))
+  Ptr<Entity> resolved = chosen ? chosen->resolveEntityPtr(fwk::sharedFromThis(*this), Ptr<const Entity>(srcTarget))
                                 : counterpart(Ptr<const Entity>(srcTarget));
   return resolved.get();
 }
