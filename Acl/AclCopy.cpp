@@ -30,11 +30,7 @@ fwk::TraceFacility& traceCopy() {
 // rule reads as the default rule. Compared in place: no copy, no allocation.
 template <class Map>
 bool sameRuleContent(const Map& mapA, const UniqueId& idA, const Map& mapB, const UniqueId& idB) {
-  using Rule = typename Map::mapped_type;
-  const Rule* a = mapA.find(idA);
-  const Rule* b = mapB.find(idB);
-  const Rule& none = fwk::detail::defaultValue<Rule>();
-  return (a ? *a : none) == (b ? *b : none);
+  return mapA.valueOr(idA) == mapB.valueOr(idB);
 }
 
 // Two ordered maps are the same when they hold as many entries and `same` accepts every
@@ -65,16 +61,14 @@ void AclConfigCopyHandler::initialize() {
 
 Ptr<AttributeFilter> AclConfigCopyHandler::filteredAttributeIs() {
   if (filteredAttribute()) return filteredAttribute();
-  Ptr<AttributeFilter> filter(new AttributeFilter(String("filteredAttribute")));
+  Ptr<AttributeFilter> filter(new AttributeFilter());
   filter->hasNotificationActiveIs(true);
-  fwk::EntityLinks::parentIs(*filter, this);
-  filteredAttributeStore(filter);
+  filteredAttributeAdopt(filter);
   return filter;
 }
 
 void AclConfigCopyHandler::filteredAttributeDel() {
-  if (Ptr<AttributeFilter> filter = filteredAttribute()) fwk::EntityLinks::parentIs(*filter, nullptr);
-  filteredAttributeStore(nullptr);
+  filteredAttributeAdopt(nullptr);
 }
 
 bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclSubConfig>& a,
@@ -294,52 +288,28 @@ Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config>
 
 // ---- handler directories -------------------------------------------------------------
 
-namespace {
-template <class Handler>
-void adoptHandler(fwk::Entity& dir, const Ptr<Handler>& handler) {
-  handler->hasNotificationActiveIs(true);
-  fwk::EntityLinks::nameIs(*handler, String("copyHandler"));
-  fwk::EntityLinks::parentIs(*handler, &dir);
-}
-template <class Handler>
-void releaseHandler(const Ptr<Handler>& handler) {
-  if (handler) fwk::EntityLinks::parentIs(*handler, nullptr);
-}
-}  // namespace
-
-AclConfigCopyHandlerDir::~AclConfigCopyHandlerDir() {
-  releaseHandler(copyHandler());
-}
-
 Ptr<AclConfigCopyHandler> AclConfigCopyHandlerDir::copyHandlerIs() {
   if (copyHandler()) return copyHandler();
   Ptr<AclConfigCopyHandler> handler(new AclConfigCopyHandler());
-  adoptHandler(*this, handler);
-  copyHandlerStore(handler);
+  handler->hasNotificationActiveIs(true);
+  copyHandlerAdopt(handler);
   return handler;
 }
 
 void AclConfigCopyHandlerDir::copyHandlerDel() {
-  releaseHandler(copyHandler());
-  copyHandlerStore(nullptr);
-}
-
-AclIntfConfigCopyHandlerDir::~AclIntfConfigCopyHandlerDir() {
-  releaseHandler(copyHandler());
+  copyHandlerAdopt(nullptr);
 }
 
 Ptr<AclIntfConfigCopyHandler> AclIntfConfigCopyHandlerDir::copyHandlerIs(const Ptr<Input::Config>& config) {
   if (copyHandler() && copyHandler()->config() == config) return copyHandler();
-  releaseHandler(copyHandler());
   Ptr<AclIntfConfigCopyHandler> handler(new AclIntfConfigCopyHandler(config));
-  adoptHandler(*this, handler);
-  copyHandlerStore(handler);
+  handler->hasNotificationActiveIs(true);
+  copyHandlerAdopt(handler);
   return handler;
 }
 
 void AclIntfConfigCopyHandlerDir::copyHandlerDel() {
-  releaseHandler(copyHandler());
-  copyHandlerStore(nullptr);
+  copyHandlerAdopt(nullptr);
 }
 
 Ptr<AclConfigCopyHandlerDir> aclConfigCopyHandlerDirFactory(String name) {

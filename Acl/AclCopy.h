@@ -25,7 +25,7 @@ using Cli::Session::EntityCopy;
 
 // clang-format off
 #define ACLKIT_ACL_CONFIG_COPY_HANDLER_ATTRS(A) \
-  A(constScalar, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
+  A(ownedChild, filteredAttribute, fwk::Ptr<Cli::Session::AttributeFilter>, {})
 // clang-format on
 
 // clang-format off
@@ -90,12 +90,12 @@ class ACLKIT_EXPORT AclIntfConfigCopyHandler : public Cli::Session::EntityCopyGl
 ACLKIT_EXPORT Ptr<AclIntfConfigCopyHandler> aclIntfConfigCopyHandlerFactory(Ptr<Input::Config> config);
 
 // clang-format off
-#define ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(constScalar, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
+#define ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS(A) A(ownedChild, copyHandler, fwk::Ptr<AclConfigCopyHandler>, {})
 // clang-format on
 
 // Holds the ACL configuration copy handler of a configuration session framework.
 class ACLKIT_EXPORT AclConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY_WITH_DESTRUCTOR(AclConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
+  FWK_ENTITY(AclConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclConfigCopyHandlerDir(const String& name) : Entity(name) {}
@@ -106,11 +106,11 @@ class ACLKIT_EXPORT AclConfigCopyHandlerDir : public fwk::Entity {
 
 // clang-format off
 #define ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS(A) \
-  A(constScalar, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
+  A(ownedChild, copyHandler, fwk::Ptr<AclIntfConfigCopyHandler>, {})
 // clang-format on
 
 class ACLKIT_EXPORT AclIntfConfigCopyHandlerDir : public fwk::Entity {
-  FWK_ENTITY_WITH_DESTRUCTOR(AclIntfConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
+  FWK_ENTITY(AclIntfConfigCopyHandlerDir, fwk::Entity, ACLKIT_ACL_INTF_CONFIG_COPY_HANDLER_DIR_ATTRS)
 
  public:
   explicit AclIntfConfigCopyHandlerDir(const String& name) : Entity(name) {}

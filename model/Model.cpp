@@ -31,13 +31,13 @@ void ParamConfig::allSupportedIs(bool supported) {
 
 AclMounts mountAcl(fwk::StateStore& store) {
   AclMounts m;
-  m.config = store.mount<Input::Config>(fwk::mountPoint::aclInputConfig);
-  m.intfConfig = store.mount<IntfConfig>(fwk::mountPoint::aclIntfConfig);
-  m.paramConfig = store.mount<ParamConfig>(fwk::mountPoint::aclParamConfig);
-  m.hwConfig = store.mount<HwConfig>(fwk::mountPoint::aclHwConfig);
-  m.status = store.mount<Status>(fwk::mountPoint::aclStatus);
-  m.statusDpDir = store.mount<fwk::Dir>(fwk::mountPoint::aclStatusDpDir);
-  m.udfAlias = store.mount<UdfAlias>(fwk::mountPoint::aclUdfAlias);
+  m.config = store.mount<Input::Config>(mountPoint::inputConfig);
+  m.intfConfig = store.mount<IntfConfig>(mountPoint::intfConfig);
+  m.paramConfig = store.mount<ParamConfig>(mountPoint::paramConfig);
+  m.hwConfig = store.mount<HwConfig>(mountPoint::hwConfig);
+  m.status = store.mount<Status>(mountPoint::status);
+  m.statusDpDir = store.mount<fwk::Dir>(mountPoint::statusDpDir);
+  m.udfAlias = store.mount<UdfAlias>(mountPoint::udfAlias);
   return m;
 }
 

@@ -4,6 +4,8 @@
 //   acl.config->configIs(Acl::AclType::ip);
 #pragma once
 
+#include <string_view>
+
 #include "aclkit/model/AclConfig.h"
 #include "aclkit/model/IntfConfig.h"
 #include "aclkit/model/Platform.h"
@@ -16,6 +18,17 @@ class StateStore;
 }
 
 namespace Acl {
+
+// Where the ACL model lives in the store.
+namespace mountPoint {
+inline constexpr std::string_view inputConfig = "acl/input/config";
+inline constexpr std::string_view intfConfig = "acl/input/intf";
+inline constexpr std::string_view paramConfig = "acl/param";
+inline constexpr std::string_view hwConfig = "acl/hw/config";
+inline constexpr std::string_view status = "acl/status/all";
+inline constexpr std::string_view statusDpDir = "acl/status/dp";
+inline constexpr std::string_view udfAlias = "acl/input/udfAlias";
+}  // namespace mountPoint
 
 struct ACLKIT_EXPORT AclMounts {
   Ptr<Input::Config> config;

@@ -86,10 +86,10 @@ RangeMatch RangeMatch::fwkParse(std::string_view text) {
   for (std::string_view w : split(text, ' ')) {
     if (!w.empty()) words.push_back(w);
   }
-  if (words.empty()) fwk::detail::parseFailed(String("RangeMatch"), text);
+  if (words.empty()) fwk::parseFailed(String("RangeMatch"), text);
   ValueOp op = fwk::enumFromName<ValueOp>(words[0]);
   std::size_t wanted = op == ValueOp::any ? 1 : op == ValueOp::range ? 3 : 2;
-  if (words.size() != wanted) fwk::detail::parseFailed(String("RangeMatch"), text);
+  if (words.size() != wanted) fwk::parseFailed(String("RangeMatch"), text);
   U16 low = wanted > 1 ? fwk::parseValue<U16>(words[1]) : 0;
   U16 high = wanted > 2 ? fwk::parseValue<U16>(words[2]) : 0;
   return RangeMatch(op, low, high);

@@ -39,6 +39,9 @@
 //                                existing one) with its parent link set, NDel(key),
 //                                NDel(iterator) (the entry it stands on; end() removes
 //                                nothing), NDelAll()
+//   ownedChild(N, Ptr<E>, {})    one child entity: N(), protected NAdopt(child) (null lets
+//                                go); the framework keeps the child's parent link and name
+//                                (N when it has none). Read-only to reflection, not copied
 //   customChildren(N, K, E)      the same without NIs: the class creates children itself
 //                                (through fwk::detail::CollectionAccess::adoptChild), for
 //                                collections of mixed entity types
@@ -59,6 +62,22 @@
 #include "aclkit/platform/fwk/Transaction.h"
 
 namespace fwk::detail {
+
+// Clears the parent link of an owned child when its owner goes (declared after the slot, so
+// it runs while the slot still holds the child).
+template <class P>
+class ChildLinkRelease {
+ public:
+  explicit ChildLinkRelease(const P& slot) noexcept : slot_(slot) {}
+  ChildLinkRelease(const ChildLinkRelease&) = delete;
+  ChildLinkRelease& operator=(const ChildLinkRelease&) = delete;
+  ~ChildLinkRelease() {
+    if (slot_) EntityLinks::parentIs(*slot_, nullptr);
+  }
+
+ private:
+  const P& slot_;
+};
 
 // The entity a record of a transaction restores, held for as long as the record lives.
 class UndoTarget {
@@ -134,6 +153,29 @@ struct ACLKIT_EXPORT CollectionAccess {
     map.assign(key, child);
     parent.notify(id, &key);
     return child;
+  }
+
+  // Makes `child` (or nobody) the entity's one child in `slot`, with its parent link.
+  template <class E>
+  static void setOwnedChild(Entity& owner, Ptr<E>& slot, const Ptr<E>& child, const char* name, AttrId id) {
+    if (slot == child) return;
+    if (child && child->parent() && child->parent() != &owner) {
+      throw Error("entity '" + child->fullName().str() + "' already has a parent");
+    }
+    const Ptr<E> old = slot;
+    auto link = [&owner](const Ptr<E>& adopted, const Ptr<E>& released) {
+      if (released && released->parent() == &owner) EntityLinks::parentIs(*released, nullptr);
+      if (adopted) EntityLinks::parentIs(*adopted, &owner);
+    };
+    if (child && child->name().empty()) EntityLinks::nameIs(*child, String(name));
+    link(child, old);
+    try {
+      setScalar(owner, slot, child, id);
+    } catch (...) {
+      link(old, child);
+      throw;
+    }
+    if (undoRecording(owner)) undoRecord([link, child, old] { link(old, child); });
   }
 
   // Inserts an existing entity as a child (replacing what stood under key).
@@ -260,6 +302,18 @@ struct ACLKIT_EXPORT CollectionAccess {
                                                                                            \
  private:                                                                                  \
   T name##_ = def;
+#define FWK_DECL_ownedChild(name, T, def)                                                             \
+ public:                                                                                              \
+  FWK_DECL_SCALAR_READ_(name, T)                                                                      \
+                                                                                                      \
+ protected:                                                                                           \
+  void name##Adopt(const T& child) {                                                                  \
+    ::fwk::detail::CollectionAccess::setOwnedChild(*this, name##_, child, #name, FWK_ATTR_ID_(name)); \
+  }                                                                                                   \
+                                                                                                      \
+ private:                                                                                             \
+  T name##_ = def;                                                                                    \
+  ::fwk::detail::ChildLinkRelease<T> name##Release_{name##_};
 #define FWK_DECL_MAP_(Map, name, K, V)                                                       \
  public:                                                                                     \
   FWK_DECL_MAP_READ_(Map, name, K, V)                                                        \
@@ -334,6 +388,8 @@ struct ACLKIT_EXPORT CollectionAccess {
   virtual void name##Changed() {}
 #define FWK_HANDLER_statusScalar(name, ...) \
   virtual void name##Changed() {}
+#define FWK_HANDLER_ownedChild(name, ...) \
+  virtual void name##Changed() {}
 #define FWK_HANDLER_orderedMap(name, K, V) \
   virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_hashMap(name, K, V) \
@@ -359,6 +415,7 @@ struct ACLKIT_EXPORT CollectionAccess {
 #define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_nonNullScalar(name, ...) FWK_CASE_SCALAR_(name)
+#define FWK_CASE_ownedChild(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_customOrderedMap(name, K, V) FWK_CASE_KEYED_(name, K)

@@ -5,6 +5,10 @@
 
 namespace fwk {
 
+void parseFailed(const String& typeName, std::string_view text) {
+  throw TypeConversionError("cannot read a " + typeName.str() + " from '" + std::string(text) + "'");
+}
+
 namespace detail {
 
 struct StrepStream::Impl {
@@ -17,10 +21,6 @@ std::ostream& StrepStream::os() {
 }
 std::string StrepStream::str() const {
   return impl_->os.str();
-}
-
-void parseFailed(const String& typeName, std::string_view text) {
-  throw TypeConversionError("cannot read a " + typeName.str() + " from '" + std::string(text) + "'");
 }
 
 bool parseBool(std::string_view text, bool& out) {

@@ -168,8 +168,11 @@ struct TypeName<Ptr<E>> {
 
 // ---- parsing -------------------------------------------------------------------------
 
-namespace detail {
+// Raises TypeConversionError "cannot read a <type> from '<text>'": what a type's fwkParse
+// raises for text it cannot read.
 [[noreturn]] ACLKIT_EXPORT void parseFailed(const String& typeName, std::string_view text);
+
+namespace detail {
 ACLKIT_EXPORT bool parseBool(std::string_view text, bool& out);
 ACLKIT_EXPORT bool parseSigned(std::string_view text, std::int64_t& out);
 ACLKIT_EXPORT bool parseUnsigned(std::string_view text, std::uint64_t& out);
@@ -180,23 +183,23 @@ template <class T>
 T parseValue(std::string_view text) {
   if constexpr (std::is_same_v<T, bool>) {
     bool b = false;
-    if (!detail::parseBool(text, b)) detail::parseFailed(typeNameOf<T>(), text);
+    if (!detail::parseBool(text, b)) parseFailed(typeNameOf<T>(), text);
     return b;
   } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
     std::int64_t n = 0;
     if (!detail::parseSigned(text, n) || n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) {
-      detail::parseFailed(typeNameOf<T>(), text);
+      parseFailed(typeNameOf<T>(), text);
     }
     return static_cast<T>(n);
   } else if constexpr (std::is_integral_v<T>) {
     std::uint64_t n = 0;
     if (!detail::parseUnsigned(text, n) || n > std::numeric_limits<T>::max()) {
-      detail::parseFailed(typeNameOf<T>(), text);
+      parseFailed(typeNameOf<T>(), text);
     }
     return static_cast<T>(n);
   } else if constexpr (std::is_floating_point_v<T>) {
     double d = 0;
-    if (!detail::parseDouble(text, d)) detail::parseFailed(typeNameOf<T>(), text);
+    if (!detail::parseDouble(text, d)) parseFailed(typeNameOf<T>(), text);
     return static_cast<T>(d);
   } else if constexpr (std::is_same_v<T, String>) {
     return String(text);
@@ -208,7 +211,7 @@ T parseValue(std::string_view text) {
   } else if constexpr (requires { T::fwkParse(text); }) {
     return T::fwkParse(text);
   } else {
-    detail::parseFailed(typeNameOf<T>(), text);
+    parseFailed(typeNameOf<T>(), text);
   }
 }
 

@@ -2,8 +2,8 @@
 // status entities live, found by path and created on demand.
 //
 //   fwk::StateStore& store = fwk::StateStore::instance();    // the default store
-//   auto config = store.mount<Acl::Input::Config>(fwk::mountPoint::aclInputConfig);
-//   auto dpDir = store.mount<fwk::Dir>(fwk::mountPoint::statusDpDir);
+//   auto config = store.mount<Acl::Input::Config>("acl/input/config");
+//   auto dpDir = store.mount<fwk::Dir>("acl/status/dp");
 //
 // mount<T>(path) creates the missing directories and, at the end of the path, a T, then
 // returns that same T on every later call (TypeConversionError if the path holds another
@@ -17,17 +17,6 @@
 #include "aclkit/platform/fwk/Export.h"
 
 namespace fwk {
-
-// Where the ACL model lives in the store.
-namespace mountPoint {
-inline constexpr std::string_view aclInputConfig = "acl/input/config";
-inline constexpr std::string_view aclIntfConfig = "acl/input/intf";
-inline constexpr std::string_view aclParamConfig = "acl/param";
-inline constexpr std::string_view aclHwConfig = "acl/hw/config";
-inline constexpr std::string_view aclStatus = "acl/status/all";
-inline constexpr std::string_view aclStatusDpDir = "acl/status/dp";
-inline constexpr std::string_view aclUdfAlias = "acl/input/udfAlias";
-}  // namespace mountPoint
 
 class ACLKIT_EXPORT StateStore {
  public:

@@ -109,7 +109,7 @@ TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {
   fwk::StateStore store;
   AclMounts mounts = mountAcl(store);
   EXPECT_EQ(mountAcl(store).config, mounts.config);
-  EXPECT_EQ(store.find(fwk::mountPoint::aclIntfConfig), mounts.intfConfig);
+  EXPECT_EQ(store.find(Acl::mountPoint::intfConfig), mounts.intfConfig);
   EXPECT_EQ(mounts.intfConfig->config(AclType::ip), nullptr);
   Ptr<AclIntf> in = mounts.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in);
   in->intfIs(IntfId(String("Ethernet1")), "acl1");

@@ -12,21 +12,21 @@ using sample::Node;
 
 TEST(StateStoreTest, MountCreatesOnceAndFindsByPath) {
   StateStore store;
-  Ptr<Node> config = store.mount<Node>(fwk::mountPoint::aclInputConfig);
-  EXPECT_EQ(store.mount<Node>(fwk::mountPoint::aclInputConfig), config);
+  Ptr<Node> config = store.mount<Node>("acl/input/config");
+  EXPECT_EQ(store.mount<Node>("acl/input/config"), config);
   EXPECT_EQ(config->fullName(), "/acl/input/config");
   EXPECT_EQ(store.find("acl/input/config"), config);
   EXPECT_TRUE(fwk::dynCast<Dir>(store.find("acl/input")));
   EXPECT_TRUE(config->hasNotificationActive());
-  EXPECT_THROW(store.mount<Dir>(fwk::mountPoint::aclInputConfig), fwk::TypeConversionError);
+  EXPECT_THROW(store.mount<Dir>("acl/input/config"), fwk::TypeConversionError);
   EXPECT_THROW(store.mount<Dir>(""), fwk::Error);
 }
 
 TEST(StateStoreTest, TheDefaultStoreIsShared) {
-  Ptr<Dir> dp = StateStore::instance().mount<Dir>(fwk::mountPoint::aclStatusDpDir);
-  EXPECT_EQ(StateStore::instance().find(fwk::mountPoint::aclStatusDpDir), dp);
+  Ptr<Dir> dp = StateStore::instance().mount<Dir>("acl/status/dp");
+  EXPECT_EQ(StateStore::instance().find("acl/status/dp"), dp);
   StateStore isolated;
-  EXPECT_EQ(isolated.find(fwk::mountPoint::aclStatusDpDir), nullptr);
+  EXPECT_EQ(isolated.find("acl/status/dp"), nullptr);
 }
 
 }  // namespace
