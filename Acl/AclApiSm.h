@@ -19,6 +19,7 @@
 
 #include "aclkit/Acl/AclCopy.h"
 #include "aclkit/model/AclConfig.h"
+#include "aclkit/model/Family.h"
 #include "aclkit/model/IntfConfig.h"
 #include "aclkit/model/Platform.h"
 #include "aclkit/model/Udf.h"
@@ -269,10 +270,8 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   // Attach, detach and their revert need an interface configuration to write to.
   ApiState notConfigured();
   ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
-  template <class Rule, class Map>
-  ApiState removeByContent(AclType family, const Rule& rule, const Map& (Acl::AclSubConfig::*byId)() const,
-                           void (Acl::AclSubConfig::*del)(const Acl::UniqueId&),
-                           void (ApiSm::*update)(const Rule&, std::int32_t));
+  template <Acl::AclType Type>
+  ApiState removeByContent(const typename Acl::Family<Type>::Rule& rule);
 
   ScratchpadReactor scratchpadReactor_{*this};
 };

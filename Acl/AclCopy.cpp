@@ -3,6 +3,7 @@
 #include <set>
 #include <vector>
 
+#include "aclkit/model/Family.h"
 #include "aclkit/platform/fwk/Reflection.h"
 #include "aclkit/platform/trace/Trace.h"
 
@@ -76,18 +77,18 @@ bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclS
   if (a->opaque()) return b->opaque();
   if (b->opaque()) return false;
   if (a->countersEnabled() != b->countersEnabled() || a->fragmentsEnabled() != b->fragmentsEnabled()) return false;
-  return sameInOrder("equalRuleConfig", "rule count mismatch - ", a->ruleBySequence(), b->ruleBySequence(),
-                     [&](const auto& x, const auto& y) {
-                       switch (aclType) {
-                         case AclType::ip:
-                           return sameRuleContent(a->ipRuleById(), x.second, b->ipRuleById(), y.second);
-                         case AclType::ipv6:
-                           return sameRuleContent(a->ip6RuleById(), x.second, b->ip6RuleById(), y.second);
-                         case AclType::mac:
-                           return sameRuleContent(a->macRuleById(), x.second, b->macRuleById(), y.second);
-                       }
-                       return true;  // an unknown family has no rule contents to compare
-                     });
+  auto rulesInOrder = [&](auto same) {
+    return sameInOrder("equalRuleConfig", "rule count mismatch - ", a->ruleBySequence(), b->ruleBySequence(), same);
+  };
+  bool equal = false;
+  const bool known = withFamily(aclType, [&](auto family) {
+    using F = decltype(family);
+    equal = rulesInOrder([&](const auto& x, const auto& y) {
+      return sameRuleContent(F::records(*a), x.second, F::records(*b), y.second);
+    });
+  });
+  // A type that names no family has no rule contents to compare; the counts still must agree.
+  return known ? equal : rulesInOrder([](const auto&, const auto&) { return true; });
 }
 
 bool AclConfigCopyHandler::equalSequence(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {

@@ -24,9 +24,9 @@ FWK_ENTITY_DEFINE(Config, ACLKIT_ACL_INPUT_CONFIG_ATTRS)
 }  // namespace Input
 
 void ParamConfig::allSupportedIs(bool supported) {
-  for (const fwk::AttrInfo* attr : fwkType().attrs()) {
-    if (attr->name().view().ends_with("Supported")) attr->set(*this, fwk::Value(supported));
-  }
+#define ACLKIT_ACL_SET_CAPABILITY_(kind, name, T, def) name##Is(supported);
+  ACLKIT_ACL_CAPABILITIES(ACLKIT_ACL_SET_CAPABILITY_)
+#undef ACLKIT_ACL_SET_CAPABILITY_
 }
 
 AclMounts mountAcl(fwk::StateStore& store) {

@@ -8,39 +8,46 @@
 
 namespace Acl {
 
-// One flag per capability; a platform that publishes nothing supports nothing.
-// dpiSkipNonZero and mplsSkipNonZero say that the deep-inspection and MPLS skip in force
-// are non-zero (such matches cannot then be programmed).
+// What the platform can program, one flag per feature, declared once: the attributes of
+// ParamConfig and allSupportedIs both come from this list. A platform that publishes
+// nothing supports nothing.
 // clang-format off
-#define ACLKIT_ACL_PARAM_CONFIG_ATTRS(A)                        \
-  A(scalar, aclSupported, bool, false)                   \
-  A(scalar, ip6AclSupported, bool, false)                \
-  A(scalar, discontiguousMaskSupported, bool, false)     \
-  A(scalar, ipMirrorSupported, bool, false)              \
-  A(scalar, ip6MirrorSupported, bool, false)             \
-  A(scalar, macMirrorSupported, bool, false)             \
-  A(scalar, copyToCpuSupported, bool, false)             \
-  A(scalar, loggingSupported, bool, false)               \
-  A(scalar, ipDscpSupported, bool, false)                \
-  A(scalar, ip6DscpSupported, bool, false)               \
-  A(scalar, ipDscpMaskSupported, bool, false)            \
-  A(scalar, ip6DscpMaskSupported, bool, false)           \
-  A(scalar, ecnSupported, bool, false)                   \
-  A(scalar, ipLengthSupported, bool, false)              \
-  A(scalar, outerVlanSupported, bool, false)             \
-  A(scalar, innerVlanSupported, bool, false)             \
-  A(scalar, dpiNvgreSupported, bool, false)              \
-  A(scalar, dpiGreSupported, bool, false)                \
-  A(scalar, dpiVxlanSupported, bool, false)              \
-  A(scalar, dpiGtpSupported, bool, false)                \
-  A(scalar, dpiUserL4Supported, bool, false)             \
-  A(scalar, dpiPayloadSupported, bool, false)            \
-  A(scalar, vaclSupported, bool, false)                  \
-  A(scalar, tcpFlagsSupported, bool, false)              \
-  A(scalar, mplsTwoLabelSupported, bool, false)          \
-  A(scalar, mplsSupported, bool, false)                  \
-  A(scalar, ip6HopLimitSupported, bool, false)           \
-  A(scalar, dpiSkipNonZero, bool, false)                 \
+#define ACLKIT_ACL_CAPABILITIES(A)                     \
+  A(scalar, aclSupported, bool, false)                 \
+  A(scalar, ip6AclSupported, bool, false)              \
+  A(scalar, discontiguousMaskSupported, bool, false)   \
+  A(scalar, ipMirrorSupported, bool, false)            \
+  A(scalar, ip6MirrorSupported, bool, false)           \
+  A(scalar, macMirrorSupported, bool, false)           \
+  A(scalar, copyToCpuSupported, bool, false)           \
+  A(scalar, loggingSupported, bool, false)             \
+  A(scalar, ipDscpSupported, bool, false)              \
+  A(scalar, ip6DscpSupported, bool, false)             \
+  A(scalar, ipDscpMaskSupported, bool, false)          \
+  A(scalar, ip6DscpMaskSupported, bool, false)         \
+  A(scalar, ecnSupported, bool, false)                 \
+  A(scalar, ipLengthSupported, bool, false)            \
+  A(scalar, outerVlanSupported, bool, false)           \
+  A(scalar, innerVlanSupported, bool, false)           \
+  A(scalar, dpiNvgreSupported, bool, false)            \
+  A(scalar, dpiGreSupported, bool, false)              \
+  A(scalar, dpiVxlanSupported, bool, false)            \
+  A(scalar, dpiGtpSupported, bool, false)              \
+  A(scalar, dpiUserL4Supported, bool, false)           \
+  A(scalar, dpiPayloadSupported, bool, false)          \
+  A(scalar, vaclSupported, bool, false)                \
+  A(scalar, tcpFlagsSupported, bool, false)            \
+  A(scalar, mplsTwoLabelSupported, bool, false)        \
+  A(scalar, mplsSupported, bool, false)                \
+  A(scalar, ip6HopLimitSupported, bool, false)
+// clang-format on
+
+// The capabilities, then dpiSkipNonZero and mplsSkipNonZero: the deep-inspection and MPLS
+// skip in force are non-zero (such matches cannot then be programmed).
+// clang-format off
+#define ACLKIT_ACL_PARAM_CONFIG_ATTRS(A)               \
+  ACLKIT_ACL_CAPABILITIES(A)                           \
+  A(scalar, dpiSkipNonZero, bool, false)               \
   A(scalar, mplsSkipNonZero, bool, false)
 // clang-format on
 
@@ -49,8 +56,8 @@ class ACLKIT_EXPORT ParamConfig : public fwk::Entity {
 
  public:
   explicit ParamConfig(const String& name = String()) : Entity(name) {}
-  // Sets every "...Supported" flag (the skip flags stay as they are): a platform that can
-  // program everything.
+  // Sets every capability (the skip flags stay as they are): a platform that can program
+  // everything, or nothing.
   void allSupportedIs(bool supported);
 };
 
@@ -82,7 +89,7 @@ class ACLKIT_EXPORT Status : public fwk::Entity {
 // status at all, when it last applied the ACL configuration, and its errors by key.
 // clang-format off
 #define ACLKIT_ACL_STATUS_DP_ATTRS(A)                      \
-  A(scalar, waitForHwStatus, bool, false)           \
+  A(scalar, waitForHwStatus, bool, false)              \
   A(scalar, dpAclUpdateTime, double, 0.0)           \
   A(orderedMap, error, fwk::String, fwk::String)
 // clang-format on

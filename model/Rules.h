@@ -191,6 +191,11 @@ class ACLKIT_EXPORT IpFilter : public IpFilterBase {
   [[nodiscard]] bool usesNvgre() const noexcept { return protocol() == protocolGre && greProto() == greProtoNvgre; }
   [[nodiscard]] bool usesTtlOption() const noexcept { return ttlKind_ != ValueOp::any; }
   [[nodiscard]] bool usesVlan() const noexcept { return vlan_ != 0; }
+  // A VLAN match with a mask: what a VLAN interface's deep inspection cannot take.
+  [[nodiscard]] bool usesMaskedVlan() const noexcept { return vlan_ != 0 && vlanMask_ != 0; }
+  [[nodiscard]] bool usesDiscontiguousMask() const noexcept {
+    return !srcMask_.isPrefixMask() || !dstMask_.isPrefixMask();
+  }
 };
 
 // clang-format off

@@ -73,6 +73,8 @@ class ACLKIT_EXPORT Ip4Addr {
   constexpr Ip4Addr() = default;
   constexpr explicit Ip4Addr(U32 value) : value_(value) {}
   [[nodiscard]] constexpr U32 value() const noexcept { return value_; }
+  // As a mask: its set bits form one run from the top bit (a prefix); 0.0.0.0 counts.
+  [[nodiscard]] constexpr bool isPrefixMask() const noexcept { return ((value_ - 1U) | value_) == 0xFFFFFFFFU; }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
   friend bool operator==(const Ip4Addr&, const Ip4Addr&) = default;
   friend auto operator<=>(const Ip4Addr&, const Ip4Addr&) = default;
