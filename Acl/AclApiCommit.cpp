@@ -246,7 +246,7 @@ void ApiSm::updateUdfAliasInAcls(String alias, const PayloadValue& value) {
         IpFilter filter = rule.filter();
         filter.payloadIs(updatePayloadSpec(alias, value, filter.payload(), count));
         rule.filterIs(filter);
-        addIpRule(sequence, rule);
+        static_cast<void>(addIpRule(sequence, rule));  // its result is the session's state
       } else if (aclType() == AclType::mac) {
         MacRuleConfig rule = sp->macRuleById(id);
         updateMacRuleMap(rule, -1);
@@ -255,11 +255,11 @@ void ApiSm::updateUdfAliasInAcls(String alias, const PayloadValue& value) {
         MacFilter filter = rule.filter();
         filter.payloadIs(updatePayloadSpec(alias, value, filter.payload(), count));
         rule.filterIs(filter);
-        addMacRule(sequence, rule);
+        static_cast<void>(addMacRule(sequence, rule));
       }
     }
   }
-  commit();
+  static_cast<void>(commit());  // reported, as every result, in apiState
 }
 
 }  // namespace AclApi

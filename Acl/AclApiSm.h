@@ -165,24 +165,24 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   [[nodiscard]] Acl::MacRuleConfig getMacRule(U32 sequence) const;
 
   // ---- editing ----
-  ApiState addIpRule(U32 sequence, const Acl::IpRuleConfig& rule);
-  ApiState addIp6Rule(U32 sequence, const Acl::Ip6RuleConfig& rule);
-  ApiState addMacRule(U32 sequence, const Acl::MacRuleConfig& rule);
-  ApiState addRuleCommon(U32 sequence, const Acl::IpRuleConfig& ipRule, const Acl::Ip6RuleConfig& ip6Rule,
+  [[nodiscard]] ApiState addIpRule(U32 sequence, const Acl::IpRuleConfig& rule);
+  [[nodiscard]] ApiState addIp6Rule(U32 sequence, const Acl::Ip6RuleConfig& rule);
+  [[nodiscard]] ApiState addMacRule(U32 sequence, const Acl::MacRuleConfig& rule);
+  [[nodiscard]] ApiState addRuleCommon(U32 sequence, const Acl::IpRuleConfig& ipRule, const Acl::Ip6RuleConfig& ip6Rule,
                          const Acl::MacRuleConfig& macRule);
   [[nodiscard]] bool sameRule(const Acl::UniqueId& id, const Acl::IpRuleConfig& ipRule,
                               const Acl::Ip6RuleConfig& ip6Rule, const Acl::MacRuleConfig& macRule) const;
-  ApiState addRemark(Acl::RemarkConfig remark, U32 sequence);
-  ApiState removeRemark(Acl::RemarkConfig remark, U32 sequence);
-  ApiState removeRuleBySequence(U32 start, U32 end);
-  ApiState removeIpRuleByConfig(const Acl::IpRuleConfig& rule);
-  ApiState removeIp6RuleByConfig(const Acl::Ip6RuleConfig& rule);
-  ApiState removeMacRuleByConfig(const Acl::MacRuleConfig& rule);
-  ApiState resequence(U32 start, U32 increment);
-  ApiState enableCounters();
-  ApiState disableCounters();
-  ApiState enableFragments();
-  ApiState disableFragments();
+  [[nodiscard]] ApiState addRemark(Acl::RemarkConfig remark, U32 sequence);
+  [[nodiscard]] ApiState removeRemark(Acl::RemarkConfig remark, U32 sequence);
+  [[nodiscard]] ApiState removeRuleBySequence(U32 start, U32 end);
+  [[nodiscard]] ApiState removeIpRuleByConfig(const Acl::IpRuleConfig& rule);
+  [[nodiscard]] ApiState removeIp6RuleByConfig(const Acl::Ip6RuleConfig& rule);
+  [[nodiscard]] ApiState removeMacRuleByConfig(const Acl::MacRuleConfig& rule);
+  [[nodiscard]] ApiState resequence(U32 start, U32 increment);
+  [[nodiscard]] ApiState enableCounters();
+  [[nodiscard]] ApiState disableCounters();
+  [[nodiscard]] ApiState enableFragments();
+  [[nodiscard]] ApiState disableFragments();
 
   // ---- commit, revert, remove ----
   // Installs the scratchpad as the ACL's current version (or patches the current one in
@@ -190,14 +190,14 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   // end in errSessionCreate, errSessionDelete or errSessionModify; a commit that reaches
   // reporting dataplanes ends waitingForHw. With cleanup the replaced version is deleted
   // and the session lets go of its scratchpad: commitExt(false) keeps what revert needs.
-  ApiState commitExt(bool cleanup);
-  ApiState commit() { return commitExt(true); }
+  [[nodiscard]] ApiState commitExt(bool cleanup);
+  [[nodiscard]] ApiState commit() { return commitExt(true); }
   // True when the scratchpad must become a new version rather than patch the current one.
   [[nodiscard]] bool shouldUpdateAcl() const;
   // Undoes the session's last commit, attach or detach.
-  ApiState revert();
+  [[nodiscard]] ApiState revert();
   // Deletes the ACL (a remove session).
-  ApiState remove();
+  [[nodiscard]] ApiState remove();
 
   // ---- UDF aliases ----
   void clearUdfAceList();
@@ -207,9 +207,9 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
 
   // ---- attach and detach ----
   // Binds the ACL (by name, existing or not) to an interface in a direction.
-  ApiState attach(String intf, Acl::AclDirection direction);
+  [[nodiscard]] ApiState attach(String intf, Acl::AclDirection direction);
   // Unbinds the ACL (any ACL when the session's name is empty) from an interface.
-  ApiState detach(String intf, Acl::AclDirection direction);
+  [[nodiscard]] ApiState detach(String intf, Acl::AclDirection direction);
   // The name of the ACL of the session's family bound there, or "".
   [[nodiscard]] String attachedAcl(String intf, Acl::AclDirection direction) const;
   [[nodiscard]] bool attachedToDp() const;
@@ -234,11 +234,12 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   void statusDpEntryIs(const String& name, const Ptr<StatusDpEntry>& entry);
   void statusDpEntryDel(const String& name);
   void statusDpEntryDelAll();
-  ApiState waitForHw();
+  [[nodiscard]] ApiState waitForHw();
   void handleDpAclUpdateTime(const String& dataplane);
 
  private:
-  friend ACLKIT_EXPORT std::vector<std::string> invariantViolations(const ApiSm& session);
+  // The tests' invariant checker reads what the reactors watch.
+  friend std::vector<std::string> invariantViolations(const ApiSm& session);
   class OperationScope;
 
   class ScratchpadReactor : public Acl::AclSubConfig::Reactor {

@@ -80,17 +80,18 @@ int run() {
 
   FWK_TRACE(trace(), 0, "1. a new ACL, rules numbered automatically");
   Ptr<ApiSm> edit = session(AclApi::commit_);
-  edit->addRemark(RemarkConfig(String("web servers")), 0);
-  edit->addIpRule(0, tcpTo("192.0.2.1", 80));
-  edit->addIpRule(0, tcpTo("192.0.2.1", 443));
-  edit->addIpRule(0, tcpTo("192.0.2.1", 22, RuleAction::deny));
+  for (AclApi::ApiState added :
+       {edit->addRemark(RemarkConfig(String("web servers")), 0), edit->addIpRule(0, tcpTo("192.0.2.1", 80)),
+        edit->addIpRule(0, tcpTo("192.0.2.1", 443)), edit->addIpRule(0, tcpTo("192.0.2.1", 22, RuleAction::deny))}) {
+    if (added != AclApi::succeeded) std::cout << "edit refused: " << added << '\n';
+  }
   std::cout << "commit: " << edit->commit() << '\n';
   Ptr<AclConfig> web = acl.config->config(AclType::ip)->acl("web");
   show(*web);
 
   FWK_TRACE(trace(), 0, "2. renumbering only: the programmed version is patched in place");
   Ptr<ApiSm> renumber = session(AclApi::commit_);
-  renumber->resequence(100, 100);
+  std::cout << "resequence: " << renumber->resequence(100, 100) << '\n';
   std::cout << "commit: " << renumber->commit() << '\n';
   show(*web);
 

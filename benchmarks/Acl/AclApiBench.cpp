@@ -18,6 +18,11 @@ namespace {
 using namespace Acl;
 using bench::ruleNumber;
 
+// Puts rule i at place 10 * i; a benchmark measures nothing of a list that did not fill.
+void fill(AclApi::ApiSm& session, U32 i) {
+  if (session.addIpRule(i * 10, ruleNumber(i)) != AclApi::succeeded) throw std::runtime_error("an add failed");
+}
+
 void perAdd(benchmark::State& state) {
   state.counters["nsPerAdd"] =
       benchmark::Counter(static_cast<double>(state.range(0)) / 1e9,
@@ -69,8 +74,8 @@ BENCHMARK(BM_AddRulesAutoNumbered)
 struct CommittedAcl {
   explicit CommittedAcl(U32 n) {
     auto s = session();
-    for (U32 i = 1; i <= n; ++i) s->addIpRule(i * 10, ruleNumber(i));
-    s->commit();
+    for (U32 i = 1; i <= n; ++i) fill(*s, i);
+    if (s->commit() != AclApi::succeeded) throw std::runtime_error("the list did not commit");
   }
   Ptr<AclApi::ApiSm> session() {
     return AclApi::apiSmFactory("big", AclType::ip, false, AclApi::commit_, acl.config, acl.paramConfig, acl.intfConfig,
@@ -87,7 +92,7 @@ void BM_CommitScratchpad(benchmark::State& state) {
     CommittedAcl world(0);
     world.acl.config->config(AclType::ip)->aclDel("big");
     auto s = world.session();
-    for (U32 i = 1; i <= n; ++i) s->addIpRule(i * 10, ruleNumber(i));
+    for (U32 i = 1; i <= n; ++i) fill(*s, i);
     state.ResumeTiming();
     if (s->commit() != AclApi::succeeded) state.SkipWithError("commit failed");
     state.PauseTiming();
@@ -109,8 +114,10 @@ void BM_ChangeOneRule(benchmark::State& state) {
   U32 round = 0;
   for (auto _ : state) {
     auto s = world.session();
-    s->removeRuleBySequence(50, 50);
-    s->addIpRule(50, ruleNumber(n + ++round));
+    if (s->removeRuleBySequence(50, 50) != AclApi::succeeded ||
+        s->addIpRule(50, ruleNumber(n + ++round)) != AclApi::succeeded) {
+      state.SkipWithError("edit failed");
+    }
     if (s->commit() != AclApi::succeeded) state.SkipWithError("commit failed");
   }
   perAdd(state);

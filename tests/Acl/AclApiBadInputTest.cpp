@@ -164,7 +164,7 @@ TEST_F(EdgeTest, ExtremeSequencesGiveExactResultsAndRefusalsChangeNothing) {
 
 TEST_F(EdgeTest, ASessionUsedAfterItsCommitOrRemoveRefusesEditsAndChangesNothing) {
   Ptr<ApiSm> committed = session("web");
-  committed->addIpRule(30, ipRule(1));
+  ASSERT_EQ(committed->addIpRule(30, ipRule(1)), succeeded);
   ASSERT_EQ(committed->commit(), succeeded);
   Ptr<ApiSm> removed = session("other", AclType::ip, remove_);
   installAcl("other", {{10, 1}});
@@ -235,7 +235,7 @@ TEST_F(EdgeTest, NullArgumentsAreRefusedAndStoreNothing) {
   EXPECT_EQ(bare(detach_)->detach("Ethernet1", AclDirection::in), errNotConfigured);
   EXPECT_EQ(bare(attach_)->revert(), errNotConfigured);
   Ptr<ApiSm> edit = bare(commit_);
-  edit->addIpRule(30, ipRule(22));
+  ASSERT_EQ(edit->addIpRule(30, ipRule(22)), succeeded);
   EXPECT_EQ(edit->commit(), succeeded) << "nothing to wait for";
   EXPECT_NE(running(), before);
 }

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "aclkit/Acl/AclApiInvariants.h"
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/platform/trace/Trace.h"
+#include "tests/support/SessionInvariants.h"
 #include "tests/support/SessionWorld.h"
 
 namespace {
@@ -52,7 +52,7 @@ TEST_F(EditTest, AutomaticNumberingStepsByTenAndSkipsDuplicates) {
 TEST_F(EditTest, AnEntryWrittenWhileTheLastIsUnknownBecomesTheLast) {
   installAcl("web", {{10, 1}, {30, 3}, {40, 4}});
   auto s = session("web");
-  s->removeRuleBySequence(40, 40);
+  ASSERT_EQ(s->removeRuleBySequence(40, 40), succeeded);
   EXPECT_EQ(s->spLastSequenceNumber(), 0u);
   traces.clear();
   EXPECT_EQ(s->addIpRule(20, ipRule(2)), succeeded);
@@ -133,7 +133,7 @@ TEST_F(EditTest, RemarksTakeFreePlacesAndRefuseOccupiedOnes) {
 
 TEST_F(EditTest, AnAutomaticRemarkPlaceWrapsAtTheTop) {
   auto s = session("web");
-  s->addIpRule(4294967290u, ipRule(1));
+  ASSERT_EQ(s->addIpRule(4294967290u, ipRule(1)), succeeded);
   EXPECT_EQ(s->addRemark(RemarkConfig(String("w")), 0), succeeded);
   EXPECT_EQ(s->currentAcl()->remarkBySequence(4).text(), "w");
 }
@@ -177,7 +177,7 @@ TEST_F(EditTest, RemovalByContentChecksItsOwnFamily) {
   // An IPv6 session removing an IPv4 rule looks at the IPv4 ACL of its name.
   acl.config->configIs(AclType::ip)->aclIs("shared", AclType::ip, false, true);
   auto v6 = session("shared", AclType::ipv6);
-  v6->addIp6Rule(10, Ip6RuleConfig());
+  ASSERT_EQ(v6->addIp6Rule(10, Ip6RuleConfig()), succeeded);
   EXPECT_EQ(v6->removeIpRuleByConfig(IpRuleConfig()), errReadOnly);
   EXPECT_EQ(v6->removeIp6RuleByConfig(Ip6RuleConfig()), succeeded);
   EXPECT_TRUE(v6->currentAcl()->ruleBySequence().empty());
@@ -222,7 +222,7 @@ TEST_F(EditTest, ResequencingChecksTheLastNumberIn64Bits) {
   EXPECT_EQ(placesOf(*s).front(), 0u);
 
   auto single = session("one");
-  single->addIpRule(50, ipRule(1));
+  ASSERT_EQ(single->addIpRule(50, ipRule(1)), succeeded);
   EXPECT_EQ(single->resequence(4294967295u, 4294967295u), succeeded) << "one entry never meets the increment";
   auto empty = session("none");
   empty->spLastSequenceNumberIs(0);
@@ -244,7 +244,7 @@ TEST_F(EditTest, AZeroIncrementLeavesOnlyTheLastEntryPlaced) {
 TEST(EditRandomTest, TheCheckerSeesDrift) {
   build::SessionWorld world;
   auto s = world.session("web");
-  s->addIpRule(0, ipRule(1));
+  ASSERT_EQ(s->addIpRule(0, ipRule(1)), succeeded);
   EXPECT_TRUE(invariantViolations(*s).empty());
   s->spIpRuleMapIs(ipRule(1), 5);
   s->currentAcl()->ruleBySequenceIs(20, UniqueId());

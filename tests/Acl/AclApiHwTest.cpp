@@ -406,7 +406,7 @@ TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
 TEST_F(HwTest, HopLimitsNeedSupportUnlessGuardsAreOff) {
   Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(64); });
   auto s = session("v6", AclType::ipv6);
-  s->addIp6Rule(10, rule);
+  ASSERT_EQ(s->addIp6Rule(10, rule), succeeded);
   EXPECT_FALSE(s->dpAclPreApplyOk());
   EXPECT_EQ(s->errString("IPv6"), "hop limit is not supported for IPv6 ACLs on this platform");
   EXPECT_TRUE(traces.contains("<, ipv6 hop limit not supported"));
@@ -452,7 +452,7 @@ TEST_F(HwTest, ADataplaneAnsweringInsideTheRequestCompletesTheWait) {
   EXPECT_EQ(s->attach("Ethernet1", AclDirection::in), succeeded);
   EXPECT_EQ(s->apiState(), succeeded);
   auto c = session("web");
-  c->addIpRule(10, build::ipRule(80));
+  ASSERT_EQ(c->addIpRule(10, build::ipRule(80)), succeeded);
   EXPECT_EQ(c->commitExt(false), succeeded);
   EXPECT_FALSE(c->currentAcl()) << "completed like a commit with nothing to wait for";
   EXPECT_TRUE(acl.config->config(AclType::ip)->acl("web")->currCfg()->committed());
@@ -493,8 +493,10 @@ TEST_F(HwTest, DetachRemovesOnlyWhatItNames) {
 TEST(HwDeathTest, AttachAndDetachBelongToTheirSessionTypes) {
   build::SessionWorld world;
   auto s = world.session("web");
-  EXPECT_DEATH(s->attach("Ethernet1", AclDirection::in), "Assertion failed: apiType\\(\\) == attach_ \\(");
-  EXPECT_DEATH(s->detach("Ethernet1", AclDirection::in), "Assertion failed: apiType\\(\\) == detach_ \\(");
+  EXPECT_DEATH(static_cast<void>(s->attach("Ethernet1", AclDirection::in)),
+               "Assertion failed: apiType\\(\\) == attach_ \\(");
+  EXPECT_DEATH(static_cast<void>(s->detach("Ethernet1", AclDirection::in)),
+               "Assertion failed: apiType\\(\\) == detach_ \\(");
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ TEST_F(ReentrancyTest, AHandlerMayDropItsSessionWhenTheResultArrives) {
   for (bool failing : {false, true}) {
     SCOPED_TRACE(failing ? "errHw" : "succeeded");
     Ptr<ApiSm> held = session("web");
-    held->addIpRule(0, ipRule(failing ? 23 : 22));
+    ASSERT_EQ(held->addIpRule(0, ipRule(failing ? 23 : 22)), succeeded);
     std::vector<ApiState> heard;
     StateWatch watch(held.get(), [&](ApiState state) {
       heard.push_back(state);
@@ -87,21 +87,21 @@ TEST_F(ReentrancyTest, AHandlerMayDropItsSessionWhenTheResultArrives) {
   dp2.status()->waitForHwStatusIs(false);
   Ptr<ApiSm> held = session("web");
   ApiSm* raw = held.get();
-  raw->addIpRule(40, ipRule(8080));
+  ASSERT_EQ(raw->addIpRule(100, ipRule(8080)), succeeded);
   StateWatch watch(raw, [&](ApiState state) {
     if (state == succeeded) held = nullptr;
   });
   raw->apiStateIs(ready);  // as a handler resets it before the request
   EXPECT_EQ(raw->commit(), succeeded);
   EXPECT_EQ(held, nullptr);
-  EXPECT_TRUE(web()->currCfg()->ruleBySequence().contains(40));
+  EXPECT_TRUE(web()->currCfg()->ruleBySequence().contains(100));
 }
 
 TEST_F(ReentrancyTest, AnObserverCommittingDuringAnEditLeavesNoDanglingScratchpad) {
   for (int edit = 0; edit < 2; ++edit) {
     SCOPED_TRACE(edit == 0 ? "removal" : "addition");
     Ptr<ApiSm> s = session("web");
-    EditWatch watch(s->currentAcl().get(), [&] { s->commit(); });
+    EditWatch watch(s->currentAcl().get(), [&] { EXPECT_EQ(s->commit(), succeeded); });
     const ApiState state = edit == 0 ? s->removeRuleBySequence(10, 10) : s->addIpRule(30, ipRule(22));
     EXPECT_EQ(state, succeeded);
     EXPECT_EQ(s->currentAcl(), nullptr) << "the commit let go of the scratchpad";
@@ -117,7 +117,7 @@ TEST_F(ReentrancyTest, ARevertStartedOnAnErrorKeepsItsOwnOutcome) {
   StateWatch watch(s.get(), [&](ApiState state) {
     if (state == errHw && reverted == ready) reverted = s->revert();
   });
-  s->addIpRule(30, ipRule(22));
+  ASSERT_EQ(s->addIpRule(30, ipRule(22)), succeeded);
   ASSERT_EQ(s->commitExt(false), waitingForHw);
   Ptr<AclSubConfig> old = web()->subConfig().begin()->second;
   dp1.fail("no room");
@@ -136,11 +136,11 @@ TEST_F(ReentrancyTest, ARevertStartedOnAnErrorKeepsItsOwnOutcome) {
 TEST_F(ReentrancyTest, AThrowingObserverKeepsOtherSessionsInformed) {
   FakeDataplane dp(acl, "dp1");
   Ptr<ApiSm> first = session("web");
-  first->addIpRule(30, ipRule(22));
+  ASSERT_EQ(first->addIpRule(30, ipRule(22)), succeeded);
   ASSERT_EQ(first->commit(), waitingForHw);
   installAcl("other", {{10, 1}});
   Ptr<ApiSm> second = session("other");
-  second->addIpRule(20, ipRule(2));
+  ASSERT_EQ(second->addIpRule(20, ipRule(2)), succeeded);
   ASSERT_EQ(second->commit(), waitingForHw);
   StateWatch thrower(first.get(), [](ApiState) { throw std::runtime_error("handler bug"); });
   EXPECT_THROW(dp.apply(), std::runtime_error);

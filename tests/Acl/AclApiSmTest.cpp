@@ -217,7 +217,7 @@ TEST_F(ApiSmTest, TheLastSequenceIsRecomputedOverRulesAndRemarks) {
   installAcl("web", {{10, 80}, {40, 443}}, {{30, "r"}});
   auto s = session("web");
   EXPECT_EQ(s->getLastSequenceNumber(), 40u);
-  s->removeRuleBySequence(40, 40);
+  ASSERT_EQ(s->removeRuleBySequence(40, 40), succeeded);
   EXPECT_EQ(s->spLastSequenceNumber(), 0u);
   EXPECT_TRUE(traces.contains("spLastSequenceNumber -> 0"));
   EXPECT_EQ(s->getLastSequenceNumber(), 30u) << "the remark is now the highest entry";
@@ -304,7 +304,7 @@ TEST_F(ApiSmTest, TheHardwareWaitStampsOneRequestAndReportsFirstErrors) {
   EXPECT_EQ(s->errString("dp1"), "tcam full") << "the first error by key";
   EXPECT_FALSE(web->currCfg()->committed());
   dp1->errorDelAll();
-  s->waitForHw();
+  EXPECT_EQ(s->waitForHw(), waitingForHw);
   dp1->dpAclUpdateTimeIs(1001);
   dp2->dpAclUpdateTimeIs(1001);
   EXPECT_EQ(s->apiState(), succeeded);

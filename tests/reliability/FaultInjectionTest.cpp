@@ -11,13 +11,13 @@
 #include <ostream>
 #include <string>
 
-#include "aclkit/Acl/AclApiInvariants.h"
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/Acl/AclConfigSession.h"
 #include "aclkit/platform/fwk/Fault.h"
 #include "aclkit/platform/fwk/Transaction.h"
 #include "aclkit/platform/trace/Clock.h"
 #include "tests/support/FakeDataplane.h"
+#include "tests/support/SessionInvariants.h"
 #include "tests/support/SessionWorld.h"
 #include "tests/support/StoreSnapshot.h"
 

@@ -6,7 +6,6 @@
 #include <sstream>
 #include <vector>
 
-#include "aclkit/Acl/AclApiInvariants.h"
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/Acl/AclConfigSession.h"
 #include "aclkit/model/Mounts.h"
@@ -14,6 +13,7 @@
 #include "aclkit/platform/store/StateStore.h"
 #include "aclkit/platform/trace/Clock.h"
 #include "tests/support/AclBuilders.h"
+#include "tests/support/SessionInvariants.h"
 #include "tests/support/model/ReferenceModel.h"
 
 namespace model {

@@ -1,7 +1,9 @@
-#include "aclkit/Acl/AclApiInvariants.h"
+#include "tests/support/SessionInvariants.h"
 
+#include <tuple>
 #include <unordered_map>
 
+#include "aclkit/model/Family.h"
 #include "aclkit/platform/fwk/Strep.h"
 
 namespace AclApi {
@@ -66,18 +68,18 @@ std::vector<std::string> invariantViolations(const ApiSm& session) {
     out.push_back("spLastSequenceNumber " + std::to_string(cached) + " names an empty place");
   }
 
-  const AclType type = session.aclType();
-  const bool known = type == AclType::ip || type == AclType::ipv6 || type == AclType::mac;
+  // Content counts as the scratchpad holds them now; records are looked up in the session's
+  // family, every type but ip and ipv6 counting as mac.
   Counts<IpRuleConfig> ip;
   Counts<Ip6RuleConfig> ip6;
   Counts<MacRuleConfig> mac;
-  if (type == AclType::ip) {
-    countFamily(*sp, sp->ipRuleById(), ip, out, known);
-  } else if (type == AclType::ipv6) {
-    countFamily(*sp, sp->ip6RuleById(), ip6, out, known);
-  } else {
-    countFamily(*sp, sp->macRuleById(), mac, out, known);
-  }
+  const AclType type = session.aclType();
+  const bool known = withFamily(type, [](auto) {});
+  withFamily(familyOrMac(type), [&](auto family) {
+    using F = decltype(family);
+    auto& counts = std::get<Counts<typename F::Rule>&>(std::tie(ip, ip6, mac));
+    countFamily(*sp, F::records(*sp), counts, out, known);
+  });
   if (!session.spRuleMapInitialized()) return out;
   Counts<RemarkConfig> remarks;
   for (const auto& [sequence, remark] : sp->remarkBySequence()) ++remarks[remark];

@@ -3,18 +3,17 @@
 //     scratchpad (an entry may stay behind at 0);
 //   - spLastSequenceNumber is 0 (unknown) or the highest sequence of rules and remarks;
 //   - every rule placed in ruleBySequence has its record in the family's collection.
-// Used by tests and fuzzers after every step.
+// Used by tests and fuzzers after every step; not part of the library.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
-#include "aclkit/platform/fwk/Export.h"
 
 namespace AclApi {
 
 // One line per disagreement; empty when all holds.
-ACLKIT_EXPORT std::vector<std::string> invariantViolations(const ApiSm& session);
+std::vector<std::string> invariantViolations(const ApiSm& session);
 
 }  // namespace AclApi
