@@ -1,5 +1,6 @@
 // Installing the scratchpad, undoing it, deleting a list, and keeping the rules that use a
 // user-defined-field alias in step with it.
+#include <optional>
 #include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
@@ -11,6 +12,11 @@ using namespace Acl;
 
 // ---- commit ----------------------------------------------------------------------------
 
+// A commit runs in four phases. Validate: the pre-apply guard, and what other sessions did to
+// the list since the scratchpad was taken. Prepare: the list, made when new, and the alias
+// lists of the rules about to be current. Apply: the current version patched in place when
+// only numbering and remarks differ, else a new version installed. Finish: the wait for the
+// dataplanes, then letting go of what the session no longer needs.
 ApiState ApiSm::commitExt(bool cleanup) {
   const OperationScope scope(*this);
   ACL_API_TRACE(0, ">, [" << static_cast<const void*>(this) << "] " << aclName() << ":" << aclType());
@@ -20,50 +26,31 @@ ApiState ApiSm::commitExt(bool cleanup) {
     return finish(succeeded);
   }
   FWK_ASSERT(apiType() == commit_);
+
+  // validate
   if (attachedToDp() && !dpAclPreApplyOk()) return finish(errAclApi);
+  const Ptr<Input::AclTypeConfig> table = config()->configIs(aclType());
+  Ptr<AclConfig> live = table->acl(aclName());
+  if (const std::optional<ApiState> conflict = conflictingSession(live)) return finish(*conflict);
 
-  Ptr<Input::AclTypeConfig> typeConfig = config()->config(aclType());
-  if (!typeConfig) typeConfig = config()->configIs(aclType());
-  Ptr<AclConfig> live = typeConfig->acl(aclName());
-
-  // Another session may have created, deleted or replaced the ACL since the scratchpad was
-  // taken; identities tell, content is not compared.
-  if (!origAclConfig() && live) {
-    ACL_API_TRACE(9, "Acl " << aclName() << " has been created by another session");
-    return finish(errSessionCreate);
-  }
-  if (origAclConfig() && !live) {
-    ACL_API_TRACE(9, "Acl " << aclName() << " has been deleted by another session");
-    return finish(errSessionDelete);
-  }
-  if (live && origAclConfig() && origAclSubConfig() &&
-      (!live->currCfg() || live->currCfg()->id() != origAclSubConfig()->id())) {
-    ACL_API_TRACE(9, "Acl " << aclName() << " has been modified by another session");
-    return finish(errSessionModify);
-  }
+  // prepare
   if (!live) {
     ACL_API_TRACE(2, "New acl " << aclName());
-    live = typeConfig->aclIs(aclName(), aclType(), standard(), false);
+    live = table->aclIs(aclName(), aclType(), standard(), false);
   }
-  Ptr<AclSubConfig> current = live->currCfg();
-
+  const Ptr<AclSubConfig> current = live->currCfg();
   clearUdfAceList();
   populateUdfAceList(sp);
 
+  // apply
   if (!shouldUpdateAcl()) {
     ACL_API_TRACE(2, "update existing ACL " << aclName());
     aclCopyHelper()->copyNonEssential(current, sp);
     return finish(succeeded);
   }
+  const Ptr<AclSubConfig> fresh = installVersion(*live, sp);
 
-  ACL_API_TRACE(2, "create new subConfig for ACL " << aclName());
-  // The new version is complete before it becomes current, and committed only once the
-  // hardware has it.
-  Ptr<AclSubConfig> fresh = live->subConfigIs(sp->id());
-  entityCopy()->doCopyEntityAttrs(fresh, sp, "", nullptr);
-  live->dynamicIs(dynamic());
-  live->secureMonitorIs(secureMonitor());
-  live->currCfgIs(fresh);
+  // finish
   if (waitForHw() == succeeded) {
     spAclSubConfigIs(nullptr);
     apiStateIs(succeeded);
@@ -71,6 +58,37 @@ ApiState ApiSm::commitExt(bool cleanup) {
   }
   if (cleanup) cleanupOldConfig();
   return apiState();
+}
+
+// Another session may have created, deleted or replaced the list since the scratchpad was
+// taken; identities tell, content is not compared.
+std::optional<ApiState> ApiSm::conflictingSession(const Ptr<AclConfig>& live) const {
+  if (!origAclConfig() && live) {
+    ACL_API_TRACE(9, "Acl " << aclName() << " has been created by another session");
+    return errSessionCreate;
+  }
+  if (origAclConfig() && !live) {
+    ACL_API_TRACE(9, "Acl " << aclName() << " has been deleted by another session");
+    return errSessionDelete;
+  }
+  if (live && origAclConfig() && origAclSubConfig() &&
+      (!live->currCfg() || live->currCfg()->id() != origAclSubConfig()->id())) {
+    ACL_API_TRACE(9, "Acl " << aclName() << " has been modified by another session");
+    return errSessionModify;
+  }
+  return std::nullopt;
+}
+
+// The new version is complete before it becomes current, and committed only once the
+// hardware has it.
+Ptr<AclSubConfig> ApiSm::installVersion(AclConfig& live, const Ptr<AclSubConfig>& scratchpad) {
+  ACL_API_TRACE(2, "create new subConfig for ACL " << aclName());
+  Ptr<AclSubConfig> fresh = live.subConfigIs(scratchpad->id());
+  entityCopy()->doCopyEntityAttrs(fresh, scratchpad, "", nullptr);
+  live.dynamicIs(dynamic());
+  live.secureMonitorIs(secureMonitor());
+  live.currCfgIs(fresh);
+  return fresh;
 }
 
 bool ApiSm::shouldUpdateAcl() const {

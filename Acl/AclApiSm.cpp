@@ -32,22 +32,8 @@ U32 countAfter(const Map& map, const Key& key, std::int32_t delta) {
 
 // ---- construction --------------------------------------------------------------------
 
-ApiSm::ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Input::Config>& config,
-             const Ptr<const ParamConfig>& paramConfig, const Ptr<IntfConfig>& intfConfig,
-             const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
-             const Ptr<UdfAlias>& udfAliasDir)
-    : Entity(name) {
-  aclNameIs(name);
-  aclTypeIs(aclType);
-  standardIs(standard);
-  apiTypeIs(apiType);
-  configIs(config);
-  paramConfigIs(paramConfig);
-  intfConfigIs(intfConfig);
-  hwConfigIs(hwConfig);
-  aclStatusIs(aclStatus);
-  statusDpDirIs(statusDpDir);
-  udfAliasDirIs(udfAliasDir);
+ApiSm::ApiSm(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS)) : Entity(aclNameArg) {
+  FWK_ARGS_STORE(ACLKIT_ACL_API_SM_ARGS)
   handleInitialized();
 }
 
@@ -82,23 +68,16 @@ void ApiSm::handleInitialized() {
                        << "<");
 }
 
-Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
-                   const Ptr<Input::Config>& config, const Ptr<const ParamConfig>& paramConfig,
-                   const Ptr<IntfConfig>& intfConfig, const Ptr<HwConfig>& hwConfig, const Ptr<const Status>& aclStatus,
-                   const Ptr<const fwk::Dir>& statusDpDir, const Ptr<UdfAlias>& udfAliasDir) {
+Ptr<ApiSm> ApiSmIs(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS)) {
   // Initialization writes to the store (the family's table); a failure takes that back.
   const fwk::Transaction transaction;
-  Ptr<ApiSm> session(new ApiSm(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig, aclStatus,
-                               statusDpDir, udfAliasDir));
+  Ptr<ApiSm> session(new ApiSm(FWK_ARGS_NAMES(ACLKIT_ACL_API_SM_ARGS)));
   session->hasNotificationActiveIs(true);
   return session;
 }
 
-Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType, Ptr<Input::Config> config,
-                        Ptr<const ParamConfig> paramConfig, Ptr<IntfConfig> intfConfig, Ptr<HwConfig> hwConfig,
-                        Ptr<const Status> aclStatus, Ptr<const fwk::Dir> statusDpDir, Ptr<UdfAlias> udfAliasDir) {
-  return ApiSmIs(name, aclType, standard, apiType, config, paramConfig, intfConfig, hwConfig, aclStatus, statusDpDir,
-                 udfAliasDir);
+Ptr<ApiSm> apiSmFactory(FWK_ARGS_VALUES(ApiSm, ACLKIT_ACL_API_SM_ARGS)) {
+  return ApiSmIs(FWK_ARGS_NAMES(ACLKIT_ACL_API_SM_ARGS));
 }
 
 String ApiSm::errStringDel(const String& key) {

@@ -14,6 +14,7 @@
 // is declaration order and is part of the interface).
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -125,14 +126,23 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   O(getLastSequenceNumber) O(handleInitialized)
 // clang-format on
 
+// The construction arguments, in order, each the attribute of that name (and its type):
+//   (String aclName, AclType aclType, bool standard, ApiType apiType,
+//    Ptr<Input::Config> config, Ptr<const ParamConfig> paramConfig, Ptr<IntfConfig> intfConfig,
+//    Ptr<HwConfig> hwConfig, Ptr<const Status> aclStatus, Ptr<const Dir> statusDpDir,
+//    Ptr<UdfAlias> udfAliasDir)
+// The name is also the entity's name. config and hwConfig must not be null.
+// clang-format off
+#define ACLKIT_ACL_API_SM_ARGS(X, C)                                                                 \
+  X(C, aclName) X(C, aclType) X(C, standard) X(C, apiType) X(C, config) X(C, paramConfig)     \
+  X(C, intfConfig) X(C, hwConfig) X(C, aclStatus) X(C, statusDpDir) X(C, udfAliasDir)
+// clang-format on
+
 class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   FWK_ENTITY_WITH_DESTRUCTOR(ApiSm, fwk::Entity, ACLKIT_ACL_API_SM_ATTRS)
 
  public:
-  ApiSm(const String& name, AclType aclType, bool standard, ApiType apiType, const Ptr<Acl::Input::Config>& config,
-        const Ptr<const Acl::ParamConfig>& paramConfig, const Ptr<Acl::IntfConfig>& intfConfig,
-        const Ptr<Acl::HwConfig>& hwConfig, const Ptr<const Acl::Status>& aclStatus,
-        const Ptr<const fwk::Dir>& statusDpDir, const Ptr<Acl::UdfAlias>& udfAliasDir);
+  explicit ApiSm(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS));
 
   // ---- session object ----
   void handleInitialized();
@@ -169,7 +179,7 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   [[nodiscard]] ApiState addIp6Rule(U32 sequence, const Acl::Ip6RuleConfig& rule);
   [[nodiscard]] ApiState addMacRule(U32 sequence, const Acl::MacRuleConfig& rule);
   [[nodiscard]] ApiState addRuleCommon(U32 sequence, const Acl::IpRuleConfig& ipRule, const Acl::Ip6RuleConfig& ip6Rule,
-                         const Acl::MacRuleConfig& macRule);
+                                       const Acl::MacRuleConfig& macRule);
   [[nodiscard]] bool sameRule(const Acl::UniqueId& id, const Acl::IpRuleConfig& ipRule,
                               const Acl::Ip6RuleConfig& ip6Rule, const Acl::MacRuleConfig& macRule) const;
   [[nodiscard]] ApiState addRemark(Acl::RemarkConfig remark, U32 sequence);
@@ -268,6 +278,10 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
     apiStateIs(state);
     return state;
   }
+  // Phases of commitExt: the conflict with another session's work, if any, and the install
+  // of the scratchpad as the list's new current version.
+  [[nodiscard]] std::optional<ApiState> conflictingSession(const Ptr<Acl::AclConfig>& live) const;
+  Ptr<Acl::AclSubConfig> installVersion(Acl::AclConfig& live, const Ptr<Acl::AclSubConfig>& scratchpad);
   // Attach, detach and their revert need an interface configuration to write to.
   ApiState notConfigured();
   ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
@@ -277,16 +291,9 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   ScratchpadReactor scratchpadReactor_{*this};
 };
 
-ACLKIT_EXPORT Ptr<ApiSm> ApiSmIs(const String& name, AclType aclType, bool standard, ApiType apiType,
-                                 const Ptr<Acl::Input::Config>& config, const Ptr<const Acl::ParamConfig>& paramConfig,
-                                 const Ptr<Acl::IntfConfig>& intfConfig, const Ptr<Acl::HwConfig>& hwConfig,
-                                 const Ptr<const Acl::Status>& aclStatus, const Ptr<const fwk::Dir>& statusDpDir,
-                                 const Ptr<Acl::UdfAlias>& udfAliasDir);
-ACLKIT_EXPORT Ptr<ApiSm> apiSmFactory(String name, AclType aclType, bool standard, ApiType apiType,
-                                      Ptr<Acl::Input::Config> config, Ptr<const Acl::ParamConfig> paramConfig,
-                                      Ptr<Acl::IntfConfig> intfConfig, Ptr<Acl::HwConfig> hwConfig,
-                                      Ptr<const Acl::Status> aclStatus, Ptr<const fwk::Dir> statusDpDir,
-                                      Ptr<Acl::UdfAlias> udfAliasDir);
+// A new session, initialized and notifying; the arguments are ACLKIT_ACL_API_SM_ARGS.
+ACLKIT_EXPORT Ptr<ApiSm> ApiSmIs(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS));
+ACLKIT_EXPORT Ptr<ApiSm> apiSmFactory(FWK_ARGS_VALUES(ApiSm, ACLKIT_ACL_API_SM_ARGS));
 
 // The payload elements of `spec` (at most `count`) with those naming `alias` taking the
 // alias's new offset, and its pattern and mask unless the element has its own.

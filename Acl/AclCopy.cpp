@@ -55,8 +55,11 @@ bool sameInOrder(const char* operation, const char* countMismatch, const Map& a,
 
 void AclConfigCopyHandler::initialize() {
   Ptr<AttributeFilter> filter = filteredAttributeIs();
-  for (const char* attribute : {"subConfig", "currCfg", "counterUpdateRequestTime", "secureMonitor"}) {
-    filter->attributeNameIs(attribute, true);
+  // Named through the reflected attributes, so that a renamed attribute cannot slip through.
+  const auto& attrs = AclConfig::staticType().ownAttrs();
+  for (std::uint16_t index : {AclConfig::subConfigAttrIndex, AclConfig::currCfgAttrIndex,
+                              AclConfig::counterUpdateRequestTimeAttrIndex, AclConfig::secureMonitorAttrIndex}) {
+    filter->attributeNameIs(attrs[index]->name(), true);
   }
 }
 

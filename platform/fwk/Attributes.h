@@ -259,6 +259,7 @@ struct ACLKIT_EXPORT CollectionAccess {
 #define FWK_PASS_DECL_(kind, ...) FWK_DECL_##kind(__VA_ARGS__)
 // The read accessors every scalar and every value map has.
 #define FWK_DECL_SCALAR_READ_(name, T)           \
+  using name##Type = T;                          \
   [[nodiscard]] const T& name() const noexcept { \
     return name##_;                              \
   }
@@ -480,3 +481,22 @@ namespace fwk::detail {
 template <class C>
 class TypeBuilder;
 }  // namespace fwk::detail
+
+// Construction arguments declared once, as a list of the scalar attributes they set, in
+// order: #define ARGS(X, C) X(C, aclName) X(C, aclType) ... Each argument has its attribute's
+// type and is named <attribute>Arg. From the list come a constructor's parameters and body
+// and the factories' parameter lists and forwarding calls:
+//   FWK_ARGS_PARAMS(Class, ARGS)   const T& aclNameArg, ...
+//   FWK_ARGS_VALUES(Class, ARGS)   T aclNameArg, ...
+//   FWK_ARGS_NAMES(ARGS)           aclNameArg, ...
+//   FWK_ARGS_STORE(ARGS)           aclNameIs(aclNameArg); ...
+#define FWK_ARGS_PARAMS(Class, ARGS) FWK_ARGS_LIST_(ARGS(FWK_ARG_PARAM_, Class))
+#define FWK_ARGS_VALUES(Class, ARGS) FWK_ARGS_LIST_(ARGS(FWK_ARG_VALUE_, Class))
+#define FWK_ARGS_NAMES(ARGS) FWK_ARGS_LIST_(ARGS(FWK_ARG_NAME_, ))
+#define FWK_ARGS_STORE(ARGS) ARGS(FWK_ARG_STORE_, )
+#define FWK_ARGS_LIST_(...) FWK_ARGS_DROP_FIRST_(__VA_ARGS__)
+#define FWK_ARGS_DROP_FIRST_(first, ...) __VA_ARGS__
+#define FWK_ARG_PARAM_(Class, attr) , const Class::attr##Type& attr##Arg
+#define FWK_ARG_VALUE_(Class, attr) , Class::attr##Type attr##Arg
+#define FWK_ARG_NAME_(Class, attr) , attr##Arg
+#define FWK_ARG_STORE_(Class, attr) attr##Is(attr##Arg);
