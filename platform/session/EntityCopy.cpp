@@ -106,10 +106,10 @@ Ptr<Entity> EntityCopy::counterpart(const Ptr<const Entity>& srcTarget) const {
   const Entity* e = srcTarget.get();
   for (; e && e != src().get(); e = e->parent()) {
     Step step;
+    // Not below the copied tree: an outside reference stays as it is.
     if (!e->parent() || !stepFromParent(*e->parent(), *e, step)) return asIs;
     steps.push_back(step);
   }
-  if (!e) return asIs;  // not below the copied tree: an outside reference stays as it is
   Ptr<Entity> current = dest();
   for (auto it = steps.rbegin(); it != steps.rend() && current; ++it) {
     current = it->attr->get(*current, it->key).as<Ptr<Entity>>();
