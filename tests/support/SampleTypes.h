@@ -96,4 +96,13 @@ class BigNode : public Node {
   explicit BigNode(String name = String()) : Node(std::move(name)) {}
 };
 
+// The same keys and values in both kinds of map, for tests that hold them to one contract.
+// clang-format off
+#define SAMPLE_MAPS_ATTRS(A) A(orderedMap, ordered, U32, U32) A(hashMap, hashed, U32, U32)
+// clang-format on
+
+class Maps : public fwk::Entity {
+  FWK_ENTITY(Maps, fwk::Entity, SAMPLE_MAPS_ATTRS)
+};
+
 }  // namespace sample

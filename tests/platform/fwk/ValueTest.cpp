@@ -1,0 +1,94 @@
+// The value machinery behind attributes and reflection: enumerations by name and number,
+// records' equality, order, hashing and text, type-erased values, and the fault injector's
+// counting. A slip in any of these would pass every entity test that only sets and reads.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+#include "aclkit/platform/fwk/Enum.h"
+#include "aclkit/platform/fwk/Fault.h"
+#include "aclkit/platform/fwk/Reflection.h"
+#include "tests/support/SampleTypes.h"
+
+namespace {
+
+using fwk::String;
+using sample::Color;
+using sample::Match;
+
+template <class Error, class Fn>
+std::string messageOf(Fn fn) {
+  try {
+    fn();
+  } catch (const Error& e) {
+    return e.what();
+  }
+  return "no error";
+}
+
+TEST(ValueTest, EnumerationsGoByNameAndNumberAndRefuseTheRest) {
+  EXPECT_EQ(stringValue(sample::blue_), "blue") << "the trailing underscore is not part of the name";
+  EXPECT_EQ(fwk::enumFromName<Color>("blue"), sample::blue_);
+  EXPECT_EQ(fwk::enumFromValue<Color>(0), sample::red);
+  EXPECT_EQ(fwk::parseValue<Color>("1"), sample::green) << "a number that names one";
+  EXPECT_EQ(messageOf<fwk::EnumError>([] { fwk::enumFromName<Color>("purple"); }), "'purple' is not a name of Color");
+  EXPECT_EQ(messageOf<fwk::EnumError>([] { fwk::enumFromValue<Color>(9); }), "9 is not a value of Color");
+  std::ostringstream os;
+  os << sample::green << ' ' << static_cast<Color>(9);
+  EXPECT_EQ(os.str(), "green Color(9)") << "a stray number still prints";
+}
+
+TEST(ValueTest, RecordsCompareOrderHashAndPrintByEveryField) {
+  Match a;
+  Match b;
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a.hash(), b.hash());
+  b.tniIs(5);
+  EXPECT_NE(a, b);
+  EXPECT_TRUE(a < b && !(b < a)) << "a total order, field by field";
+  EXPECT_NE(a.hash(), b.hash());
+  EXPECT_NE(a.hash(1), a.hash(2)) << "the seed is mixed in";
+  a.protocolIs(6);
+  EXPECT_TRUE(b < a) << "earlier fields decide first";
+  b.noteIs("x");
+  EXPECT_EQ(fwk::strep(b), "Match{tni=5, note=x}") << "only what differs from a default record";
+  EXPECT_EQ(messageOf<fwk::RangeError>([&] { b.tniIs(16777216); }), "Match::tni < 0 or > 16777215 not allowed");
+  EXPECT_EQ(b.tni(), 5u);
+}
+
+TEST(ValueTest, TypeErasedValuesKeepTheirTypeAndNameItInErrors) {
+  const fwk::Value number(std::uint32_t{7});
+  const fwk::Value text("seven");
+  EXPECT_TRUE(number.is<std::uint32_t>());
+  EXPECT_TRUE(text.is<String>()) << "character strings are held as String";
+  EXPECT_EQ(number.strep(), "7");
+  EXPECT_EQ(fwk::Value(number).as<std::uint32_t>(), 7u) << "a copy holds its own";
+  EXPECT_EQ(messageOf<fwk::TypeConversionError>([&] { static_cast<void>(number.as<bool>()); }),
+            "value of type U32 is not a bool");
+  EXPECT_EQ(messageOf<fwk::TypeConversionError>([] { fwk::parseValue<std::uint8_t>("256"); }),
+            "cannot read a U8 from '256'");
+  EXPECT_TRUE(fwk::Value().empty());
+}
+
+TEST(ValueTest, TheFaultInjectorCountsPointsAndFiresWhereArmed) {
+  using fwk::fault::InjectedFault;
+  fwk::fault::arm(fwk::fault::mutation, 2, false);
+  fwk::fault::point(fwk::fault::notification);  // not an armed site: not counted
+  fwk::fault::point(fwk::fault::mutation);
+  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
+  fwk::fault::point(fwk::fault::mutation);  // once: later points pass
+  EXPECT_EQ(fwk::fault::reached(), 3u);
+  fwk::fault::arm(fwk::fault::mutation, 1, true);
+  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
+  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault) << "persistent: from there on";
+  {
+    const fwk::fault::Suspend quiet;
+    fwk::fault::point(fwk::fault::mutation);
+  }
+  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
+  fwk::fault::disarm();
+  fwk::fault::point(fwk::fault::mutation);
+}
+
+}  // namespace
