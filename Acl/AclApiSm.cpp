@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "aclkit/Acl/internal/Session.h"
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 
 namespace AclApi {
 

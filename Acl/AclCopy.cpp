@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "aclkit/model/Family.h"
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 #include "aclkit/platform/trace/Trace.h"
 
 namespace Acl {

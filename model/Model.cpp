@@ -1,5 +1,5 @@
 #include "aclkit/model/Mounts.h"
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 #include "aclkit/platform/store/StateStore.h"
 
 namespace Acl {

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 
 namespace Acl {
 

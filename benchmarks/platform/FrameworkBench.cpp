@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "aclkit/platform/fwk/Attributes.h"
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 #include "aclkit/platform/session/EntityCopy.h"
 #include "aclkit/platform/trace/Trace.h"
 #include "benchmarks/support/RatioMain.h"

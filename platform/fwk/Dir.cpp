@@ -1,6 +1,6 @@
 #include "aclkit/platform/fwk/Dir.h"
 
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 
 namespace fwk {
 

@@ -5,8 +5,8 @@
 #include <exception>
 #include <utility>
 
+#include "aclkit/platform/fwk/Define.h"
 #include "aclkit/platform/fwk/Fault.h"
-#include "aclkit/platform/fwk/Reflection.h"
 
 namespace fwk {
 

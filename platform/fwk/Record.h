@@ -7,7 +7,7 @@
 //   class IpFilterBase : public fwk::RecordBase {
 //     FWK_RECORD(IpFilterBase, fwk::RecordBase, IP_FILTER_BASE_FIELDS)
 //   };
-//   // in the source file: FWK_RECORD_DEFINE(IpFilterBase, IP_FILTER_BASE_FIELDS)
+//   // in the source file (with Define.h): FWK_RECORD_DEFINE(IpFilterBase, IP_FILTER_BASE_FIELDS)
 //
 // gives each field a getter N() and a setter NIs(v), and the record ==, < (a total order,
 // field by field after the base's fields), hash(seed), stream output (the fields that
@@ -119,45 +119,3 @@ int compareValues(const T& a, const T& b) {
   friend ACLKIT_EXPORT std::ostream& operator<<(std::ostream& os, const Class& record);             \
   LIST(FWK_RECORD_DECL_)                                                                            \
  public:
-
-// ---- in the record's source file (include "platform/fwk/Reflection.h") --------------
-
-#define FWK_RECORD_INFO_(kind, name, T, ...)                                                                      \
-  fields.push_back(::fwk::FieldInfo{::fwk::String(#name), &::fwk::valueType<T>(),                                 \
-                                    [](const void* r) { return ::fwk::Value(static_cast<const C*>(r)->name()); }, \
-                                    [](void* r, const ::fwk::Value& v) { static_cast<C*>(r)->name##Is(v.as<T>()); }});
-#define FWK_RECORD_PRINT_(kind, name, ...)                           \
-  if (!(name##_ == ::fwk::detail::defaultValue<C>().name##_)) {      \
-    os << (first ? "" : ", ") << #name "=" << ::fwk::strep(name##_); \
-    first = false;                                                   \
-  }
-
-// FWK_RECORD_DEFINE_FIELDS leaves out the stream output, for a record that writes its own.
-#define FWK_RECORD_DEFINE(Class, LIST)                              \
-  FWK_RECORD_DEFINE_FIELDS(Class, LIST)                             \
-  std::ostream& operator<<(std::ostream& os, const Class& record) { \
-    os << #Class "{";                                               \
-    bool first = true;                                              \
-    record.fwkPrintFields(os, first);                               \
-    return os << "}";                                               \
-  }
-
-#define FWK_RECORD_DEFINE_FIELDS(Class, LIST)                          \
-  const std::vector<::fwk::FieldInfo>& Class::fwkFields() {            \
-    static const std::vector<::fwk::FieldInfo> fields = [] {           \
-      std::vector<::fwk::FieldInfo> all;                               \
-      fwkAppendFields(all);                                            \
-      return all;                                                      \
-    }();                                                               \
-    return fields;                                                     \
-  }                                                                    \
-  void Class::fwkAppendFields(std::vector<::fwk::FieldInfo>& fields) { \
-    using C = Class;                                                   \
-    FwkRecordBase::fwkAppendFields(fields);                            \
-    LIST(FWK_RECORD_INFO_)                                             \
-  }                                                                    \
-  void Class::fwkPrintFields(std::ostream& os, bool& first) const {    \
-    using C = Class;                                                   \
-    FwkRecordBase::fwkPrintFields(os, first);                          \
-    LIST(FWK_RECORD_PRINT_)                                            \
-  }

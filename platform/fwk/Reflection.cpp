@@ -1,5 +1,4 @@
-#include "aclkit/platform/fwk/Reflection.h"
-
+#include "aclkit/platform/fwk/Define.h"
 #include "aclkit/platform/fwk/Record.h"
 
 namespace fwk {

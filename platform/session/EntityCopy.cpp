@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 
 namespace Cli::Session {
 

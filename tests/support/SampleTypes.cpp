@@ -3,7 +3,7 @@
 #include <cctype>
 #include <string>
 
-#include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/fwk/Define.h"
 
 namespace sample {
 
