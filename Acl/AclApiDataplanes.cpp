@@ -49,7 +49,7 @@ void ApiSm::statusDpIs(const String& name, const Ptr<const StatusDp>& statusDp) 
 
 void ApiSm::statusDpDel(const String& name) {
   const OperationScope scope(*this);
-  const String removed = name;  // may be the stored key
+  const String removed = name;  // NOLINT(performance-unnecessary-copy-initialization): may be the stored key
   statusDpErase(removed);
   statusDpEntryDel(removed);
 }

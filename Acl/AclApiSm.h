@@ -292,7 +292,8 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
 };
 
 // A new session, initialized and notifying; the arguments are ACLKIT_ACL_API_SM_ARGS.
-ACLKIT_EXPORT Ptr<ApiSm> ApiSmIs(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS));
+ACLKIT_EXPORT Ptr<ApiSm> ApiSmIs(  // NOLINT(readability-identifier-naming): the framework's <Type>Is
+    FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS));
 ACLKIT_EXPORT Ptr<ApiSm> apiSmFactory(FWK_ARGS_VALUES(ApiSm, ACLKIT_ACL_API_SM_ARGS));
 
 // The payload elements of `spec` (at most `count`) with those naming `alias` taking the

@@ -209,7 +209,7 @@ bool AclConfigCopyHandler::handleAclConfig(const Ptr<EntityCopy>& entityCopy, co
   } else {
     // Build the new version completely, mark it committed, and only then make it current;
     // the old one goes last. An observer of currCfg never sees a partial list.
-    Ptr<AclSubConfig> old = current;
+    Ptr<AclSubConfig> old = current;  // NOLINT(performance-unnecessary-copy-initialization): current moves on
     const UniqueId id = srcCurrent->id();
     Ptr<AclSubConfig> fresh = destConfig->subConfigIs(id);
     fresh->committedIs(true);

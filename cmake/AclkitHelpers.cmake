@@ -6,11 +6,6 @@ function(aclkit_warnings target)
   if(ACLKIT_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
-  # GCC 12 reports impossible overlaps in std::string concatenation at -O3 (a known
-  # false positive of -Wrestrict); the warning finds nothing real in this code base.
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(${target} PRIVATE -Wno-restrict)
-  endif()
 endfunction()
 
 function(aclkit_sanitize target)

@@ -112,7 +112,7 @@ PayloadSpec::PayloadSpec(String offsetPattern) {
     }
   }
   if (all.size() > 0xFFFF) throw fwk::RangeError("PayloadSpec::count > 65535 not allowed");
-  offsetPatternIs(std::move(offsetPattern));
+  offsetPatternIs(offsetPattern);
   countIs(static_cast<U16>(all.size()));
 }
 

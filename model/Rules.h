@@ -296,7 +296,7 @@ class ACLKIT_EXPORT RemarkConfig : public fwk::RecordBase {
 
  public:
   RemarkConfig() = default;
-  explicit RemarkConfig(String text) { textIs(std::move(text)); }
+  explicit RemarkConfig(const String& text) { textIs(text); }
 };
 
 }  // namespace Acl

@@ -56,6 +56,7 @@ class ACLKIT_EXPORT UniqueId {
   [[nodiscard]] U32 low() const noexcept { return low_; }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(val()); }
   friend bool operator==(const UniqueId&, const UniqueId&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>
   friend auto operator<=>(const UniqueId&, const UniqueId&) = default;
 
   static const char* fwkTypeName() { return "UniqueId"; }
@@ -77,6 +78,7 @@ class ACLKIT_EXPORT Ip4Addr {
   [[nodiscard]] constexpr bool isPrefixMask() const noexcept { return ((value_ - 1U) | value_) == 0xFFFFFFFFU; }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
   friend bool operator==(const Ip4Addr&, const Ip4Addr&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>
   friend auto operator<=>(const Ip4Addr&, const Ip4Addr&) = default;
   static const char* fwkTypeName() { return "Ip4Addr"; }
   // "192.0.2.3"; fwk::TypeConversionError otherwise.
@@ -96,6 +98,7 @@ class ACLKIT_EXPORT Ip6Addr {
   [[nodiscard]] constexpr U64 low() const noexcept { return low_; }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::hashCombine(fwk::mixHash(high_), low_); }
   friend bool operator==(const Ip6Addr&, const Ip6Addr&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>
   friend auto operator<=>(const Ip6Addr&, const Ip6Addr&) = default;
   static const char* fwkTypeName() { return "Ip6Addr"; }
   static Ip6Addr fwkParse(std::string_view text);
@@ -114,6 +117,7 @@ class ACLKIT_EXPORT MacAddr {
   [[nodiscard]] constexpr U64 value() const noexcept { return value_; }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
   friend bool operator==(const MacAddr&, const MacAddr&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>
   friend auto operator<=>(const MacAddr&, const MacAddr&) = default;
   static const char* fwkTypeName() { return "MacAddr"; }
   // "00:00:5e:00:53:01" or "0000.5e00.5301".

@@ -112,7 +112,7 @@ class ACLKIT_EXPORT Ptr {
   noexcept : raw_(other.release()) {}  // NOLINT(google-explicit-constructor)
   ~Ptr() { releaseRef(); }
 
-  Ptr& operator=(const Ptr& other) noexcept {
+  Ptr& operator=(const Ptr& other) noexcept {  // NOLINT(bugprone-unhandled-self-assignment): copy and swap
     Ptr(other).swap(*this);
     return *this;
   }

@@ -22,6 +22,7 @@ String::String(std::string_view text) {
   rep_->data[text.size()] = '\0';
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the same representation is left alone
 String& String::operator=(const String& other) noexcept {
   if (rep_ != other.rep_) {
     other.acquire();

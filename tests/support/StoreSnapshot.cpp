@@ -13,7 +13,7 @@ namespace build {
 namespace {
 
 std::string identity(const fwk::Entity* entity) {
-  return entity ? "#" + std::to_string(entity->serial()) : "null";
+  return entity ? '#' + std::to_string(entity->serial()) : "null";
 }
 
 class Snapshot {
@@ -47,14 +47,14 @@ class Snapshot {
   void describe(const fwk::Entity& entity) {
     out_ += identity(&entity) + " " + entity.fwkType().name().str() + " '" + entity.fullName().str() + "'\n";
     for (const fwk::AttrInfo* attr : entity.fwkType().attrs()) {
-      out_ += "  " + attr->name().str() + ":";
+      out_.append("  ").append(attr->name().view()).append(":");
       if (attr->kind() == fwk::AttrKind::scalar) {
-        out_ += " " + text(attr->get(entity)) + "\n";
+        out_.append(" ").append(text(attr->get(entity))).append("\n");
         continue;
       }
       if (attr->kind() == fwk::AttrKind::children) {
         for (fwk::Entity* child : attr->children(entity)) {
-          out_ += " " + identity(child);
+          out_.append(" ").append(identity(child));
           reach(child);
         }
         out_ += "\n";
@@ -65,7 +65,7 @@ class Snapshot {
       for (const fwk::Value& key : attr->keys(entity))
         entries.push_back(text(key) + "=" + text(attr->get(entity, key)));
       if (attr->kind() == fwk::AttrKind::hashMap) std::sort(entries.begin(), entries.end());
-      for (const std::string& entry : entries) out_ += "\n    " + entry;
+      for (const std::string& entry : entries) out_.append("\n    ").append(entry);
       out_ += "\n";
     }
   }
