@@ -11,6 +11,10 @@
 #pragma once
 
 #define ACLKIT_EXPORT __attribute__((visibility("default")))
+// Machinery every binary instantiates for itself and never shares across the library boundary
+// (typed adapters behind a common interface), kept out of the exported symbols even when its
+// template arguments are exported types.
+#define ACLKIT_HIDDEN __attribute__((visibility("hidden")))
 
 // The reference-count model is part of the ABI. Counted types live in an inline namespace
 // named after the model, so a program compiled for one model and linked against a library

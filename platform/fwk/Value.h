@@ -90,7 +90,7 @@ class ACLKIT_EXPORT Value {
   template <class T>
   using Stored =
       std::conditional_t<std::is_convertible_v<T, std::string_view> && !std::is_same_v<T, String>, String, T>;
-  struct HolderBase {
+  struct ACLKIT_HIDDEN HolderBase {
     virtual ~HolderBase() = default;
     [[nodiscard]] virtual HolderBase* clone() const = 0;
     [[nodiscard]] virtual const ValueType& type() const = 0;
@@ -98,7 +98,7 @@ class ACLKIT_EXPORT Value {
     [[nodiscard]] virtual void* data() = 0;
   };
   template <class T>
-  struct Holder final : HolderBase {
+  struct ACLKIT_HIDDEN Holder final : HolderBase {
     explicit Holder(T v) : value(std::move(v)) {}
     HolderBase* clone() const override { return new Holder(value); }
     const ValueType& type() const override { return valueType<T>(); }

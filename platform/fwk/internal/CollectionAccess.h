@@ -45,7 +45,7 @@ class UndoTarget {
 
 // The only code that writes collections; every write notifies exactly when state changed,
 // and is recorded with its inverse first when a transaction asks for it.
-struct ACLKIT_EXPORT CollectionAccess {
+struct ACLKIT_HIDDEN CollectionAccess {
   template <class T>
   static void setScalar(const Entity& owner, T& slot, const T& value, AttrId id) {
     if (slot == checkedValue(value)) return;

@@ -59,7 +59,7 @@ T resolveForCopy(const T& value, CopyContext& context) {
 [[noreturn]] ACLKIT_EXPORT void copyOfUncreatableChild(const AttrInfo& attr, const String& typeName);
 
 template <class C, class T>
-class ScalarAttr final : public AttrInfo {
+class ACLKIT_HIDDEN ScalarAttr final : public AttrInfo {
  public:
   // The other overloads raise "not supported" for this kind.
  public:
@@ -95,7 +95,7 @@ class ScalarAttr final : public AttrInfo {
 };
 
 template <class C, class Map>
-class MapAttr final : public AttrInfo {
+class ACLKIT_HIDDEN MapAttr final : public AttrInfo {
   // The other overloads raise "not supported" for this kind.
  public:
   using AttrInfo::get;
@@ -192,7 +192,7 @@ class MapAttr final : public AttrInfo {
 };
 
 template <class C, class K, class E>
-class ChildrenAttr final : public AttrInfo {
+class ACLKIT_HIDDEN ChildrenAttr final : public AttrInfo {
   // The other overloads raise "not supported" for this kind.
  public:
   using AttrInfo::get;
