@@ -40,7 +40,7 @@ RangeMatch anyRangeMatch() {
       return {*gen::element(ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt), *gen::arbitrary<U16>()};
     default: {
       U16 a = *gen::arbitrary<U16>();
-      U16 b = *gen::arbitrary<U16>();
+      U16 b = coin() ? a : *gen::arbitrary<U16>();  // one-value ranges too
       return {ValueOp::range, std::min(a, b), std::max(a, b)};
     }
   }
