@@ -27,8 +27,9 @@
 //     IPv6 as any, host A or A/len; MAC as any, host M or M MASK;
 //   - a mask that equals the field's full width is left out ("outer-vlan 10", not
 //     "outer-vlan 10 mask 0xfff");
-//   - TCP flags in header order, "syn" for a flag that must be set and "!syn" for one that
-//     must be clear ("established" is read as "ack").
+//   - TCP flags from the lowest bit up (fin syn rst psh ack urg ece cwr ns), "syn" for a flag
+//     that must be set and "!syn" for one that must be clear ("established" is read as
+//     "ack": the record holds flags that must all match, so "ack or rst" has no form).
 //
 // Lossless: parse(format(r)) gives back r for every well-formed record r, and format of a
 // parsed canonical line gives the same line. A record is well-formed when every field a
@@ -84,7 +85,8 @@ struct Entry {
 // One line of a list of family `type`: "[SEQ] remark TEXT" (the text is everything after the
 // one blank following "remark") or "[SEQ] permit|deny ...". A standard IPv4 list
 // (`standard`, with type ip) gives only a source address and actions: "permit 10.0.0.0/8 log".
-// Raises ParseError.
+// Raises ParseError for the line; `standard` with another family is the caller's mistake,
+// std::invalid_argument.
 [[nodiscard]] Entry parse(std::string_view line, Acl::AclType type, bool standard = false);
 
 // The canonical line of a record, without a sequence number; std::invalid_argument for a

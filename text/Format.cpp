@@ -1,6 +1,7 @@
 // Writing a record as its canonical line. Each clause writer first checks that the fields it
 // covers hold something a line can say; a record that does not is refused rather than
 // written as a line that would read back as another record.
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <sstream>

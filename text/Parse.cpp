@@ -59,6 +59,8 @@ class Cursor {
     ++at_;
     return true;
   }
+  // Steps over a word already looked at.
+  void advance() { ++at_; }
   // The next word, whatever it is; at the end of the line, fails saying `what` was needed.
   Token take(std::string_view what) {
     if (atEnd()) fail(what);
@@ -110,7 +112,6 @@ std::optional<U64> readDigits(std::string_view text, int base) {
 // Decimal, or hex after "0x"; no sign.
 std::optional<U64> readUnsigned(std::string_view text) {
   if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) return readDigits(text.substr(2), 16);
-  if (text.starts_with('+')) return std::nullopt;  // from_chars takes no sign anyway; keep it explicit
   return readDigits(text, 10);
 }
 
@@ -157,7 +158,7 @@ std::optional<ValueOp> valueOpNamed(std::string_view word) {
 RangeMatch rangeMatch(Cursor& in, std::span<const Name> names, std::string_view what) {
   std::optional<ValueOp> op = valueOpNamed(in.peek());
   if (!op) in.fail("eq, neq, lt, gt or range");
-  in.take("");
+  in.advance();
   auto low = static_cast<U16>(numberOrName(in, names, what, 0xFFFF));
   if (*op != ValueOp::range) return RangeMatch(*op, low);
   std::size_t highColumn = in.column();
@@ -288,7 +289,7 @@ bool tcpFlagOption(Cursor& in, IpFilterBase& f) {
   if (!clear && equalsIgnoringCase(name, "established")) bit = *internal::valueOf(internal::tcpFlagNames(), "ack");
   if (!bit) return false;
   if (f.tcpFlagsMask() & *bit) in.fail("each TCP flag once");
-  in.take("");
+  in.advance();
   f.tcpFlagsMaskIs(static_cast<U16>(f.tcpFlagsMask() | *bit));
   if (!clear) f.tcpFlagsIs(static_cast<U16>(f.tcpFlags() | *bit));
   return true;
@@ -299,7 +300,7 @@ std::pair<ValueOp, U8> limitClause(Cursor& in, std::string_view thing) {
   ValueOp kind = ValueOp::any;
   if (std::optional<ValueOp> op = valueOpNamed(in.peek()); op && *op != ValueOp::range) {
     kind = *op;
-    in.take("");
+    in.advance();
   }
   return {kind, static_cast<U8>(number(in, upTo(thing, 255), 255))};
 }
@@ -525,7 +526,7 @@ std::optional<U32> sequenceNumber(Cursor& in) {
   if (word.empty() || word.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   std::optional<U64> sequence = readDigits(word, 10);
   if (!sequence || *sequence > 0xFFFFFFFF) in.fail(upTo("a sequence number", 0xFFFFFFFF));
-  in.take("");
+  in.advance();
   return static_cast<U32>(*sequence);
 }
 
