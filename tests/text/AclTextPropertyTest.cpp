@@ -23,8 +23,18 @@ bool coin() {
 }
 
 template <class T>
-T upTo(T max) {
-  return static_cast<T>(*gen::inRange<U64>(0, U64{max} + 1));
+T upTo(U64 max) {
+  return static_cast<T>(*gen::inRange<U64>(0, max + 1));
+}
+// The field's default half the time, so that lines with few clauses come up as well.
+template <class T>
+T sometimes(T value) {
+  return coin() ? value : T{};
+}
+// A value and its mask, both anywhere up to `max`, or neither.
+template <class T>
+std::pair<T, T> anyMasked(U64 max) {
+  return sometimes(std::pair<T, T>(upTo<T>(max), upTo<T>(max)));
 }
 
 std::string word(std::size_t maxLength) {
@@ -33,59 +43,47 @@ std::string word(std::size_t maxLength) {
 }
 
 RangeMatch anyRangeMatch() {
-  switch (*gen::inRange(0, 3)) {
-    case 0:
-      return {};
-    case 1:
-      return {*gen::element(ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt), *gen::arbitrary<U16>()};
-    default: {
-      U16 a = *gen::arbitrary<U16>();
-      U16 b = coin() ? a : *gen::arbitrary<U16>();  // one-value ranges too
-      return {ValueOp::range, std::min(a, b), std::max(a, b)};
-    }
-  }
+  U16 a = *gen::arbitrary<U16>();
+  U16 b = coin() ? a : *gen::arbitrary<U16>();  // one-value ranges too
+  ValueOp op = *gen::element(ValueOp::any, ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt, ValueOp::range);
+  if (op == ValueOp::range) return {op, std::min(a, b), std::max(a, b)};
+  return op == ValueOp::any ? RangeMatch() : RangeMatch(op, a);
 }
 
 PayloadSpec anyPayload() {
-  std::vector<PayloadValue> elements(*gen::inRange<std::size_t>(1, 4));
+  std::vector<PayloadValue> elements(*gen::inRange<std::size_t>(0, 4));
   for (PayloadValue& e : elements) {
     e.offsetIs(*gen::arbitrary<U16>());
     e.patternIs(*gen::arbitrary<U32>());
     e.maskIs(*gen::arbitrary<U32>());
-    if (coin()) e.aliasIs(String(word(12)));
+    e.aliasIs(sometimes(String(word(12))));
     e.ownPatternIs(coin());
     e.ownMaskIs(coin());
   }
   return PayloadSpec(payloadValueToOffsetPattern(static_cast<U16>(elements.size()), elements.data()));
 }
 
-template <class Rule>
-void anyActions(Rule& rule) {
+void anyActions(RuleConfig& rule) {
   rule.actionIs(*gen::element(RuleAction::permit, RuleAction::deny));
   rule.logIs(coin());
-  if (coin()) rule.mirrorSessionIs(String(word(20)));
+  rule.mirrorSessionIs(sometimes(String(word(20))));
   rule.copyToCpuIs(coin());
   rule.countIs(coin());
 }
 
+ValueOp anyLimitKind() {
+  return *gen::element(ValueOp::any, ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt);
+}
+
 // The matches IPv4 and IPv6 share; `icmp` is the family's ICMP protocol number.
 void anyBaseMatches(IpFilterBase& f, U8 icmp) {
-  switch (*gen::inRange(0, 4)) {
-    case 0:
-      break;  // any protocol
-    case 1:
-      f.protocolIs(*gen::arbitrary<U8>());
-      f.protocolMaskIs(*gen::arbitrary<U8>());
-      break;
-    case 2:
-      f.protocolIs(*gen::element<U8>(6, 17, 47, 51, 132, 250));
-      f.protocolMaskIs(0xFF);
-      break;
-    default:
-      f.protocolIs(icmp);
-      f.protocolMaskIs(0xFF);
-      if (coin()) f.icmpTypeIs(upTo<U16>(255));
-      if (f.icmpType() != IpFilterBase::icmpAny && coin()) f.icmpCodeIs(upTo<U16>(255));
+  // Any protocol, any pair, a named protocol, or ICMP with a type and maybe a code.
+  U8 protocol = *gen::element<U8>(0, *gen::arbitrary<U8>(), *gen::element<U8>(6, 17, 47, 51, 132), icmp);
+  f.protocolIs(protocol);
+  f.protocolMaskIs(protocol == 0 ? U8{0} : *gen::element<U8>(0xFF, *gen::arbitrary<U8>()));
+  if (protocol == icmp && f.protocolMask() == 0xFF && coin()) {
+    f.icmpTypeIs(upTo<U16>(255));
+    if (coin()) f.icmpCodeIs(upTo<U16>(255));
   }
   f.srcPortIs(anyRangeMatch());
   f.dstPortIs(anyRangeMatch());
@@ -96,55 +94,29 @@ void anyBaseMatches(IpFilterBase& f, U8 icmp) {
     f.dscpIs(upTo<U8>(63));
     f.dscpMaskIs(upTo<U8>(63));
   }
-  if (coin()) {
-    f.matchEcnIs(true);
-    f.ecnIs(upTo<U8>(3));
-  }
+  f.matchEcnIs(coin());
+  if (f.matchEcn()) f.ecnIs(upTo<U8>(3));
   f.ipLengthIs(anyRangeMatch());
-  if (coin()) {
-    f.outerVlanIs(upTo<U16>(4095));
-    f.outerVlanMaskIs(upTo<U16>(4095));
-  }
-  if (coin()) {
-    f.innerVlanIs(upTo<U16>(4095));
-    f.innerVlanMaskIs(upTo<U16>(4095));
-  }
-  if (coin()) {
-    f.greProtoIs(*gen::arbitrary<U16>());
-    f.greProtoMaskIs(*gen::arbitrary<U16>());
-  }
-  if (coin()) f.tniIs(upTo<U32>(16777215));
+  auto [outer, outerMask] = anyMasked<U16>(4095);
+  auto [inner, innerMask] = anyMasked<U16>(4095);
+  auto [gre, greMask] = anyMasked<U16>(0xFFFF);
+  auto [userL4, userL4Mask] = anyMasked<U32>(0xFFFFFFFF);
+  f.outerVlanIs(outer), f.outerVlanMaskIs(outerMask), f.innerVlanIs(inner), f.innerVlanMaskIs(innerMask);
+  f.greProtoIs(gre), f.greProtoMaskIs(greMask), f.userL4Is(userL4), f.userL4MaskIs(userL4Mask);
+  f.tniIs(sometimes(upTo<U32>(16777215)));
   f.vxlanIs(coin());
-  if (coin()) f.vniIs(upTo<U32>(16777215));
+  f.vniIs(sometimes(upTo<U32>(16777215)));
   f.gtpIs(coin());
-  if (coin()) f.teidIs(*gen::arbitrary<U32>());
-  if (coin()) {
-    f.userL4Is(*gen::arbitrary<U32>());
-    f.userL4MaskIs(*gen::arbitrary<U32>());
-  }
-  if (coin()) f.payloadIs(anyPayload());
-  if (coin()) f.vrfIs(VrfName(String(word(VrfName::maxLength))));
+  f.teidIs(sometimes(*gen::arbitrary<U32>()));
+  f.payloadIs(anyPayload());
+  f.vrfIs(VrfName(sometimes(String(word(VrfName::maxLength)))));
 }
 
-U8 prefixLength(int bits) {
-  return static_cast<U8>(*gen::inRange(0, bits + 1));
-}
-
-// any, host, a prefix or any other mask: every form a line has.
+// any, host, a prefix, or any other mask: every form a line has.
 std::pair<Ip4Addr, Ip4Addr> anyIp4Match() {
-  Ip4Addr addr(*gen::arbitrary<U32>());
-  switch (*gen::inRange(0, 4)) {
-    case 0:
-      return {};
-    case 1:
-      return {addr, Ip4Addr(0xFFFFFFFF)};
-    case 2: {
-      U8 length = prefixLength(32);
-      return {addr, Ip4Addr(length == 0 ? 0 : ~U32{0} << (32 - length))};
-    }
-    default:
-      return {addr, Ip4Addr(*gen::arbitrary<U32>())};
-  }
+  U32 length = upTo<U32>(32);
+  U32 mask = *gen::element<U32>(0xFFFFFFFF, length == 0 ? 0 : ~U32{0} << (32 - length), *gen::arbitrary<U32>());
+  return sometimes(std::pair(Ip4Addr(*gen::arbitrary<U32>()), Ip4Addr(mask)));
 }
 
 IpRuleConfig anyIpRule() {
@@ -153,17 +125,11 @@ IpRuleConfig anyIpRule() {
   anyBaseMatches(f, 1);
   auto [src, srcMask] = anyIp4Match();
   auto [dst, dstMask] = anyIp4Match();
-  f.srcIs(src);
-  f.srcMaskIs(srcMask);
-  f.dstIs(dst);
-  f.dstMaskIs(dstMask);
-  f.ttlKindIs(*gen::element(ValueOp::any, ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt));
-  if (coin()) f.ttlIs(*gen::arbitrary<U8>());
+  auto [vlan, vlanMask] = anyMasked<U16>(4095);
+  f.srcIs(src), f.srcMaskIs(srcMask), f.dstIs(dst), f.dstMaskIs(dstMask), f.vlanIs(vlan), f.vlanMaskIs(vlanMask);
+  f.ttlKindIs(anyLimitKind());
+  f.ttlIs(sometimes(*gen::arbitrary<U8>()));
   f.trackedIs(coin());
-  if (coin()) {
-    f.vlanIs(upTo<U16>(4095));
-    f.vlanMaskIs(upTo<U16>(4095));
-  }
   rule.filterIs(f);
   rule.vaclIs(coin());
   anyActions(rule);
@@ -174,36 +140,21 @@ Ip6RuleConfig anyIp6Rule() {
   Ip6RuleConfig rule;
   Ip6Filter f;
   anyBaseMatches(f, 58);
-  for (bool source : {true, false}) {
-    Ip6Addr addr(*gen::arbitrary<U64>(), *gen::arbitrary<U64>());
-    U8 length = *gen::element<U8>(0, 128, prefixLength(128));
-    if (length == 0 && coin()) addr = Ip6Addr();  // any
-    if (source) {
-      f.srcIs(addr);
-      f.srcPrefixLenIs(length);
-    } else {
-      f.dstIs(addr);
-      f.dstPrefixLenIs(length);
-    }
-  }
+  auto anyIp6 = [] { return sometimes(Ip6Addr(*gen::arbitrary<U64>(), *gen::arbitrary<U64>())); };
+  f.srcIs(anyIp6()), f.dstIs(anyIp6());
+  f.srcPrefixLenIs(*gen::element<U8>(0, 128, upTo<U8>(128)));
+  f.dstPrefixLenIs(*gen::element<U8>(0, 128, upTo<U8>(128)));
   // A hop limit may be non-zero with kind any: both must come back.
-  f.hopLimitKindIs(*gen::element(ValueOp::any, ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt));
-  if (coin()) f.hopLimitIs(*gen::arbitrary<U8>());
+  f.hopLimitKindIs(anyLimitKind());
+  f.hopLimitIs(sometimes(*gen::arbitrary<U8>()));
   rule.filterIs(f);
   anyActions(rule);
   return rule;
 }
 
 std::pair<MacAddr, MacAddr> anyMacMatch() {
-  MacAddr addr(*gen::arbitrary<U64>());
-  switch (*gen::inRange(0, 3)) {
-    case 0:
-      return {};
-    case 1:
-      return {addr, MacAddr(0xFFFFFFFFFFFFULL)};
-    default:
-      return {addr, MacAddr(*gen::arbitrary<U64>())};
-  }
+  U64 mask = *gen::element<U64>(0xFFFFFFFFFFFF, *gen::arbitrary<U64>());
+  return sometimes(std::pair(MacAddr(*gen::arbitrary<U64>()), MacAddr(mask)));
 }
 
 MacRuleConfig anyMacRule() {
@@ -211,35 +162,23 @@ MacRuleConfig anyMacRule() {
   MacFilter f;
   auto [src, srcMask] = anyMacMatch();
   auto [dst, dstMask] = anyMacMatch();
-  f.srcIs(src);
-  f.srcMaskIs(srcMask);
-  f.dstIs(dst);
-  f.dstMaskIs(dstMask);
-  if (coin()) {
-    f.ethertypeIs(*gen::arbitrary<U16>());
-    f.ethertypeMaskIs(*gen::arbitrary<U16>());
-  }
-  if (coin()) {
-    f.outerVlanIs(upTo<U16>(4095));
-    f.outerVlanMaskIs(upTo<U16>(4095));
-  }
-  if (coin()) {
-    f.innerVlanIs(upTo<U16>(4095));
-    f.innerVlanMaskIs(upTo<U16>(4095));
-  }
-  if (coin()) f.mplsLabelIs(upTo<U32>(0xFFFFF));
-  if (coin()) f.mplsInnerLabelIs(upTo<U32>(0xFFFFF));
+  auto [ethertype, ethertypeMask] = anyMasked<U16>(0xFFFF);
+  auto [outer, outerMask] = anyMasked<U16>(4095);
+  auto [inner, innerMask] = anyMasked<U16>(4095);
+  f.srcIs(src), f.srcMaskIs(srcMask), f.dstIs(dst), f.dstMaskIs(dstMask);
+  f.ethertypeIs(ethertype), f.ethertypeMaskIs(ethertypeMask);
+  f.outerVlanIs(outer), f.outerVlanMaskIs(outerMask), f.innerVlanIs(inner), f.innerVlanMaskIs(innerMask);
+  f.mplsLabelIs(sometimes(upTo<U32>(0xFFFFF)));
+  f.mplsInnerLabelIs(sometimes(upTo<U32>(0xFFFFF)));
   MplsFilter mpls;
   for (int i = *gen::inRange(0, 3); i > 0; --i) {
     MplsLabelFilter entry;
-    entry.labelIs(upTo<U32>(0xFFFFF));
-    entry.labelMaskIs(upTo<U32>(0xFFFFF));
-    entry.tcIs(upTo<U8>(7));
-    entry.tcMaskIs(upTo<U8>(7));
+    entry.labelIs(upTo<U32>(0xFFFFF)), entry.labelMaskIs(upTo<U32>(0xFFFFF));
+    entry.tcIs(upTo<U8>(7)), entry.tcMaskIs(upTo<U8>(7));
     mpls.labelIs(entry.label(), entry);
   }
   f.mplsIs(mpls);
-  if (coin()) f.payloadIs(anyPayload());
+  f.payloadIs(anyPayload());
   rule.filterIs(f);
   anyActions(rule);
   return rule;
@@ -271,8 +210,7 @@ RC_GTEST_PROP(AclTextPropertyTest, StandardRuleAndRemarkReadBackAsThemselves, ()
   IpRuleConfig rule;
   IpFilter f;
   auto [src, srcMask] = anyIp4Match();
-  f.srcIs(src);
-  f.srcMaskIs(srcMask);
+  f.srcIs(src), f.srcMaskIs(srcMask);
   rule.filterIs(f);
   anyActions(rule);
   Text::Entry standard{anySequence(), rule};

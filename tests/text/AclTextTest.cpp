@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "aclkit/text/AclText.h"
+#include "tests/support/Text.h"
 
 namespace {
 
@@ -21,87 +22,43 @@ Ip4Addr ip4(const char* text) {
   return Ip4Addr::fwkParse(text);
 }
 
-// What a line means, field by field: the round trips cannot see a reader and a writer that
-// agree on the wrong field.
+// What a line means, field by field, in the records' own text form (the fields that differ
+// from a default record): the round trips cannot see a reader and a writer that agree on the
+// wrong field.
 TEST(AclTextTest, LinesSetTheFieldsTheyName) {
-  struct Case {
-    AclType type;
-    const char* line;
-    std::optional<U32> sequence;
-    Text::EntryBody body;
+  const std::tuple<AclType, const char*, const char*> cases[] = {
+      {AclType::ip, "permit tcp 10.0.0.0/8 host 192.0.2.1 eq https log",
+       "IpRuleConfig{log=true, filter=IpFilter{protocol=6, protocolMask=255, dstPort=eq 443, src=10.0.0.0, "
+       "srcMask=255.0.0.0, dst=192.0.2.1, dstMask=255.255.255.255}}"},
+      {AclType::ip, "permit udp any eq domain 198.51.100.0 255.255.255.0 range 1024 2047 count",
+       "IpRuleConfig{count=true, filter=IpFilter{protocol=17, protocolMask=255, srcPort=eq 53, dstPort=range 1024 "
+       "2047, dst=198.51.100.0, dstMask=255.255.255.0}}"},
+      {AclType::ip, "deny icmp any any echo 0 established !syn dscp af41 mask 0x38 ttl gt 5 vlan 10 mask 0xff0",
+       "IpRuleConfig{action=deny, filter=IpFilter{protocol=1, protocolMask=255, tcpFlags=16, tcpFlagsMask=18, "
+       "icmpType=8, icmpCode=0, matchDscp=true, dscp=34, dscpMask=56, ttlKind=gt, ttl=5, vlan=10, vlanMask=4080}}"},
+      {AclType::ip, "permit 47 any any nvgre tni 7 vni 9 teid 11 user-l4 0xab vrf red vacl tracked mirror m1",
+       "IpRuleConfig{mirrorSession=m1, vacl=true, filter=IpFilter{protocol=47, protocolMask=255, greProto=25944, "
+       "greProtoMask=65535, tni=7, vni=9, teid=11, userL4=171, userL4Mask=4294967295, vrf=red, tracked=true}}"},
+      {AclType::ip, "permit ip any any payload 2 0x1234 0xffff own-pattern own-mask payload 6 0 0 alias tunnelKey",
+       "IpRuleConfig{filter=IpFilter{payload=payload(2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,)}}"},
+      {AclType::ipv6, "permit icmp 2001:db8::/32 any echo-reply hop-limit 7 ip-length lt 100 outer-vlan 5 ecn 1",
+       "Ip6RuleConfig{filter=Ip6Filter{protocol=58, protocolMask=255, icmpType=129, matchEcn=true, ecn=1, "
+       "ipLength=lt 100, outerVlan=5, outerVlanMask=4095, src=2001:db8::, srcPrefixLen=32, hopLimit=7}}"},
+      {AclType::mac, "permit 00:00:5e:00:53:01 ff:ff:ff:ff:ff:ff any ethertype ipv4 inner-vlan 3 mask 0x0 copy-to-cpu",
+       "MacRuleConfig{copyToCpu=true, filter=MacFilter{src=00:00:5e:00:53:01, srcMask=ff:ff:ff:ff:ff:ff, "
+       "ethertype=2048, ethertypeMask=65535, innerVlan=3}}"},
+      {AclType::mac, "deny any host 02:00:00:00:00:01 mpls-label 100 mpls-inner-label 200 mpls 16 mask 0xff tc 5",
+       "MacRuleConfig{action=deny, filter=MacFilter{dst=02:00:00:00:00:01, dstMask=ff:ff:ff:ff:ff:ff, "
+       "mplsLabel=100, mplsInnerLabel=200, mpls=mpls(MplsLabelFilter{label=16, labelMask=255, tc=5, tcMask=7})}}"},
   };
-  const Case cases[] = {
-      {AclType::ip, "10 permit tcp 10.0.0.0/8 host 192.0.2.1 eq https log", 10,
-       rule<IpRuleConfig>([](auto& r, auto& f) {
-         f.protocolIs(6), f.protocolMaskIs(0xFF), f.srcIs(ip4("10.0.0.0")), f.srcMaskIs(ip4("255.0.0.0"));
-         f.dstIs(ip4("192.0.2.1")), f.dstMaskIs(ip4("255.255.255.255")), f.dstPortIs(RangeMatch(ValueOp::eq, 443));
-         r.logIs(true);
-       })},
-      {AclType::ip, "deny ip any any", {}, rule<IpRuleConfig>([](auto& r, auto&) { r.actionIs(RuleAction::deny); })},
-      {AclType::ip, "20 permit udp any eq domain 198.51.100.0 255.255.255.0 range 1024 2047 count", 20,
-       rule<IpRuleConfig>([](auto& r, auto& f) {
-         f.protocolIs(17), f.protocolMaskIs(0xFF), f.srcPortIs(RangeMatch(ValueOp::eq, 53));
-         f.dstIs(ip4("198.51.100.0")), f.dstMaskIs(ip4("255.255.255.0"));
-         f.dstPortIs(RangeMatch(ValueOp::range, 1024, 2047)), r.countIs(true);
-       })},
-      {AclType::ip,
-       "permit icmp any any echo 0 established !syn dscp af41 mask 0x38 ttl gt 5 vlan 10 mask 0xff0",
-       {},
-       rule<IpRuleConfig>([](auto&, auto& f) {
-         f.protocolIs(1), f.protocolMaskIs(0xFF), f.icmpTypeIs(8), f.icmpCodeIs(0);
-         f.tcpFlagsIs(0x10), f.tcpFlagsMaskIs(0x12), f.matchDscpIs(true), f.dscpIs(34), f.dscpMaskIs(0x38);
-         f.ttlKindIs(ValueOp::gt), f.ttlIs(5), f.vlanIs(10), f.vlanMaskIs(0xFF0);
-       })},
-      {AclType::ip,
-       "permit 47 any any nvgre tni 7 vni 9 teid 11 user-l4 0xab vrf red vacl tracked",
-       {},
-       rule<IpRuleConfig>([](auto& r, auto& f) {
-         f.protocolIs(47), f.protocolMaskIs(0xFF), f.greProtoIs(0x6558), f.greProtoMaskIs(0xFFFF), f.tniIs(7);
-         f.vniIs(9), f.teidIs(11), f.userL4Is(0xAB), f.userL4MaskIs(0xFFFFFFFF), f.vrfIs(VrfName("red"));
-         r.vaclIs(true), f.trackedIs(true);
-       })},
-      {AclType::ip,
-       "permit ip any any payload 2 0x1234 0xffff own-pattern own-mask payload 6 0 0 alias tunnelKey",
-       {},
-       rule<IpRuleConfig>(
-           [](auto&, auto& f) { f.payloadIs(PayloadSpec("2,0x1234,0xffff,,pm 6,0x0,0x0,tunnelKey,")); })},
-      {AclType::ipv6,
-       "permit icmp 2001:db8::/32 any echo-reply hop-limit 7 ip-length lt 100 outer-vlan 5",
-       {},
-       rule<Ip6RuleConfig>([](auto&, auto& f) {
-         f.protocolIs(58), f.protocolMaskIs(0xFF), f.srcIs(Ip6Addr::fwkParse("2001:db8::")), f.srcPrefixLenIs(32);
-         f.icmpTypeIs(129), f.hopLimitIs(7), f.ipLengthIs(RangeMatch(ValueOp::lt, 100));
-         f.outerVlanIs(5), f.outerVlanMaskIs(0xFFF);
-       })},
-      {AclType::mac,
-       "permit 00:00:5e:00:53:01 ff:ff:ff:ff:ff:ff any ethertype ipv4 inner-vlan 3 mask 0x0",
-       {},
-       rule<MacRuleConfig>([](auto&, auto& f) {
-         f.srcIs(MacAddr(0x00005e005301)), f.srcMaskIs(MacAddr(0xFFFFFFFFFFFF)), f.ethertypeIs(0x0800);
-         f.ethertypeMaskIs(0xFFFF), f.innerVlanIs(3);
-       })},
-      {AclType::mac,
-       "deny any host 02:00:00:00:00:01 mpls-label 100 mpls-inner-label 200 mpls 16 mask 0xff tc 5 copy-to-cpu",
-       {},
-       rule<MacRuleConfig>([](auto& r, auto& f) {
-         r.actionIs(RuleAction::deny), r.copyToCpuIs(true), f.dstIs(MacAddr(0x020000000001));
-         f.dstMaskIs(MacAddr(0xFFFFFFFFFFFF)), f.mplsLabelIs(100), f.mplsInnerLabelIs(200);
-         MplsLabelFilter entry;
-         entry.labelIs(16), entry.labelMaskIs(0xFF), entry.tcIs(5), entry.tcMaskIs(7);
-         MplsFilter mpls;
-         mpls.labelIs(16, entry);
-         f.mplsIs(mpls);
-       })},
-      {AclType::mac, "30 remark  two  blanks kept ", 30, RemarkConfig(" two  blanks kept ")},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.line);
-    EXPECT_EQ(Text::parse(c.line, c.type), (Text::Entry{c.sequence, c.body}));
+  for (const auto& [type, line, fields] : cases) {
+    EXPECT_EQ(std::visit([](const auto& body) { return testtext::text(body); }, Text::parse(line, type).body), fields)
+        << line;
   }
-  EXPECT_EQ(Text::parse("permit host 192.0.2.1 mirror span1", AclType::ip, true).body,
-            rule<IpRuleConfig>([](auto& r, auto& f) {
-              f.srcIs(ip4("192.0.2.1")), f.srcMaskIs(ip4("255.255.255.255")), r.mirrorSessionIs("span1");
-            }));
+  EXPECT_EQ(Text::parse("30 remark  two  blanks kept ", AclType::mac),
+            (Text::Entry{30, RemarkConfig(" two  blanks kept ")}));
+  EXPECT_EQ(testtext::text(std::get<IpRuleConfig>(Text::parse("permit host 192.0.2.1", AclType::ip, true).body)),
+            "IpRuleConfig{filter=IpFilter{src=192.0.2.1, srcMask=255.255.255.255}}");
 }
 
 struct Line {
@@ -113,6 +70,7 @@ struct Line {
 TEST(AclTextTest, CanonicalLinesAreWrittenBackUnchanged) {
   const Line lines[] = {
       {AclType::ip, "10 permit tcp 10.0.0.0/8 host 192.0.2.1 eq 443 log"},
+      {AclType::ip, "20 permit udp any eq 53 198.51.100.0/24 range 1024 2047 count"},
       {AclType::ip, "permit udp 192.0.2.0 255.0.255.0 neq 53 192.0.2.7/0 gt 1023 mirror s1 copy-to-cpu count"},
       {AclType::ip, "deny tcp mask 0xf0 any lt 80 any range 0 65535 fin !syn rst !psh ack urg ece !cwr ns"},
       {AclType::ip, "permit icmp any any 3 1 dscp 46 ecn 2 ip-length range 64 64 vlan 1 mask 0x0"},
@@ -170,19 +128,15 @@ TEST(AclTextTest, BadLinesSayWhatWasExpectedAndWhere) {
       {{AclType::ip, "permit tcp 10.0.0.0 any"}, "expected an IPv4 mask or /length at column 21"},
       {{AclType::ip, "permit tcp 10.0.0.0/33 any"}, "expected a prefix length from 0 to 32 at column 12"},
       {{AclType::ip, "permit bogus any any"}, "expected a protocol name or number at column 8"},
-      {{AclType::ip, "permit 256 any any"}, "expected a protocol name or number at column 8"},
       {{AclType::ip, "allow ip any any"}, "expected permit, deny or remark at column 1"},
       {{AclType::ip, "4294967296 permit ip any any"}, "expected a sequence number from 0 to 4294967295 at column 1"},
       {{AclType::ip, "permit ip any any vlan 4096"}, "expected a VLAN from 0 to 4095 at column 24"},
       {{AclType::ip, "permit ip any any outer-vlan 1 mask 0x1000"},
        "expected a VLAN mask from 0x0 to 0xfff at column 37"},
       {{AclType::ip, "permit ip any any dscp 64"}, "expected a DSCP value from 0 to 63 at column 24"},
-      {{AclType::ip, "permit ip any any ecn 4"}, "expected an ECN value from 0 to 3 at column 23"},
       {{AclType::ip, "permit ip any any ttl range 1 2"}, "expected a TTL from 0 to 255 at column 23"},
-      {{AclType::ip, "permit ip any any tni 16777216"}, "expected a TNI from 0 to 16777215 at column 23"},
       {{AclType::ip, "permit ip any any log count log"}, "expected no second log at column 29"},
       {{AclType::ip, "permit tcp any any syn !syn"}, "expected each TCP flag once at column 24"},
-      {{AclType::ip, "permit icmp any any 8 256"}, "expected an ICMP code from 0 to 255 at column 23"},
       {{AclType::ip, "permit tcp any any 8"}, "expected an option or the end of the line at column 20"},
       {{AclType::ip, "permit ip any any ip-length 100"}, "expected eq, neq, lt, gt or range at column 29"},
       {{AclType::ip, "permit ip any any payload 1 0x1 0x1 alias a,b"},
@@ -192,12 +146,10 @@ TEST(AclTextTest, BadLinesSayWhatWasExpectedAndWhere) {
       {{AclType::ip, "permit any any", true},
        "expected log, mirror, copy-to-cpu, count or the end of the line at column 12"},
       {{AclType::ipv6, "permit ipv6 2001:db8::1 any"}, "expected a source prefix, host or any at column 13"},
-      {{AclType::ipv6, "permit ipv6 any 2001:db8::/129"}, "expected a prefix length from 0 to 128 at column 17"},
       {{AclType::ipv6, "permit ipv6 any any ttl 5"}, "expected an option or the end of the line at column 21"},
       {{AclType::mac, "permit any 00:00:5e:00:53:01"}, "expected a MAC mask at column 29"},
       {{AclType::mac, "permit any any mpls 16 mpls 16"}, "expected an MPLS label not given before at column 29"},
       {{AclType::mac, "permit any any mpls 1048576"}, "expected an MPLS label from 0 to 1048575 at column 21"},
-      {{AclType::mac, "permit any any mpls 1 tc 8"}, "expected a traffic class from 0 to 7 at column 26"},
       {{AclType::mac, "permit any any ethertype ipx"}, "expected an ethertype from 0 to 65535 at column 26"},
   };
   for (const auto& [input, message] : errors) {
@@ -219,20 +171,15 @@ TEST(AclTextTest, RecordsNoLineCanHoldAreRefused) {
   const std::pair<const char*, Text::EntryBody> refused[] = {
       {"port high without range",
        rule<IpRuleConfig>([](auto&, auto& f) { f.dstPortIs(RangeMatch(ValueOp::eq, 1, 2)); })},
-      {"port value without operator",
-       rule<IpRuleConfig>([](auto&, auto& f) { f.srcPortIs(RangeMatch(ValueOp::any, 1)); })},
       {"inverted range", rule<Ip6RuleConfig>([](auto&, auto& f) { f.ipLengthIs(RangeMatch(ValueOp::range, 9, 8)); })},
       {"icmp type on tcp",
        rule<IpRuleConfig>([](auto&, auto& f) { f.protocolIs(6), f.protocolMaskIs(0xFF), f.icmpTypeIs(8); })},
-      {"icmp type above 255",
-       rule<Ip6RuleConfig>([](auto&, auto& f) { f.protocolIs(58), f.protocolMaskIs(0xFF), f.icmpTypeIs(256); })},
       {"icmp code without type",
        rule<IpRuleConfig>([](auto&, auto& f) { f.protocolIs(1), f.protocolMaskIs(0xFF), f.icmpCodeIs(0); })},
       {"dscp without match", rule<IpRuleConfig>([](auto&, auto& f) { f.dscpIs(1); })},
-      {"ecn without match", rule<Ip6RuleConfig>([](auto&, auto& f) { f.ecnIs(1); })},
       {"ttl range", rule<IpRuleConfig>([](auto&, auto& f) { f.ttlKindIs(ValueOp::range); })},
-      {"flag outside mask", rule<IpRuleConfig>([](auto&, auto& f) { f.tcpFlagsIs(2), f.tcpFlagsMaskIs(1); })},
       {"unnamed flag bit", rule<Ip6RuleConfig>([](auto&, auto& f) { f.tcpFlagsMaskIs(0x200); })},
+      {"flag outside mask", rule<IpRuleConfig>([](auto&, auto& f) { f.tcpFlagsIs(2), f.tcpFlagsMaskIs(1); })},
       {"payload text spacing",
        rule<IpRuleConfig>([](auto&, auto& f) { f.payloadIs(PayloadSpec("1,0x1,0x1,,  2,0x2,0x2,,")); })},
       {"mpls key", rule<MacRuleConfig>([](auto&, auto& f) {
@@ -241,7 +188,6 @@ TEST(AclTextTest, RecordsNoLineCanHoldAreRefused) {
          f.mplsIs(mpls);
        })},
       {"vrf with blank", rule<IpRuleConfig>([](auto&, auto& f) { f.vrfIs(VrfName("a b")); })},
-      {"mirror with blank", rule<MacRuleConfig>([](auto& r, auto&) { r.mirrorSessionIs("a b"); })},
       {"remark with line break", RemarkConfig("one\ntwo")},
   };
   for (const auto& [why, body] : refused) {
