@@ -55,6 +55,36 @@ function(aclkit_layer)
   target_link_libraries(aclkit PUBLIC $<BUILD_INTERFACE:${target}>)
 endfunction()
 
+# aclkit_client_layer(NAME <name> DIR <directory> SOURCES <files...> [DEPENDS <client layers...>]
+#                     [LIBS <other libraries...>])
+# A static library built on top of the shared aclkit library, as a program that installed it
+# would build one: it links aclkit::aclkit, sees the library's headers as "aclkit/<layer>/...",
+# and sees its own headers, and those of the client layers it names, the same way through an
+# include root of its own. Being static and outside the shared library, it exports nothing.
+function(aclkit_client_layer)
+  cmake_parse_arguments(ARG "" "NAME;DIR" "SOURCES;DEPENDS;LIBS" ${ARGN})
+  set(target aclkit_${ARG_NAME})
+  set(root ${PROJECT_BINARY_DIR}/include/${ARG_DIR})
+  file(MAKE_DIRECTORY ${root}/aclkit)
+  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${ARG_DIR} ${root}/aclkit/${ARG_DIR} SYMBOLIC)
+  add_library(${target} STATIC ${ARG_SOURCES})
+  add_library(aclkit::${ARG_NAME} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
+  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+                                           -fmacro-prefix-map=${root}/aclkit/=)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_link_libraries(${target} PUBLIC aclkit::aclkit)
+  foreach(dep IN LISTS ARG_DEPENDS)
+    target_link_libraries(${target} PUBLIC aclkit_${dep})
+  endforeach()
+  if(ARG_LIBS)
+    target_link_libraries(${target} PRIVATE ${ARG_LIBS})
+  endif()
+  aclkit_warnings(${target})
+  aclkit_sanitize(${target})
+endfunction()
+
 function(aclkit_finish_library)
   target_include_directories(aclkit PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   # A consumer gets the language level the headers are written in without asking for it.

@@ -1,0 +1,140 @@
+#include "aclkit/text/internal/Names.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Text::internal {
+
+namespace {
+
+// "ip" and "ipv6" (any protocol) are not here: they stand for protocol 0 with mask 0, which
+// a table of exact values cannot say.
+constexpr std::array ipProtocols{
+    Name{"icmp", 1},  Name{"igmp", 2},  Name{"ipip", 4},   Name{"tcp", 6},    Name{"udp", 17},
+    Name{"rsvp", 46}, Name{"gre", 47},  Name{"esp", 50},   Name{"ahp", 51},   Name{"ah", 51},
+    Name{"ospf", 89}, Name{"pim", 103}, Name{"vrrp", 112}, Name{"l2tp", 115}, Name{"sctp", 132},
+};
+// An IPv6 list means ICMPv6 by "icmp" too.
+constexpr std::array ip6Protocols{
+    Name{"tcp", 6},   Name{"udp", 17},   Name{"rsvp", 46},   Name{"gre", 47},   Name{"esp", 50},
+    Name{"ahp", 51},  Name{"ah", 51},    Name{"icmpv6", 58}, Name{"icmp", 58},  Name{"ospf", 89},
+    Name{"pim", 103}, Name{"vrrp", 112}, Name{"l2tp", 115},  Name{"sctp", 132},
+};
+constexpr std::array ports{
+    Name{"ftp-data", 20},  Name{"ftp", 21},    Name{"ssh", 22},      Name{"telnet", 23},        Name{"smtp", 25},
+    Name{"domain", 53},    Name{"bootps", 67}, Name{"bootpc", 68},   Name{"tftp", 69},          Name{"www", 80},
+    Name{"http", 80},      Name{"pop3", 110},  Name{"ntp", 123},     Name{"imap", 143},         Name{"snmp", 161},
+    Name{"snmptrap", 162}, Name{"bgp", 179},   Name{"ldap", 389},    Name{"https", 443},        Name{"isakmp", 500},
+    Name{"syslog", 514},   Name{"ldaps", 636}, Name{"radius", 1812}, Name{"radius-acct", 1813},
+};
+constexpr std::array icmpTypes{
+    Name{"echo-reply", 0},
+    Name{"unreachable", 3},
+    Name{"source-quench", 4},
+    Name{"redirect", 5},
+    Name{"echo", 8},
+    Name{"router-advertisement", 9},
+    Name{"router-solicitation", 10},
+    Name{"time-exceeded", 11},
+    Name{"parameter-problem", 12},
+    Name{"timestamp-request", 13},
+    Name{"timestamp-reply", 14},
+    Name{"mask-request", 17},
+    Name{"mask-reply", 18},
+};
+constexpr std::array icmp6Types{
+    Name{"unreachable", 1},
+    Name{"packet-too-big", 2},
+    Name{"time-exceeded", 3},
+    Name{"parameter-problem", 4},
+    Name{"echo", 128},
+    Name{"echo-reply", 129},
+    Name{"mld-query", 130},
+    Name{"mld-report", 131},
+    Name{"mld-done", 132},
+    Name{"router-solicitation", 133},
+    Name{"router-advertisement", 134},
+    Name{"neighbor-solicitation", 135},
+    Name{"neighbor-advertisement", 136},
+    Name{"redirect", 137},
+};
+constexpr std::array dscps{
+    Name{"default", 0}, Name{"cs0", 0},   Name{"cs1", 8},   Name{"af11", 10}, Name{"af12", 12}, Name{"af13", 14},
+    Name{"cs2", 16},    Name{"af21", 18}, Name{"af22", 20}, Name{"af23", 22}, Name{"cs3", 24},  Name{"af31", 26},
+    Name{"af32", 28},   Name{"af33", 30}, Name{"cs4", 32},  Name{"af41", 34}, Name{"af42", 36}, Name{"af43", 38},
+    Name{"cs5", 40},    Name{"ef", 46},   Name{"cs6", 48},  Name{"cs7", 56},
+};
+constexpr std::array ethertypes{
+    Name{"ipv4", 0x0800},
+    Name{"ip", 0x0800},
+    Name{"arp", 0x0806},
+    Name{"rarp", 0x8035},
+    Name{"vlan", 0x8100},
+    Name{"ipv6", 0x86dd},
+    Name{"lacp", 0x8809},
+    Name{"mpls", 0x8847},
+    Name{"mpls-multicast", 0x8848},
+    Name{"pppoe-discovery", 0x8863},
+    Name{"pppoe", 0x8864},
+    Name{"eapol", 0x888e},
+    Name{"qinq", 0x88a8},
+    Name{"lldp", 0x88cc},
+    Name{"macsec", 0x88e5},
+    Name{"ptp", 0x88f7},
+    Name{"fcoe", 0x8906},
+};
+constexpr std::array tcpFlags{
+    Name{"fin", 0x001}, Name{"syn", 0x002}, Name{"rst", 0x004}, Name{"psh", 0x008}, Name{"ack", 0x010},
+    Name{"urg", 0x020}, Name{"ece", 0x040}, Name{"cwr", 0x080}, Name{"ns", 0x100},
+};
+
+char lower(char c) noexcept {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+}  // namespace
+
+std::span<const Name> ipProtocolNames() {
+  return ipProtocols;
+}
+std::span<const Name> ip6ProtocolNames() {
+  return ip6Protocols;
+}
+std::span<const Name> portNames() {
+  return ports;
+}
+std::span<const Name> icmpTypeNames() {
+  return icmpTypes;
+}
+std::span<const Name> icmp6TypeNames() {
+  return icmp6Types;
+}
+std::span<const Name> dscpNames() {
+  return dscps;
+}
+std::span<const Name> ethertypeNames() {
+  return ethertypes;
+}
+std::span<const Name> tcpFlagNames() {
+  return tcpFlags;
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
+  return std::ranges::equal(a, b, [](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::optional<unsigned> valueOf(std::span<const Name> names, std::string_view word) noexcept {
+  for (const Name& n : names) {
+    if (equalsIgnoringCase(n.name, word)) return n.value;
+  }
+  return std::nullopt;
+}
+
+std::string_view nameOf(std::span<const Name> names, unsigned value) noexcept {
+  for (const Name& n : names) {
+    if (n.value == value) return n.name;
+  }
+  return {};
+}
+
+}  // namespace Text::internal
