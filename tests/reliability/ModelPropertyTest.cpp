@@ -33,7 +33,9 @@ struct Arbitrary<model::Op> {
                                                      {2, OpKind::dataplaneWaits},
                                                      {4, OpKind::dataplaneAnswers},
                                                      {2, OpKind::dataplaneError},
-                                                     {3, OpKind::configSession}});
+                                                     {3, OpKind::configSession},
+                                                     {3, OpKind::observe},
+                                                     {1, OpKind::openWithNull}});
     return gen::build<model::Op>(gen::set(&model::Op::kind, kind),
                                  gen::set(&model::Op::slot, gen::inRange<std::uint8_t>(0, 3)),
                                  gen::set(&model::Op::arg, gen::arbitrary<std::array<std::uint8_t, 4>>()));
