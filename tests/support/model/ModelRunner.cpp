@@ -398,6 +398,9 @@ struct Runner::Impl {
     bool opens = false;         // the slot gets a new session
     bool nullArgument = false;  // the library must throw NullArgumentError
     bool reports = false;       // a dataplane reports (its time is heard again when taken back)
+    // What the step can change, and so what is compared after it (everything is, at the end).
+    enum class Sessions : std::uint8_t { none, slot, all } sessions = Sessions::slot;
+    bool store = false;  // ACLs, versions, bindings, the request time
   };
 
   bool reentrantPending() const {
@@ -423,6 +426,7 @@ struct Runner::Impl {
         const std::size_t dp = slot % 2;
         const bool waits = a[0] % 2;
         what << model.dataplanes[dp].name << " waits " << waits;
+        call.sessions = Call::Sessions::none;
         call.library = [=, this] { return dataplanes[dp]->waitForHwStatusIs(waits), 0; };
         call.model = [=, this] { return model.dataplanes[dp].waits = waits, 0; };
         return true;
@@ -432,6 +436,8 @@ struct Runner::Impl {
         const double time = acl.hwConfig->dpAclUpdateRequestTime() - (a[0] % 4 == 0 ? 0.5 : 0.0);
         what << model.dataplanes[dp].name << " programmed up to " << time;
         call.reports = true;
+        call.sessions = Call::Sessions::all;
+        call.store = true;
         call.library = [=, this] {
           // A dataplane agent applies its report as one unit: a failure takes all of it back.
           const fwk::Transaction transaction;
@@ -444,6 +450,7 @@ struct Runner::Impl {
       case OpKind::dataplaneError: {
         const std::size_t dp = slot % 2;
         const std::string name = model.dataplanes[dp].name;
+        call.sessions = Call::Sessions::none;
         if (a[0] % 3 == 0) {
           what << name << " errors cleared";
           call.library = [=, this] { return dataplanes[dp]->errorDelAll(), 0; };
@@ -457,6 +464,8 @@ struct Runner::Impl {
         return true;
       }
       case OpKind::configSession:
+        call.sessions = Call::Sessions::none;
+        call.store = true;
         return decodeConfigSession(a, what, call);
       default:
         break;
@@ -556,18 +565,21 @@ struct Runner::Impl {
       case OpKind::commit: {
         const bool cleanup = a[0] % 4 != 0;
         what << (cleanup ? "commit" : "commit keeping the old version");
+        call.store = true;
         call.library = [=] { return s->commitExt(cleanup); };
         call.model = onModel([=](World& m, Session& ms) { return m.commit(ms, cleanup); });
         return true;
       }
       case OpKind::revert:
         what << "revert";
+        call.store = true;
         call.library = [=] { return s->revert(); };
         call.model = onModel([](World& m, Session& ms) { return m.revert(ms); });
         return true;
       case OpKind::remove:
         if (s->apiType() != remove_) return false;
         what << "remove the ACL";
+        call.store = true;
         call.library = [=] { return s->remove(); };
         call.model = onModel([](World& m, Session& ms) { return m.remove(ms); });
         return true;
@@ -577,6 +589,7 @@ struct Runner::Impl {
         const std::string intf = kIntfs[a[0] % 2];
         const AclDirection direction = directionOf(a[1]);
         what << api << " " << intf << " " << direction;
+        call.store = true;
         call.library = [=] {
           return api == attach_ ? s->attach(String(intf), direction) : s->detach(String(intf), direction);
         };
@@ -854,7 +867,8 @@ struct Runner::Impl {
 
   // ---- comparing ----
 
-  std::string compareSessions() {
+  // Every slot's holding and state; all the rest of the sessions `full` says.
+  std::string compareSessions(const std::function<bool(std::size_t)>& full) {
     for (std::size_t i = 0; i < sessions.size(); ++i) {
       const std::string who = "session " + std::to_string(i) + ": ";
       if (!sessions[i] != !model.sessions[i]) {
@@ -867,6 +881,7 @@ struct Runner::Impl {
         return who + "apiState " + std::string(stringValue(s.apiState()).view()) + ", model says " +
                std::string(stringValue(m.state).view());
       }
+      if (!full(i)) continue;
       if ((s.currentAcl() != nullptr) != m.scratchpad.has_value()) {
         return who + (m.scratchpad ? "the scratchpad is gone" : "a scratchpad is left");
       }
@@ -996,9 +1011,9 @@ struct Runner::Impl {
   }
 
   // Library alone: the invariants, except the counts of a session they can no longer hold for.
-  std::string checkInvariants() {
+  std::string checkInvariants(const std::function<bool(std::size_t)>& full) {
     for (std::size_t i = 0; i < sessions.size(); ++i) {
-      if (!sessions[i]) continue;
+      if (!sessions[i] || !full(i)) continue;
       for (const std::string& broken : invariantViolations(*sessions[i])) {
         const bool countsOnly = countMapOf(broken) >= 0 || broken.ends_with("has no record");
         if (!(countsAdrift[i] && countsOnly)) return "session " + std::to_string(i) + ": " + broken;
@@ -1108,11 +1123,14 @@ struct Runner::Impl {
       want = call.model();
       mustThrow = watchedChanges(before, call);
     }
-    // Only an armed observer or a null argument makes the library throw: the store is
-    // photographed before the steps where that may happen (an observer that reenters may
-    // reach what the model does not).
-    const bool tookSnapshot = call.nullArgument || (armed && (!modelled || mustThrow || reentrantPending()));
+    // Only an armed observer or a null argument makes the library throw. The store is
+    // photographed before the steps where that may happen and the model cannot say what
+    // they do (an observer that reenters may reach what the model does not); a refused
+    // null argument is otherwise held to the model, which does nothing.
+    const bool tookSnapshot =
+        modelled ? armed && (mustThrow || reentrantPending()) : armed.has_value() || call.nullArgument;
     const std::string snapshotBefore = tookSnapshot ? snapshot() : std::string();
+    const std::int64_t entitiesBefore = fwk::Entity::liveCount();
 
     const std::array<bool, World::kSessions> releasers = releasing;
     released.fill(false);
@@ -1147,12 +1165,15 @@ struct Runner::Impl {
     }
     if (followed && !threw && mustThrow)
       return said + ": the model says a watched value changed, but nothing was heard";
-    if (threw) {
+    if (threw && tookSnapshot) {
       const bool letGo = std::find(released.begin(), released.end(), true) != released.end();
-      if (!tookSnapshot) return said + ": threw where no observer could have";
       if (std::string fault = sameAsBefore(snapshotBefore, letGo, call.reports); !fault.empty()) {
         return said + ": " + fault;
       }
+    } else if (threw && !call.nullArgument) {
+      return said + ": threw where no observer could have";
+    } else if (threw && fwk::Entity::liveCount() != entitiesBefore) {
+      return said + ": the refused session left entities behind";
     }
     if (!followed) {
       if (modelled) {
@@ -1162,7 +1183,7 @@ struct Runner::Impl {
         }
       }
       if (call.opens && sessions[call.slot]) countsAdrift[call.slot] = placeWithoutRecord(*sessions[call.slot]);
-      return prefixed(checkInvariants());
+      return prefixed(checkInvariants(reached(call)));
     }
 
     if (threw) {
@@ -1189,10 +1210,30 @@ struct Runner::Impl {
       }
       if (call.opens) serial[call.slot] = nextSerial++;
     }
-    for (std::string fault : {compareSessions(), compareAcls(), compareBindings()}) {
-      if (!fault.empty()) return said + ": " + fault;
+    // A failed step is compared whole: the store came back from wherever the step had gone.
+    return prefixed(compare(threw ? everything : reached(call), threw || call.store));
+  }
+
+  static constexpr auto everything = [](std::size_t) { return true; };
+
+  // The sessions a step can change: its own, all (a dataplane report), or none.
+  static std::function<bool(std::size_t)> reached(const Call& call) {
+    switch (call.sessions) {
+      case Call::Sessions::none:
+        return [](std::size_t) { return false; };
+      case Call::Sessions::slot:
+        return [slot = call.slot](std::size_t i) { return i == slot; };
+      case Call::Sessions::all:
+        break;
     }
-    return "";
+    return everything;
+  }
+
+  std::string compare(const std::function<bool(std::size_t)>& sessionsReached, bool storeReached) {
+    if (std::string fault = compareSessions(sessionsReached); !fault.empty()) return fault;
+    if (!storeReached) return "";
+    if (std::string fault = compareAcls(); !fault.empty()) return fault;
+    return compareBindings();
   }
 
   std::string prefixed(const std::string& fault) const { return fault.empty() ? fault : said + ": " + fault; }
@@ -1211,6 +1252,9 @@ std::string Runner::step(const Op& op) {
 
 std::string Runner::finish() {
   Impl& w = *impl_;
+  // Steps compare what they can change; whatever else changed shows here.
+  const std::string fault = w.modelled ? w.compare(Impl::everything, true) : w.checkInvariants(Impl::everything);
+  if (!fault.empty()) return fault;
   for (auto& slot : w.observers) slot.clear();
   w.armed.reset();
   for (auto& s : w.sessions) s = nullptr;
