@@ -342,12 +342,11 @@ struct Runner::Impl {
 
   // The armed throwing observer: what it watches, in model terms too.
   struct Armed {
-    Armed(std::unique_ptr<fwk::Entity::Reactor> o, Watch w, std::size_t s, int serial)
-        : observer(std::move(o)), watch(w), slot(s), session(serial) {}
+    Armed(std::unique_ptr<fwk::Entity::Reactor> o, Watch w, std::size_t s)
+        : observer(std::move(o)), watch(w), slot(s) {}
     std::unique_ptr<fwk::Entity::Reactor> observer;
     Watch watch;
-    std::size_t slot;  // state, places
-    int session;       // the watched session's model serial
+    std::size_t slot;  // state, places: dropped with the slot's session
     AclKey acl;        // current
     int incarnation = 0;
   };
@@ -363,7 +362,6 @@ struct Runner::Impl {
   std::array<std::vector<std::unique_ptr<fwk::Entity::Reactor>>, World::kSessions> observers;
   std::array<bool, World::kSessions> releasing{};  // a Releaser watches the slot's session
   std::array<bool, World::kSessions> released{};   // the slot was let go of in this step
-  std::array<int, World::kSessions> serial{};      // which model session a slot holds
   // Sessions whose content counts no longer match their places: the model says which while
   // it runs; the library alone knows only that a drifting operation ran, or that the
   // scratchpad came with a place holding no record.
@@ -371,7 +369,6 @@ struct Runner::Impl {
   std::optional<Armed> armed;
   bool throwerFired = false;
   bool reentered = false;
-  int nextSerial = 1;
   fwk::ClockOverride clock{[this] { return model.clock; }};
   std::string said;
   std::string history;
@@ -744,7 +741,7 @@ struct Runner::Impl {
     ApiSm* s = sessions[slot].get();
     auto arm = [&](Watch watch, std::unique_ptr<fwk::Entity::Reactor> observer) {
       armed.reset();  // one at a time: which of two would throw first is not the model's to say
-      armed.emplace(std::move(observer), watch, slot, serial[slot]);
+      armed.emplace(std::move(observer), watch, slot);
     };
     switch (a[0] % 16) {
       case 0:
@@ -815,7 +812,7 @@ struct Runner::Impl {
   // ---- what the model says the step changes ----
 
   struct Before {
-    std::array<int, World::kSessions> serial{};
+    std::array<bool, World::kSessions> held{};
     std::array<ApiState, World::kSessions> state{};
     std::array<int, World::kSessions> placeChanges{};
     double requestTime = 0;
@@ -832,7 +829,7 @@ struct Runner::Impl {
     Before b;
     for (std::size_t i = 0; i < sessions.size(); ++i) {
       if (!model.sessions[i]) continue;
-      b.serial[i] = serial[i];
+      b.held[i] = true;
       b.state[i] = model.sessions[i]->state;
       b.placeChanges[i] = model.sessions[i]->placeChanges;
     }
@@ -841,20 +838,22 @@ struct Runner::Impl {
     return b;
   }
 
-  // The session in `slot` is the one it was before the step and its state changed.
+  // The session in `slot` is the one it was before the step.
+  bool sameSession(const Before& b, std::size_t slot, const Call& call) {
+    return b.held[slot] && model.sessions[slot] && !(call.opens && call.slot == slot);
+  }
   bool stateChanged(const Before& b, std::size_t slot, const Call& call) {
-    return !(call.opens && call.slot == slot) && model.sessions[slot] && b.serial[slot] != 0 &&
-           model.sessions[slot]->state != b.state[slot];
+    return sameSession(b, slot, call) && model.sessions[slot]->state != b.state[slot];
   }
 
   bool watchedChanges(const Before& b, const Call& call) {
     if (!armed) return false;
     switch (armed->watch) {
       case Watch::state:
-        return armed->session == b.serial[armed->slot] && stateChanged(b, armed->slot, call);
+        return stateChanged(b, armed->slot, call);
       case Watch::places:
-        return armed->session == b.serial[armed->slot] && !(call.opens && call.slot == armed->slot) &&
-               model.sessions[armed->slot] && model.sessions[armed->slot]->placeChanges != b.placeChanges[armed->slot];
+        return sameSession(b, armed->slot, call) &&
+               model.sessions[armed->slot]->placeChanges != b.placeChanges[armed->slot];
       case Watch::requestTime:
         return model.requestTime != b.requestTime;
       case Watch::current: {
@@ -927,25 +926,7 @@ struct Runner::Impl {
     if (rules != nonZero(m.ruleCounts)) return "rule content counts differ from the model";
     if (remarks != nonZero(m.remarkCounts)) return "remark content counts differ from the model";
 
-    std::array<int, 4> drifted{};
-    if (m.scratchpad && m.countsKept) {
-      std::map<RuleKey, U32> held;
-      for (const auto& [place, rule] : m.scratchpad->rules) ++held[{m.type, rule}];
-      std::set<RuleKey> keys;
-      for (const auto& [key, n] : rules) keys.insert(key);
-      for (const auto& [key, n] : held) keys.insert(key);
-      for (const RuleKey& key : keys) {
-        if (rules[key] != held[key]) ++drifted[static_cast<std::size_t>(key.first)];
-      }
-      std::map<std::string, U32> heldRemarks;
-      for (const auto& [place, text] : m.scratchpad->remarks) ++heldRemarks[text];
-      std::set<std::string> texts;
-      for (const auto& [text, n] : remarks) texts.insert(text);
-      for (const auto& [text, n] : heldRemarks) texts.insert(text);
-      for (const std::string& text : texts) {
-        if (remarks[text] != heldRemarks[text]) ++drifted[3];
-      }
-    }
+    const std::array<int, 4> drifted = m.countsAdrift();
     countsAdrift[slot] = drifted != std::array<int, 4>{};
     std::array<int, 4> reported{};
     for (const std::string& broken : invariantViolations(s)) {
@@ -1208,7 +1189,6 @@ struct Runner::Impl {
         }
         if (released[i]) model.sessions[i].reset();
       }
-      if (call.opens) serial[call.slot] = nextSerial++;
     }
     // A failed step is compared whole: the store came back from wherever the step had gone.
     return prefixed(compare(threw ? everything : reached(call), threw || call.store));

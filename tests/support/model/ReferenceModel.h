@@ -102,6 +102,9 @@ struct Session {
   bool countsKept = false;
   std::map<RuleKey, U32> ruleCounts;
   std::map<std::string, U32> remarkCounts;
+  // Per count map (IPv4, IPv6, MAC rules, then remarks): how many contents are counted
+  // otherwise than the places hold them.
+  [[nodiscard]] std::array<int, 4> countsAdrift() const;
   bool origAcl = false;  // the ACL existed when the scratchpad was made
   VersionPtr orig;       // its current version then
   std::string intf;
