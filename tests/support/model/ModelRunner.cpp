@@ -307,6 +307,7 @@ struct Runner::Impl {
     }
     void ruleBySequenceChanged(const U32&) override { act(); }
     void remarkBySequenceChanged(const U32&) override { act(); }
+    [[nodiscard]] bool pending() const { return !done_; }
 
    private:
     void act() {
@@ -333,6 +334,7 @@ struct Runner::Impl {
       w_.reentered = true;
       w_.sessions[slot_]->revert();
     }
+    [[nodiscard]] bool pending() const { return !done_; }
 
    private:
     Impl& w_;
@@ -400,12 +402,33 @@ struct Runner::Impl {
     bool store = false;  // ACLs, versions, bindings, the request time
   };
 
-  bool reentrantPending() const {
-    for (const auto& slot : observers) {
-      for (const auto& observer : slot) {
-        if (dynamic_cast<const Committer*>(observer.get()) || dynamic_cast<const Reverter*>(observer.get()))
-          return true;
+  // An observer that commits or reverts and has not yet done so may in this step: one that
+  // commits on an edit of its session, one that reverts on a change of its session's state.
+  bool reentrantMayAct(const Call& call) const {
+    for (std::size_t i = 0; i < observers.size(); ++i) {
+      const bool ownStep = call.sessions == Call::Sessions::slot && call.slot == i;
+      for (const auto& observer : observers[i]) {
+        const auto* committer = dynamic_cast<const Committer*>(observer.get());
+        const auto* reverter = dynamic_cast<const Reverter*>(observer.get());
+        if (committer && committer->pending() && ownStep) return true;
+        if (reverter && reverter->pending() && (ownStep || call.sessions == Call::Sessions::all)) return true;
       }
+    }
+    return false;
+  }
+
+  // Whether the step can reach what the armed observer watches, whatever it then does.
+  bool mayReachWatched(const Call& call) const {
+    if (!armed) return false;
+    switch (armed->watch) {
+      case Watch::state:
+        return call.sessions == Call::Sessions::all ||
+               (call.sessions == Call::Sessions::slot && call.slot == armed->slot);
+      case Watch::places:
+        return call.sessions == Call::Sessions::slot && call.slot == armed->slot;
+      case Watch::requestTime:
+      case Watch::current:
+        return call.store;
     }
     return false;
   }
@@ -1106,10 +1129,11 @@ struct Runner::Impl {
     }
     // Only an armed observer or a null argument makes the library throw. The store is
     // photographed before the steps where that may happen and the model cannot say what
-    // they do (an observer that reenters may reach what the model does not); a refused
-    // null argument is otherwise held to the model, which does nothing.
-    const bool tookSnapshot =
-        modelled ? armed && (mustThrow || reentrantPending()) : armed.has_value() || call.nullArgument;
+    // they do (a reentrant observer may act, or the library runs alone); a refused null
+    // argument is otherwise held to the model, which does nothing.
+    const bool reentrant = reentrantMayAct(call);
+    const bool tookSnapshot = modelled ? armed && (mustThrow || reentrant)
+                                       : (armed && (reentrant || mayReachWatched(call))) || call.nullArgument;
     const std::string snapshotBefore = tookSnapshot ? snapshot() : std::string();
     const std::int64_t entitiesBefore = fwk::Entity::liveCount();
 
