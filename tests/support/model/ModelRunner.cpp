@@ -125,14 +125,20 @@ List listOf(const AclSubConfig& v, AclType type, std::string& problem) {
   List list;
   list.counters = v.countersEnabled();
   list.fragments = v.fragmentsEnabled();
-  std::set<::Acl::UniqueId> placed;
   for (const auto& [place, id] : v.ruleBySequence()) {
-    list.rules[place] = type == AclType::ip     ? contentAt(v.ipRuleById(), id, ipRules())
-                        : type == AclType::ipv6 ? contentAt(v.ip6RuleById(), id, ip6Rules())
-                                                : contentAt(v.macRuleById(), id, macRules());
-    placed.insert(id);
+    list.rules.emplace_hint(list.rules.end(), place,
+                            type == AclType::ip     ? contentAt(v.ipRuleById(), id, ipRules())
+                            : type == AclType::ipv6 ? contentAt(v.ip6RuleById(), id, ip6Rules())
+                                                    : contentAt(v.macRuleById(), id, macRules()));
   }
-  for (const auto& [place, remark] : v.remarkBySequence()) list.remarks[place] = std::string(remark.text().view());
+  for (const auto& [place, remark] : v.remarkBySequence()) {
+    list.remarks.emplace_hint(list.remarks.end(), place, remark.text().view());
+  }
+  // As many records as places, each place with its own record: nothing is left unplaced.
+  const std::size_t records = v.ipRuleById().size() + v.ip6RuleById().size() + v.macRuleById().size();
+  if (records == v.ruleBySequence().size() && list.rules.count(kMissingRule) == 0) return list;
+  std::set<::Acl::UniqueId> placed;
+  for (const auto& [place, id] : v.ruleBySequence()) placed.insert(id);
   auto unplaced = [&](const auto& byId, const auto& contents, AclType family) {
     for (const auto& [id, rule] : byId) {
       if (placed.contains(id)) continue;
@@ -929,25 +935,36 @@ struct Runner::Impl {
   // that no longer match the scratchpad.
   std::string compareCounts(const ApiSm& s, const Session& m, std::size_t slot) {
     if (s.spRuleMapInitialized() != m.countsKept) return "content counts kept differently from the model";
-    std::map<RuleKey, U32> rules;
+    // Every count the library keeps is the model's, and the model keeps no other (0 counts
+    // nothing, on either side).
+    auto countOf = [](const auto& counts, const auto& key) {
+      auto it = counts.find(key);
+      return it == counts.end() ? 0u : it->second;
+    };
+    std::size_t kept = 0;
+    bool same = true;
     auto read = [&](const auto& counts, const auto& contents, AclType family) {
       for (const auto& [rule, n] : counts) {
-        if (n != 0) rules[{family, contents.contentOf(rule)}] = n;
+        if (n == 0) continue;
+        ++kept;
+        same = same && countOf(m.ruleCounts, RuleKey{family, contents.contentOf(rule)}) == n;
       }
     };
     read(s.spIpRuleMap(), ipRules(), AclType::ip);
     read(s.spIp6RuleMap(), ip6Rules(), AclType::ipv6);
     read(s.spMacRuleMap(), macRules(), AclType::mac);
-    std::map<std::string, U32> remarks;
-    for (const auto& [remark, n] : s.spRemarkMap()) {
-      if (n != 0) remarks[std::string(remark.text().view())] = n;
-    }
-    auto nonZero = [](auto counts) {
-      std::erase_if(counts, [](const auto& entry) { return entry.second == 0; });
-      return counts;
+    auto modelKept = [](const auto& counts) {
+      return static_cast<std::size_t>(
+          std::count_if(counts.begin(), counts.end(), [](const auto& e) { return e.second; }));
     };
-    if (rules != nonZero(m.ruleCounts)) return "rule content counts differ from the model";
-    if (remarks != nonZero(m.remarkCounts)) return "remark content counts differ from the model";
+    if (!same || kept != modelKept(m.ruleCounts)) return "rule content counts differ from the model";
+    kept = 0;
+    for (const auto& [remark, n] : s.spRemarkMap()) {
+      if (n == 0) continue;
+      ++kept;
+      same = same && countOf(m.remarkCounts, std::string(remark.text().view())) == n;
+    }
+    if (!same || kept != modelKept(m.remarkCounts)) return "remark content counts differ from the model";
 
     const std::array<int, 4> drifted = m.countsAdrift();
     countsAdrift[slot] = drifted != std::array<int, 4>{};
@@ -1103,16 +1120,18 @@ struct Runner::Impl {
     return "";
   }
 
+  std::ostringstream description;  // the step's, reused
+
   std::string step(const Op& op) {
     model.clock += 1;
-    std::ostringstream what;
+    description.str({});
     Call call;
-    if (!decode(op, what, call)) {
+    if (!decode(op, description, call)) {
       said = "skipped";
       return "";
     }
     ++ran;
-    said = what.str();
+    said = description.str();
     history += said + "\n";
     if (!call.library) return "";  // an observer installed: it acts in later steps
 
