@@ -61,6 +61,7 @@ RC_GTEST_PROP(ModelPropertyTest, LibraryAgreesWithTheModel, ()) {
     std::string fault = runner.finish();
     if (!fault.empty()) RC_FAIL(runner.history() + "after the sessions: " + fault);
     RC_TAG(runner.stepsRun() * 5 / static_cast<int>(ops.size() + 1));
+    RC_CLASSIFY(!runner.modelled(), "ended on the library alone");
   }
   RC_ASSERT(fwk::Entity::liveCount() == entitiesBefore);
 }
