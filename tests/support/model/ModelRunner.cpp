@@ -394,8 +394,8 @@ struct Runner::Impl {
 
   // ---- one step ----
 
-  // An operation decoded: what to call on each side. `library` may throw; `model` is empty
-  // for steps the model has no part in.
+  // An operation decoded: what to call on each side. `library` may throw; `model` runs only
+  // while the model follows the library. Neither is set for an observer being installed.
   struct Call {
     std::function<int()> library;
     std::function<int()> model;
