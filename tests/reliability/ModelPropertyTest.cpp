@@ -33,7 +33,9 @@ struct Arbitrary<model::Op> {
                                                      {2, OpKind::dataplaneWaits},
                                                      {4, OpKind::dataplaneAnswers},
                                                      {2, OpKind::dataplaneError},
-                                                     {3, OpKind::configSession}});
+                                                     {3, OpKind::configSession},
+                                                     {3, OpKind::observe},
+                                                     {1, OpKind::openWithNull}});
     return gen::build<model::Op>(gen::set(&model::Op::kind, kind),
                                  gen::set(&model::Op::slot, gen::inRange<std::uint8_t>(0, 3)),
                                  gen::set(&model::Op::arg, gen::arbitrary<std::array<std::uint8_t, 4>>()));
@@ -59,6 +61,7 @@ RC_GTEST_PROP(ModelPropertyTest, LibraryAgreesWithTheModel, ()) {
     std::string fault = runner.finish();
     if (!fault.empty()) RC_FAIL(runner.history() + "after the sessions: " + fault);
     RC_TAG(runner.stepsRun() * 5 / static_cast<int>(ops.size() + 1));
+    RC_CLASSIFY(!runner.modelled(), "ended on the library alone");
   }
   RC_ASSERT(fwk::Entity::liveCount() == entitiesBefore);
 }

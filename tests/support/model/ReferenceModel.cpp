@@ -6,40 +6,87 @@ namespace model {
 
 using namespace AclApi;
 
-const Entry* List::at(U32 place) const {
-  auto it = places.find(place);
-  return it == places.end() ? nullptr : &it->second;
+U32 List::last() const {
+  const U32 rule = rules.empty() ? 0 : rules.rbegin()->first;
+  const U32 remark = remarks.empty() ? 0 : remarks.rbegin()->first;
+  return std::max(rule, remark);
+}
+
+std::array<int, 4> Session::countsAdrift() const {
+  std::array<int, 4> adrift{};
+  if (!scratchpad || !countsKept) return adrift;
+  std::map<RuleKey, U32> rules;
+  for (const auto& [place, rule] : scratchpad->rules) ++rules[{type, rule}];
+  std::map<std::string, U32> remarks;
+  for (const auto& [place, text] : scratchpad->remarks) ++remarks[text];
+  // Every key either side names, counted against the other (absent counts 0).
+  auto differ = [](const auto& counted, const auto& held, auto bucket) {
+    for (const auto& [key, n] : counted) {
+      auto it = held.find(key);
+      if (n != (it == held.end() ? 0 : it->second)) bucket(key);
+    }
+    for (const auto& [key, n] : held) {
+      if (!counted.contains(key) && n != 0) bucket(key);
+    }
+  };
+  differ(ruleCounts, rules, [&](const RuleKey& key) { ++adrift[static_cast<std::size_t>(key.first)]; });
+  differ(remarkCounts, remarks, [&](const std::string&) { ++adrift[3]; });
+  return adrift;
 }
 
 bool List::sameRules(const List& other) const {
-  auto rules = [](const List& list) {
-    std::vector<int> all;
-    for (const auto& [place, entry] : list.places) {
-      if (!entry.remark) all.push_back(entry.rule);
-    }
-    return all;
-  };
-  return counters == other.counters && fragments == other.fragments && rules(*this) == rules(other);
+  if (counters != other.counters || fragments != other.fragments || rules.size() != other.rules.size()) return false;
+  auto it = other.rules.begin();
+  for (const auto& [place, rule] : rules) {
+    if (rule != (it++)->second) return false;
+  }
+  return true;
 }
 
 World::World() {
   dataplanes[0].name = "dp1";
   dataplanes[1].name = "dp2";
   // A read-only IPv4 list the hardware has programmed: rules at 10 and 20, a remark between.
-  AclState ro;
-  ro.readonly = true;
   List list;
-  list.places[10] = ruleEntry(0);
-  list.places[15] = remarkEntry("r0");
-  list.places[20] = ruleEntry(1);
+  list.rules[10] = 0;
+  list.remarks[15] = "r0";
+  list.rules[20] = 1;
+  AclState& ro = createAcl(AclType::ip, "ro", false);
+  ro.readonly = true;
   ro.current = newVersion(list, true);
   ro.versions[ro.current->token] = ro.current;
-  acls[{AclType::ip, "ro"}] = ro;
+}
+
+World World::clone() const {
+  World copy = *this;
+  std::map<const Version*, VersionPtr> made;
+  auto fresh = [&](VersionPtr& v) {
+    if (!v) return;
+    VersionPtr& mine = made[v.get()];
+    if (!mine) mine = std::make_shared<Version>(*v);
+    v = mine;
+  };
+  for (auto& [key, a] : copy.acls) {
+    fresh(a.current);
+    for (auto& [token, v] : a.versions) fresh(v);
+  }
+  for (auto& s : copy.sessions) {
+    if (s) fresh(s->orig);
+  }
+  return copy;
 }
 
 AclState* World::acl(AclType type, const std::string& name) {
   auto it = acls.find({type, name});
   return it == acls.end() ? nullptr : &it->second;
+}
+
+AclState& World::createAcl(AclType type, const std::string& name, bool standard) {
+  AclState& created = acls[{type, name}];
+  created = AclState();
+  created.incarnation = nextIncarnation_++;
+  created.standard = standard;
+  return created;
 }
 
 bool World::readOnly(AclType type, const std::string& name) {
@@ -52,16 +99,44 @@ VersionPtr World::newVersion(const List& list, bool committed) {
 }
 
 namespace {
-void placeWritten(Session& s, U32 place) {
-  if (place > s.lastCache) s.lastCache = place;
+
+// What the scratchpad's observer does at every change of a place.
+void placeChanged(Session& s, U32 place) {
+  ++s.placeChanges;
+  const bool present = s.scratchpad->holds(place);
+  if (present && place > s.lastCache) {
+    s.lastCache = place;
+  } else if (!present && place == s.lastCache) {
+    s.lastCache = 0;
+  }
 }
-void placeEmptied(Session& s, U32 place) {
-  if (place == s.lastCache) s.lastCache = 0;
-}
+
 U32 lastSequence(Session& s) {
   if (s.lastCache == 0) s.lastCache = s.scratchpad->last();
   return s.lastCache;
 }
+
+void count(Session& s, const RuleKey& key, int delta) {
+  if (s.countsKept) s.ruleCounts[key] += static_cast<U32>(delta);
+}
+
+void count(Session& s, const std::string& remark, int delta) {
+  if (s.countsKept) s.remarkCounts[remark] += static_cast<U32>(delta);
+}
+
+// Counting starts at the first automatic number, from what the places hold then.
+void keepCounts(Session& s) {
+  if (s.countsKept) return;
+  s.countsKept = true;
+  for (const auto& [place, rule] : s.scratchpad->rules) count(s, RuleKey{s.type, rule}, 1);
+  for (const auto& [place, text] : s.scratchpad->remarks) count(s, text, 1);
+}
+
+U32 countOf(const Session& s, const RuleKey& key) {
+  auto it = s.ruleCounts.find(key);
+  return it == s.ruleCounts.end() ? 0 : it->second;
+}
+
 }  // namespace
 
 void World::openSession(int slot, const std::string& name, AclType type, ApiType api, bool standard) {
@@ -78,7 +153,9 @@ void World::openSession(int slot, const std::string& name, AclType type, ApiType
       s.orig = a->current;
       if (a->current) s.scratchpad = a->current->list;
     }
-    for (const auto& [place, entry] : s.scratchpad->places) placeWritten(s, place);
+    // The copy writes every place, rules first, each heard by the scratchpad's observer.
+    for (const auto& [place, rule] : s.scratchpad->rules) placeChanged(s, place);
+    for (const auto& [place, text] : s.scratchpad->remarks) placeChanged(s, place);
   }
   sessions[static_cast<std::size_t>(slot)] = std::move(s);
 }
@@ -92,18 +169,18 @@ ApiState World::addRule(Session& s, AclType family, U32 sequence, int rule) {
   if (sequence == 0) {
     const U32 last = lastSequence(s);
     if (last > kTop - 10) return s.state = errSequenceOutOfRange;
-    for (const auto& [place, entry] : sp.places) {
-      if (!entry.remark && entry.rule == content) return s.state = succeeded;
-    }
+    keepCounts(s);
+    if (countOf(s, {s.type, content}) != 0) return s.state = succeeded;  // a duplicate, as counted
     sequence = last + 10;
   }
-  if (const Entry* there = sp.at(sequence)) {
-    if (there->remark) return s.state = errRuleExists;
-    return s.state = there->rule == content ? succeeded : errRuleExists;
+  if (auto there = sp.rules.find(sequence); there != sp.rules.end()) {
+    return s.state = there->second == content ? succeeded : errRuleExists;
   }
+  if (sp.remarks.contains(sequence)) return s.state = errRuleExists;
   if (readOnly(s.type, s.name)) return s.state = errReadOnly;
-  sp.places[sequence] = ruleEntry(content);
-  placeWritten(s, sequence);
+  sp.rules[sequence] = content;
+  placeChanged(s, sequence);
+  count(s, {s.type, content}, 1);
   return s.state = succeeded;
 }
 
@@ -112,33 +189,45 @@ ApiState World::addRemark(Session& s, const std::string& text, U32 sequence) {
   List& sp = *s.scratchpad;
   U32 where = sequence;
   if (sequence == 0) {
-    for (const auto& [place, entry] : sp.places) {
-      if (entry.remark && entry.text == text) return s.state = succeeded;
+    keepCounts(s);
+    if (auto it = s.remarkCounts.find(text); it != s.remarkCounts.end() && it->second != 0) {
+      return s.state = succeeded;
     }
-    where = lastSequence(s) + 10;
+    where = lastSequence(s) + 10;  // wraps past the top
   }
   // Occupancy is judged at the place asked for, even when that was 0.
-  if (const Entry* there = sp.at(sequence)) {
-    if (there->remark) return s.state = there->text == text ? succeeded : errRuleExists;
-    return s.state = errRuleExists;
+  if (auto there = sp.remarks.find(sequence); there != sp.remarks.end()) {
+    return s.state = there->second == text ? succeeded : errRuleExists;
   }
-  const Entry* before = sp.at(where);
-  if (!before || !(*before == remarkEntry(text))) placeWritten(s, where);  // a change notifies
-  sp.places[where] = remarkEntry(text);
+  if (sp.rules.contains(sequence)) return s.state = errRuleExists;
+  // A remark already there is replaced uncounted; a rule there stays beside it.
+  auto there = sp.remarks.find(where);
+  const bool changes = there == sp.remarks.end() || there->second != text;
+  sp.remarks[where] = text;
+  if (changes) placeChanged(s, where);
+  count(s, text, 1);
   return s.state = succeeded;
 }
 
 ApiState World::removeRemark(Session& s, const std::string& text, U32 sequence) {
   if (!s.scratchpad) return s.state = failed;
-  auto& places = s.scratchpad->places;
-  for (auto it = places.begin(); it != places.end(); ++it) {
-    const bool chosen = sequence == 0 ? it->second.remark && it->second.text == text : it->first == sequence;
-    if (chosen) {
-      if (it->second.remark) {
-        placeEmptied(s, it->first);
-        places.erase(it);
-      }
+  auto& remarks = s.scratchpad->remarks;
+  if (sequence == 0) {
+    for (auto it = remarks.begin(); it != remarks.end(); ++it) {
+      if (it->second != text) continue;
+      const U32 place = it->first;
+      count(s, text, -1);
+      remarks.erase(it);
+      placeChanged(s, place);
       break;
+    }
+  } else {
+    // By place, whatever the text: where no remark stands the empty remark's count drops.
+    auto it = remarks.find(sequence);
+    count(s, it == remarks.end() ? std::string() : it->second, -1);
+    if (it != remarks.end()) {
+      remarks.erase(it);
+      placeChanged(s, sequence);
     }
   }
   return s.state = succeeded;
@@ -147,11 +236,20 @@ ApiState World::removeRemark(Session& s, const std::string& text, U32 sequence) 
 ApiState World::removeRange(Session& s, U32 start, U32 end) {
   if (!s.scratchpad) return s.state = failed;
   if (readOnly(s.type, s.name)) return s.state = errReadOnly;
-  auto& places = s.scratchpad->places;
+  List& sp = *s.scratchpad;
   if (start > end) return s.state = succeeded;
-  for (auto it = places.lower_bound(start); it != places.upper_bound(end);) {
-    placeEmptied(s, it->first);
-    it = places.erase(it);
+  // Rules first, then remarks, as the observer hears them.
+  for (auto it = sp.rules.lower_bound(start); it != sp.rules.end() && it->first <= end;) {
+    const U32 place = it->first;
+    count(s, {s.type, it->second}, -1);
+    it = sp.rules.erase(it);
+    placeChanged(s, place);
+  }
+  for (auto it = sp.remarks.lower_bound(start); it != sp.remarks.end() && it->first <= end;) {
+    const U32 place = it->first;
+    count(s, it->second, -1);
+    it = sp.remarks.erase(it);
+    placeChanged(s, place);
   }
   return s.state = succeeded;
 }
@@ -159,31 +257,51 @@ ApiState World::removeRange(Session& s, U32 start, U32 end) {
 ApiState World::removeByContent(Session& s, AclType family, int rule) {
   if (!s.scratchpad) return s.state = failed;
   if (readOnly(family, s.name)) return s.state = errReadOnly;
-  if (family != s.type) return s.state = succeeded;  // another family's records are not in this list
-  auto& places = s.scratchpad->places;
-  for (auto it = places.begin(); it != places.end(); ++it) {
-    if (!it->second.remark && it->second.rule == rule) {
-      placeEmptied(s, it->first);
-      places.erase(it);
-      break;
-    }
+  auto& rules = s.scratchpad->rules;
+  // Each place's record is read from the family asked for; this list has no records of other
+  // families, so there every place reads as that family's default rule: the first place
+  // holding a rule goes, and its own record stays behind without a place.
+  const bool everyPlace = family != s.type && rule == kDefaultRule;
+  for (auto it = rules.begin(); it != rules.end(); ++it) {
+    if (!everyPlace && (family != s.type || it->second != rule)) continue;
+    const U32 place = it->first;
+    const int content = it->second;
+    count(s, {family, rule}, -1);
+    rules.erase(it);
+    placeChanged(s, place);
+    if (everyPlace) s.scratchpad->unplaced.insert(content);
+    break;
   }
   return s.state = succeeded;
 }
 
 ApiState World::resequence(Session& s, U32 start, U32 increment) {
   if (!s.scratchpad) return s.state = failed;
-  auto& places = s.scratchpad->places;
-  if (places.empty()) return s.state = succeeded;
-  const std::uint64_t last = start + std::uint64_t(places.size() - 1) * increment;
+  List& sp = *s.scratchpad;
+  const std::uint64_t n = sp.rules.size() + sp.remarks.size();
+  if (n == 0) return s.state = succeeded;
+  const std::uint64_t last = start + (n - 1) * std::uint64_t{increment};
   if (last > kTop) return s.state = errSequenceOutOfRange;
-  std::map<U32, Entry> renumbered;
+  // Old order kept, a remark before a rule at the same place; an entry written where an
+  // earlier one of its kind went replaces it (only an increment of 0 does that), and a
+  // replaced rule's record stays without a place.
+  std::map<U32, int> rules;
+  std::map<U32, std::string> remarks;
+  auto rule = sp.rules.begin();
+  auto remark = sp.remarks.begin();
   U32 next = start;
-  for (const auto& [place, entry] : places) {
-    renumbered[next] = entry;
+  while (rule != sp.rules.end() || remark != sp.remarks.end()) {
+    if (remark == sp.remarks.end() || (rule != sp.rules.end() && rule->first < remark->first)) {
+      if (auto replaced = rules.find(next); replaced != rules.end()) sp.unplaced.insert(replaced->second);
+      rules[next] = (rule++)->second;
+    } else {
+      remarks[next] = (remark++)->second;
+    }
     next += increment;
   }
-  places = std::move(renumbered);
+  sp.rules = std::move(rules);
+  sp.remarks = std::move(remarks);
+  s.placeChanges += static_cast<int>(n);  // at least: every entry leaves its place
   s.lastCache = static_cast<U32>(last);
   return s.state = succeeded;
 }
@@ -196,21 +314,38 @@ ApiState World::flag(Session& s, bool counters, bool value) {
 
 // ---- commit, revert, remove ----------------------------------------------------------------
 
+bool World::attachedToDp(const Session& s) const {
+  if (!s.intfConfig) return false;
+  for (const auto& [key, name] : bindings) {
+    if (std::get<0>(key) == s.type && name == s.name) return true;
+  }
+  return false;
+}
+
+bool World::preApplyOk(Session& s, const List* checked) {
+  if (s.capabilities || !checked || s.type != AclType::ipv6) return true;
+  bool hopLimit = false;  // every IPv6 content number but the default matches a hop limit
+  for (const auto& [place, rule] : checked->rules) hopLimit = hopLimit || rule != kDefaultRule;
+  for (int rule : checked->unplaced) hopLimit = hopLimit || rule != kDefaultRule;
+  if (hopLimit) s.errString["IPv6"] = "hop limit is not supported for IPv6 ACLs on this platform";
+  return !hopLimit;
+}
+
 ApiState World::commit(Session& s, bool cleanup) {
   if (!s.scratchpad) return s.state = succeeded;
+  if (attachedToDp(s) && !preApplyOk(s, &*s.scratchpad)) return s.state = errAclApi;
   AclState* live = acl(s.type, s.name);
   if (!s.origAcl && live) return s.state = errSessionCreate;
   if (s.origAcl && !live) return s.state = errSessionDelete;
   if (live && s.orig && live->current->token != s.orig->token) return s.state = errSessionModify;
-  if (!live) {
-    live = &acls[{s.type, s.name}];
-    live->standard = s.standard;
-  }
+  if (!live) live = &createAcl(s.type, s.name, s.standard);
   const List& sp = *s.scratchpad;
   const bool wholeNewVersion = !s.origAcl || !s.orig || !s.orig->committed || sp.counters != s.orig->list.counters ||
                                sp.fragments != s.orig->list.fragments || !live->current->list.sameRules(sp);
   if (!wholeNewVersion) {
-    live->current->list = sp;  // only places and remarks differ: patched in place, kept current
+    // Only places and remarks differ: the current version takes them and stays current.
+    live->current->list.rules = sp.rules;
+    live->current->list.remarks = sp.remarks;
     return s.state = succeeded;
   }
   VersionPtr& installed = live->versions[s.scratchpadToken];
@@ -247,6 +382,7 @@ ApiState World::revert(Session& s) {
     return s.state = succeeded;
   }
   if (s.api == attach_ || s.api == detach_) {
+    if (!s.intfConfig) return s.state = errNotConfigured;
     const BindingKey key{s.type, s.direction, s.intf};
     if (s.origAclName.empty()) {
       bindings.erase(key);
@@ -271,6 +407,9 @@ ApiState World::remove(Session& s) {
 }
 
 ApiState World::attach(Session& s, const std::string& intf, AclDirection direction) {
+  const AclState* live = acl(s.type, s.name);
+  if (!preApplyOk(s, live && live->current ? &live->current->list : nullptr)) return s.state = errAclApi;
+  if (!s.intfConfig) return s.state = errNotConfigured;
   const BindingKey key{s.type, direction, intf};
   auto bound = bindings.find(key);
   s.origAclName = bound == bindings.end() ? "" : bound->second;
@@ -281,6 +420,7 @@ ApiState World::attach(Session& s, const std::string& intf, AclDirection directi
 }
 
 ApiState World::detach(Session& s, const std::string& intf, AclDirection direction) {
+  if (!s.intfConfig) return s.state = errNotConfigured;
   const BindingKey key{s.type, direction, intf};
   auto bound = bindings.find(key);
   const std::string name = bound == bindings.end() ? "" : bound->second;
@@ -296,6 +436,7 @@ ApiState World::detach(Session& s, const std::string& intf, AclDirection directi
 // ---- the hardware wait ---------------------------------------------------------------------
 
 ApiState World::waitForHw(Session& s) {
+  if (!s.dataplanes) return s.state = succeeded;
   for (const Dataplane& dp : dataplanes) {
     if (dp.waits) {
       requestTime = clock;
@@ -309,6 +450,10 @@ void World::dataplaneTimeIs(int which, double time) {
   Dataplane& changed = dataplanes[static_cast<std::size_t>(which)];
   if (changed.time == time) return;  // no change, no notification
   changed.time = time;
+  reevaluate();
+}
+
+void World::reevaluate() {
   for (auto& slot : sessions) {
     if (!slot || slot->state != waitingForHw) continue;
     Session& s = *slot;
@@ -332,32 +477,32 @@ void World::dataplaneTimeIs(int which, double time) {
 bool World::configDropFirstRule(AclType type, const std::string& name) {
   AclState* live = acl(type, name);
   if (!live) {  // the session creates a plain ACL with an empty version
-    AclState& created = acls[{type, name}];
+    AclState& created = createAcl(type, name, false);
     created.current = newVersion(List(), true);
     created.versions[created.current->token] = created.current;
     return true;
   }
   List list = live->current->list;
-  for (auto it = list.places.begin(); it != list.places.end(); ++it) {
-    if (!it->second.remark) {
-      list.places.erase(it);
-      // Different rules: a whole new version replaces the current one.
-      const int old = live->current->token;
-      live->current = newVersion(list, true);
-      live->versions[live->current->token] = live->current;
-      live->versions.erase(old);
-      return true;
-    }
-  }
-  return false;
+  if (list.rules.empty()) return false;
+  list.rules.erase(list.rules.begin());
+  // Different rules: a whole new version replaces the current one.
+  const int old = live->current->token;
+  live->current = newVersion(list, true);
+  live->versions[live->current->token] = live->current;
+  live->versions.erase(old);
+  return true;
 }
 
 bool World::configRenumber(AclType type, const std::string& name) {
   AclState* live = acl(type, name);
-  if (!live || live->current->list.places.empty() || live->current->list.last() == kTop) return false;
-  std::map<U32, Entry> shifted;
-  for (const auto& [place, entry] : live->current->list.places) shifted[place + 1] = entry;
-  live->current->list.places = std::move(shifted);  // same rules: patched in place
+  if (!live || live->current->list.empty() || live->current->list.last() == kTop) return false;
+  List& list = live->current->list;
+  std::map<U32, int> rules;
+  std::map<U32, std::string> remarks;
+  for (const auto& [place, rule] : list.rules) rules[place + 1] = rule;
+  for (const auto& [place, text] : list.remarks) remarks[place + 1] = text;
+  list.rules = std::move(rules);  // same rules: patched in place
+  list.remarks = std::move(remarks);
   return true;
 }
 

@@ -3,10 +3,14 @@
 // nothing of the entity framework; the property test and the fuzzer run the library and this
 // model side by side and compare them after every step.
 //
-// A list is an ordered map of places; a rule is represented by a small content number
-// (kDefaultRule is the family's default record), a remark by its text. Versions are shared
-// objects, as in the library, so that "the same version" means the same object and a
-// version can stay current after it has left its ACL's table.
+// A list holds rules and remarks by place, as the library does, in two maps: a place may
+// hold both (an automatic remark number that wrapped past the top lands where it lands), and
+// a rule record may be left without a place (a resequence by 0 writes every entry to one
+// place; a by-content removal through another family's default rule frees a place and
+// leaves its record). A rule is represented by a small content number (kDefaultRule is the
+// family's default record), a remark by its text. Versions are shared objects, as in the
+// library, so that "the same version" means the same object and a version can stay current
+// after it has left its ACL's table.
 #pragma once
 
 #include <array>
@@ -14,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -31,33 +36,19 @@ using AclApi::ApiType;
 inline constexpr int kDefaultRule = -1;
 inline constexpr U32 kTop = 4294967295u;
 
-struct Entry {
-  bool remark = false;
-  int rule = kDefaultRule;  // the content number of a rule
-  std::string text;         // the text of a remark
-  friend bool operator==(const Entry&, const Entry&) = default;
-};
-inline Entry ruleEntry(int rule) {
-  Entry e;
-  e.rule = rule;
-  return e;
-}
-inline Entry remarkEntry(std::string text) {
-  Entry e;
-  e.remark = true;
-  e.text = std::move(text);
-  return e;
-}
-
 struct List {
-  std::map<U32, Entry> places;
+  std::map<U32, int> rules;            // place -> content number
+  std::map<U32, std::string> remarks;  // place -> text
+  std::multiset<int> unplaced;         // rule records no place names
   bool counters = false;
   bool fragments = false;
   friend bool operator==(const List&, const List&) = default;
 
-  [[nodiscard]] U32 last() const { return places.empty() ? 0 : places.rbegin()->first; }
-  [[nodiscard]] const Entry* at(U32 place) const;
-  // Same rule contents in the same order, and the same flags (what decides a new version).
+  // The highest place of a rule or a remark, 0 when there is none.
+  [[nodiscard]] U32 last() const;
+  [[nodiscard]] bool holds(U32 place) const { return rules.contains(place) || remarks.contains(place); }
+  [[nodiscard]] bool empty() const { return rules.empty() && remarks.empty(); }
+  // Same rule contents in place order, and the same flags (what decides a new version).
   [[nodiscard]] bool sameRules(const List& other) const;
 };
 
@@ -69,6 +60,7 @@ struct Version {
 using VersionPtr = std::shared_ptr<Version>;
 
 struct AclState {
+  int incarnation = 0;  // a deleted and recreated ACL is another entity
   bool standard = false;
   bool readonly = false;
   VersionPtr current;
@@ -82,18 +74,37 @@ struct Dataplane {
   std::map<std::string, std::string> errors;
 };
 
+// A content count of the session: a rule record of a family, by content number.
+using RuleKey = std::pair<AclType, int>;
+
 struct Session {
   std::string name;
   AclType type = AclType::ip;
   ApiType api = AclApi::commit_;
   bool standard = false;
+  // What the session was opened without: the interface table (attach and detach cannot
+  // work), the dataplane status directory (nothing to wait for), the capabilities (the
+  // guards refuse what needs a capability).
+  bool intfConfig = true;
+  bool dataplanes = true;
+  bool capabilities = true;
   ApiState state = AclApi::ready;
   std::optional<List> scratchpad;
   int scratchpadToken = 0;
-  // The cached last sequence: a place written above it becomes it, even when it was 0 with
-  // higher entries standing above; it drops to 0 when its own place empties; 0 is worked out
+  // The cached last sequence: at each change of a place it becomes the place when the place
+  // is in use and above it, and 0 when the place is empty and equal to it; 0 is worked out
   // again from rules and remarks when an automatic number needs it.
   U32 lastCache = 0;
+  // Changes of places heard by the scratchpad's observers, over the session's life.
+  int placeChanges = 0;
+  // The content counts, kept from the first automatic number on: +1 for what is written,
+  // -1 for what a removal names (also when it names nothing), wrapping as unsigned 32-bit.
+  bool countsKept = false;
+  std::map<RuleKey, U32> ruleCounts;
+  std::map<std::string, U32> remarkCounts;
+  // Per count map (IPv4, IPv6, MAC rules, then remarks): how many contents are counted
+  // otherwise than the places hold them.
+  [[nodiscard]] std::array<int, 4> countsAdrift() const;
   bool origAcl = false;  // the ACL existed when the scratchpad was made
   VersionPtr orig;       // its current version then
   std::string intf;
@@ -114,6 +125,8 @@ class World {
  public:
   static constexpr int kSessions = 3;
   World();
+  // A copy that shares nothing with this one (versions included), to go back to.
+  [[nodiscard]] World clone() const;
 
   std::map<AclKey, AclState> acls;
   std::map<BindingKey, std::string> bindings;
@@ -143,6 +156,8 @@ class World {
 
   // A dataplane's update time changes; waiting sessions re-evaluate.
   void dataplaneTimeIs(int dp, double time);
+  // Waiting sessions re-evaluate the dataplanes' reports as they stand.
+  void reevaluate();
 
   // Configuration sessions, opened, edited and committed in one step; true when the running
   // configuration changed.
@@ -154,8 +169,14 @@ class World {
  private:
   ApiState waitForHw(Session& s);
   bool readOnly(AclType type, const std::string& name);
+  // The guard commit and attach run first: without capabilities an IPv6 hop-limit match
+  // cannot be programmed; it leaves a message.
+  bool preApplyOk(Session& s, const List* checked);
+  [[nodiscard]] bool attachedToDp(const Session& s) const;
+  AclState& createAcl(AclType type, const std::string& name, bool standard);
   VersionPtr newVersion(const List& list, bool committed);
   int nextToken_ = 1;
+  int nextIncarnation_ = 1;
 };
 
 }  // namespace model
