@@ -13,7 +13,8 @@ StatusDpEntry::StatusDpEntry(const Ptr<const StatusDp>& statusDp, ApiSm* owner) 
 }
 
 void StatusDpEntry::dpAclUpdateTimeChanged() {
-  if (!owner_) return;
+  // A report being taken back is no report: the session's state comes back with it.
+  if (!owner_ || fwk::Transaction::undoing()) return;
   // The session's observers may let go of the session or of this entry during the call.
   const Ptr<StatusDpEntry> self(fwkReferences() > 0 ? this : nullptr);
   const Ptr<ApiSm> owner = fwk::sharedFromThis(*owner_);

@@ -140,6 +140,10 @@ void ApiSm::spAclSubConfigIs(const Ptr<AclSubConfig>& subConfig) {
   scratchpadReactor_.notifierIs(subConfig.get());
 }
 
+void ApiSm::ScratchpadReactor::followPlace(U32 sequence) {
+  if (!fwk::Transaction::undoing()) owner_.handleRuleBySequence(sequence);
+}
+
 void ApiSm::handleRuleBySequence(U32 sequence) {
   const OperationScope scope(*this);
   ACL_API_TRACE(0, " seq " << sequence);

@@ -256,11 +256,14 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
    public:
     explicit ScratchpadReactor(ApiSm& owner) : owner_(owner) {}
     // Remarks share the rules' numbering, so a remark's place moves the last sequence too:
-    // two automatic remarks in a row must not land on the same place.
-    void ruleBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
-    void remarkBySequenceChanged(const U32& sequence) override { owner_.handleRuleBySequence(sequence); }
+    // two automatic remarks in a row must not land on the same place. While a failed
+    // operation is undone the cached sequence comes back with everything else.
+    void ruleBySequenceChanged(const U32& sequence) override { followPlace(sequence); }
+    void remarkBySequenceChanged(const U32& sequence) override { followPlace(sequence); }
 
    private:
+    void followPlace(U32 sequence);
+
     ApiSm& owner_;
   };
 

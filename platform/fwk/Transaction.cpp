@@ -57,6 +57,10 @@ bool Transaction::active() noexcept {
   return undoLog.innermost != nullptr;
 }
 
+bool Transaction::undoing() noexcept {
+  return undoLog.undoing;
+}
+
 bool Transaction::recording(const Entity& owner) noexcept {
   return detail::undoRecording(owner);
 }

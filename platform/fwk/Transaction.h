@@ -42,6 +42,10 @@ class ACLKIT_EXPORT Transaction {
 
   // True while the thread is inside at least one transaction.
   [[nodiscard]] static bool active() noexcept;
+  // True while a failed transaction is being undone on this thread. Observers hear the
+  // reverse changes; one that keeps bookkeeping the undo restores anyway does nothing then,
+  // since what it wrote now would not be undone.
+  [[nodiscard]] static bool undoing() noexcept;
 
   // For state the framework does not see (what a reactor of `owner` watches): when a change
   // to `owner` would be recorded now, record `undo` as its inverse.

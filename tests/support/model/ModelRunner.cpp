@@ -187,29 +187,6 @@ U32 placeOf(const std::vector<U32>& places, std::uint8_t how, std::uint8_t value
   }
 }
 
-// A snapshot without some attributes (and the entries of those that are maps).
-std::string without(const std::string& snapshot, std::initializer_list<std::string_view> names) {
-  std::string out;
-  out.reserve(snapshot.size());
-  bool skipping = false;
-  std::size_t at = 0;
-  while (at < snapshot.size()) {
-    std::size_t end = snapshot.find('\n', at);
-    end = end == std::string::npos ? snapshot.size() : end + 1;
-    const std::string_view line = std::string_view(snapshot).substr(at, end - at);
-    if (!line.starts_with("    ")) {
-      skipping = false;
-      for (std::string_view name : names) {
-        skipping = skipping || (line.starts_with("  ") && line.substr(2).starts_with(name) &&
-                                line.substr(2 + name.size()).starts_with(":"));
-      }
-    }
-    if (!skipping) out.append(line);
-    at = end;
-  }
-  return out;
-}
-
 // A snapshot cut into one text per entity, by identity: after a failed step the entities
 // still reachable must read as they did, and none may be new.
 std::map<std::string, std::string> entitiesOf(const std::string& snapshot) {
@@ -1057,28 +1034,14 @@ struct Runner::Impl {
     return false;
   }
 
-  // When a failed operation is taken back, the library's own observers hear the reverse
-  // changes and act on them, and what they write then is not itself taken back: the
-  // scratchpad's observer writes the cached last sequence (always; it comes out 0 or a
-  // place in use), and after a failed dataplane report the sessions' status observers
-  // re-evaluate the report as it stands again (which the model follows). Those attributes
-  // are compared through the model, not the snapshot.
   std::string snapshot() {
-    return without(build::storeSnapshot({store.root().get(), sessions[0].get(), sessions[1].get(), sessions[2].get()}),
-                   {"spLastSequenceNumber"});
-  }
-  static std::string withoutHwResult(const std::string& snapshot) {
-    return without(snapshot, {"apiState", "errString", "committed"});
+    return build::storeSnapshot({store.root().get(), sessions[0].get(), sessions[1].get(), sessions[2].get()});
   }
 
   // After a failed step: what is still reachable reads as before, and nothing is new; only
   // what a session let go of in the step may be gone.
-  std::string sameAsBefore(std::string before, bool letGo, bool reported) {
-    std::string after = snapshot();
-    if (reported) {
-      before = withoutHwResult(before);
-      after = withoutHwResult(after);
-    }
+  std::string sameAsBefore(const std::string& before, bool letGo) {
+    const std::string after = snapshot();
     if (after == before) return "";
     const auto was = entitiesOf(before);
     const auto now = entitiesOf(after);
@@ -1191,7 +1154,7 @@ struct Runner::Impl {
       return said + ": the model says a watched value changed, but nothing was heard";
     if (threw && tookSnapshot) {
       const bool letGo = std::find(released.begin(), released.end(), true) != released.end();
-      if (std::string fault = sameAsBefore(snapshotBefore, letGo, call.reports); !fault.empty()) {
+      if (std::string fault = sameAsBefore(snapshotBefore, letGo); !fault.empty()) {
         return said + ": " + fault;
       }
     } else if (threw && !call.nullArgument) {
@@ -1214,11 +1177,6 @@ struct Runner::Impl {
       model = std::move(*undo);  // the step never happened
       for (std::size_t i = 0; i < sessions.size(); ++i) {
         if (released[i]) model.sessions[i].reset();  // gone before the report was taken back
-      }
-      if (call.reports) model.reevaluate();
-      for (std::size_t i = 0; i < sessions.size(); ++i) {
-        // Written again while the step was taken back (see snapshot()).
-        if (sessions[i] && model.sessions[i]) model.sessions[i]->lastCache = sessions[i]->spLastSequenceNumber();
       }
     } else {
       if (got != want) return said + ": returned " + resultText(got) + ", model says " + resultText(want);
