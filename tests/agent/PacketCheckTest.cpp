@@ -30,6 +30,11 @@ Packet v6(const char* src, const char* dst, U8 protocol, U16 dstPort = 0) {
 Packet mac(const char* src, const char* dst, U16 ethertype) {
   return Packet::mac(MacAddr::fwkParse(src), MacAddr::fwkParse(dst), ethertype);
 }
+Packet labelled(std::vector<U32> stack) {
+  Packet p = mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x8847);
+  p.mplsLabels = std::move(stack);
+  return p;
+}
 template <class Edit>
 Packet with(Packet p, Edit edit) {
   edit(p);
@@ -55,6 +60,7 @@ TEST(PacketCheckTest, EachPacketHitsTheFirstEntryThatMatchesOrTheImplicitDeny) {
        {"10 deny tcp any host 192.0.2.1 eq 22", "20 permit tcp 10.0.0.0/8 192.0.2.0/24 range 80 443 syn",
         "30 permit udp any any eq 53 vrf blue", "40 deny icmp any any 8 0",
         "50 permit ip 198.51.100.0/24 any dscp 46 ttl gt 10", "60 permit tcp any any neq 8080 outer-vlan 100",
+        "65 permit tcp mask 0xf0 any any eq 0",  // protocols 0 to 15, but ICMP has no ports
         "70 deny ip any any gre-proto 0x6558", "75 deny ip any any tracked",
         "80 permit ip 10.0.0.3 255.0.0.255 any ip-length lt 100 ecn 1"},
        {{v4("10.1.1.1", "192.0.2.1", 6, 22), 10, D},
@@ -74,10 +80,10 @@ TEST(PacketCheckTest, EachPacketHitsTheFirstEntryThatMatchesOrTheImplicitDeny) {
       {AclType::ipv6,
        {"10 permit tcp 2001:db8:1::/48 any eq 443", "20 deny ipv6 any 2001:db8:ff::/64 hop-limit lt 2",
         "30 permit icmpv6 any any 135", "40 permit ipv6 any host 2001:db8::1 dscp 10 mask 0x3c"},
-       {{v6("2001:db8:1:5::1", "2001:db8:ff::9", 6, 443), 10, P},
+       {{v6("2001:db8:1:8000::1", "2001:db8:ff::9", 6, 443), 10, P},
         {with(v6("2001:db8:2::1", "2001:db8:ff:0:8000::9", 6, 443), [](Packet& p) { p.ttl = 1; }), 20, D},
         {with(v6("2001:db8:2::1", "2001:db8:ff:1::9", 6, 443), [](Packet& p) { p.ttl = 1; }), 0, D},
-        {v6("2001:db8:2::1", "2001:db8:ff::9", 6, 443), 0, D},
+        {v6("2001:db8::1", "2001:db8:ff::9", 6, 443), 0, D},  // outside the /48 by its last bit
         {with(v6("2001:db8:2::1", "2001:db8::9", 58), [](Packet& p) { p.icmpType = 135; }), 30, P},
         {with(v6("2001:db8:2::1", "2001:db8::9", 58), [](Packet& p) { p.icmpType = 136; }), 0, D},
         {with(v6("2001:db8:2::1", "2001:db8::1", 17), [](Packet& p) { p.dscp = 11; }), 40, P},
@@ -89,15 +95,13 @@ TEST(PacketCheckTest, EachPacketHitsTheFirstEntryThatMatchesOrTheImplicitDeny) {
         "50 permit any any mpls 300 mask 0xfff00"},
        {{mac("00:00:5e:00:53:01", "00:00:5e:00:53:99", 0x0800), 10, D},
         {mac("00:00:5e:00:53:02", "00:00:5e:00:53:99", 0x0800), 20, P},
-        {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x86dd), [](Packet& p) { p.outerVlan = 10, p.innerVlan = 20; }),
+        {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x86dd),
+              [](Packet& p) { p.outerVlan = 10, p.innerVlan = 20; }),
          30, P},
         {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x86dd), [](Packet& p) { p.outerVlan = 10; }), 0, D},
-        {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x8847), [](Packet& p) { p.mplsLabels = {100, 200}; }),
-         40, P},
-        {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x8847), [](Packet& p) { p.mplsLabels = {200, 100}; }),
-         0, D},
-        {with(mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x8847), [](Packet& p) { p.mplsLabels = {16, 305}; }),
-         50, P}}},
+        {labelled({100, 200}), 40, P},
+        {labelled({200, 100}), 0, D},
+        {labelled({16, 305}), 50, P}}},
   };
   for (const Case& c : cases) {
     build::SessionWorld world;
