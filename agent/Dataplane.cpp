@@ -188,10 +188,11 @@ void Dataplane::reprogram(std::map<TableKey, Table>& next, RunReport& report) co
   for (const auto& [key, want] : wanted) {
     auto held = tables_.find(key);
     const std::vector<Entry>& old = held == tables_.end() ? none : held->second.entries;
+    const AclSubConfig& version = *want.version;
     Table& table = next[key];
     table.acl = want.acl;
     withFamily(familyOrMac(key.family),
-               [&](auto family) { table.entries = diff<decltype(family)>(*want.version, old, report); });
+               [&](auto family) { table.entries = diff<decltype(family)>(version, old, report); });
   }
   for (const auto& [key, table] : tables_) {
     if (!wanted.contains(key)) report.removed += table.entries.size();

@@ -89,8 +89,8 @@ bool inPrefix(const Ip6Addr& have, const Ip6Addr& want, U8 length) {
 
 // Deep-inspection fields the packet does not carry; see Packet.h.
 bool usesUnmodelled(const IpFilterBase& f) {
-  return f.usesGre() || f.usesTni() || f.usesVxlan() || f.usesVni() || f.usesGtp() || f.usesTeid() ||
-         f.usesUserL4() || f.usesPayload();
+  return f.usesGre() || f.usesTni() || f.usesVxlan() || f.usesVni() || f.usesGtp() || f.usesTeid() || f.usesUserL4() ||
+         f.usesPayload();
 }
 
 // What IPv4 and IPv6 rules match alike; addresses and the TTL or hop limit are the caller's.
@@ -121,8 +121,10 @@ bool ipCommonMatches(const IpFilterBase& f, const Packet& p, U8 icmpProtocol) {
 bool mplsMatches(const MplsFilter& filter, const std::vector<U32>& stack) {
   for (const auto& [key, entry] : filter.labels()) {
     if (entry.tcMask() != 0) return false;
-    const bool found = std::any_of(stack.begin(), stack.end(),
-                                   [&](U32 label) { return masked(label, entry.label(), entry.labelMask()); });
+    const U32 want = entry.label();
+    const U32 mask = entry.labelMask();
+    const bool found =
+        std::any_of(stack.begin(), stack.end(), [want, mask](U32 label) { return masked(label, want, mask); });
     if (!found) return false;
   }
   return true;

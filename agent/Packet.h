@@ -55,10 +55,10 @@ struct Packet {
 
   // IPv4 and IPv6.
   U8 protocol = 0;
-  U16 srcPort = 0;    // TCP, UDP and SCTP
-  U16 dstPort = 0;    // TCP, UDP and SCTP
-  U16 tcpFlags = 0;   // the nine flag bits: fin 0x1, syn 0x2, rst 0x4, psh 0x8, ack 0x10, ...
-  U8 icmpType = 0;    // ICMP (IPv4) or ICMPv6 (IPv6)
+  U16 srcPort = 0;   // TCP, UDP and SCTP
+  U16 dstPort = 0;   // TCP, UDP and SCTP
+  U16 tcpFlags = 0;  // the nine flag bits: fin 0x1, syn 0x2, rst 0x4, psh 0x8, ack 0x10, ...
+  U8 icmpType = 0;   // ICMP (IPv4) or ICMPv6 (IPv6)
   U8 icmpCode = 0;
   U8 dscp = 0;
   U8 ecn = 0;
