@@ -12,8 +12,12 @@ namespace Agent {
 
 using namespace Acl;
 
-RuleAction Entry::action() const {
+RuleAction actionOf(const Rule& rule) {
   return std::visit([](const auto& r) { return r.action(); }, rule);
+}
+
+RuleAction Entry::action() const {
+  return actionOf(rule);
 }
 
 namespace {
@@ -39,33 +43,36 @@ std::map<TableKey, Wanted> boundLists(const Input::Config& config, const IntfCon
   return wanted;
 }
 
-// The entries of `version` in sequence order, each kept from `held` when the same rule sits at
-// the same sequence there: one merge walk over two ordered sequences.
+// One merge walk of the version against the held entries, both in sequence order: a rule at
+// a sequence that holds the same rule is kept, every other held entry goes to `drop` and every
+// other rule is copied into `add`. Nothing held is touched.
 template <class F>
-std::vector<Entry> diff(const AclSubConfig& version, const std::vector<Entry>& held, RunReport& report) {
+void diff(const AclSubConfig& version, const std::map<U32, Rule>& held, std::vector<U32>& drop,
+          std::map<U32, Rule>& add, RunReport& report) {
   using R = typename F::Rule;
   const auto& records = F::records(version);
-  std::vector<Entry> next;
-  next.reserve(version.ruleBySequence().size());
   auto old = held.begin();
+  const auto dropOld = [&] {
+    drop.push_back(old->first);
+    ++report.removed;
+    ++old;
+  };
   for (const auto& [sequence, id] : version.ruleBySequence()) {
     const R* rule = records.find(id);
     if (!rule) continue;  // a sequence without a record of the family holds no rule
-    for (; old != held.end() && old->sequence < sequence; ++old) ++report.removed;
-    if (old != held.end() && old->sequence == sequence) {
-      const Entry& there = *old++;
-      if (std::get<R>(there.rule) == *rule) {
+    while (old != held.end() && old->first < sequence) dropOld();
+    if (old != held.end() && old->first == sequence) {
+      if (std::get<R>(old->second) == *rule) {
         ++report.kept;
-        next.push_back(there);
+        ++old;
         continue;
       }
-      ++report.removed;
+      dropOld();
     }
     ++report.added;
-    next.push_back(Entry{sequence, *rule});
+    add.emplace_hint(add.end(), sequence, *rule);
   }
-  report.removed += static_cast<std::size_t>(held.end() - old);
-  return next;
+  while (old != held.end()) dropOld();
 }
 
 std::string count(std::size_t entries) {
@@ -153,12 +160,12 @@ void Dataplane::run() {
   RunReport report;
   report.run = lastRun_.run + 1;
   report.requestTime = hw_->dpAclUpdateRequestTime();
-  std::map<TableKey, Table> next;
+  Plan plan;
   if (!forcedError_.empty()) {
     report.errorKey = "forced";
     report.error = name().str() + " could not program its lists: " + forcedError_.str();
   } else {
-    reprogram(next, report);
+    plan = prepare(report);
     const std::size_t total = report.added + report.kept;
     if (total > capacity_) {
       RunReport refused;
@@ -171,7 +178,7 @@ void Dataplane::run() {
     }
   }
   if (report.programmed()) {
-    tables_ = std::move(next);
+    apply(plan);
     entryCount_ = report.added + report.kept;
   } else {
     report.kept = entryCount_;
@@ -180,23 +187,49 @@ void Dataplane::run() {
   publish(report);
 }
 
-// Builds the tables the bindings ask for into `next`, counting against what is held; what is
-// held is not touched, so a run that is refused, or throws, leaves it as it was.
-void Dataplane::reprogram(std::map<TableKey, Table>& next, RunReport& report) const {
-  static const std::vector<Entry> none;
+// Everything that can fail or allocate happens here, before anything held changes: a run that
+// is refused, or throws, leaves the tables as they were.
+Dataplane::Plan Dataplane::prepare(RunReport& report) {
+  Plan plan;
   const std::map<TableKey, Wanted> wanted = boundLists(*config_, *intfConfig_);
   for (const auto& [key, want] : wanted) {
-    auto held = tables_.find(key);
-    const std::vector<Entry>& old = held == tables_.end() ? none : held->second.entries;
     const AclSubConfig& version = *want.version;
-    Table& table = next[key];
-    table.acl = want.acl;
+    auto held = tables_.find(key);
+    std::vector<U32>* drop = nullptr;
+    std::map<U32, Rule>* add = nullptr;
+    if (held == tables_.end()) {
+      Table& fresh = plan.fresh[key];
+      fresh.acl = want.acl;
+      add = &fresh.entries;
+    } else {
+      Plan::Edit& edit = plan.edits.emplace_back(Plan::Edit{held, want.acl, {}, {}});
+      drop = &edit.drop;
+      add = &edit.add;
+    }
+    static const std::map<U32, Rule> none;
+    const std::map<U32, Rule>& old = held == tables_.end() ? none : held->second.entries;
+    std::vector<U32> unused;
     withFamily(familyOrMac(key.family),
-               [&](auto family) { table.entries = diff<decltype(family)>(version, old, report); });
+               [&](auto family) { diff<decltype(family)>(version, old, drop ? *drop : unused, *add, report); });
   }
-  for (const auto& [key, table] : tables_) {
-    if (!wanted.contains(key)) report.removed += table.entries.size();
+  for (auto it = tables_.begin(); it != tables_.end(); ++it) {
+    if (wanted.contains(it->first)) continue;
+    report.removed += it->second.entries.size();
+    plan.gone.push_back(it);
   }
+  return plan;
+}
+
+// Erasing and splicing prepared nodes allocate nothing: this part does not fail half-way.
+void Dataplane::apply(Plan& plan) {
+  for (auto table : plan.gone) tables_.erase(table);
+  for (Plan::Edit& edit : plan.edits) {
+    Table& table = edit.table->second;
+    table.acl = edit.acl;
+    for (U32 sequence : edit.drop) table.entries.erase(sequence);
+    table.entries.merge(edit.add);
+  }
+  tables_.merge(plan.fresh);
 }
 
 // Errors first, the time last: a session reads the errors when it sees the time.
@@ -218,10 +251,10 @@ Verdict Dataplane::check(const IntfId& intf, AclDirection direction, const Packe
   verdict.acl = table.acl;
   withFamily(familyOrMac(packet.family), [&](auto family) {
     using R = typename decltype(family)::Rule;
-    for (const Entry& entry : table.entries) {
-      if (matches(std::get<R>(entry.rule), packet)) {
-        verdict.entry = entry;
-        verdict.action = entry.action();
+    for (const auto& [sequence, rule] : table.entries) {
+      if (matches(std::get<R>(rule), packet)) {
+        verdict.entry = Entry{sequence, rule};
+        verdict.action = verdict.entry->action();
         return;
       }
     }

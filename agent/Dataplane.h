@@ -26,7 +26,9 @@
 // sequence order, remarks left out. An unbound interface, or one bound to a list that does not
 // exist or has no current version, has no table. A table is changed entry by entry: an entry
 // (a rule at a sequence) whose sequence and rule are unchanged is kept, others are removed or
-// added, and tables no longer bound lose all their entries. The run then writes its status:
+// added, and tables no longer bound lose all their entries. A run costs one walk of each bound
+// version against its table, comparing records, and one map operation per entry it changes:
+// nothing is copied for what is kept. The run then writes its status:
 // the error map holds this run's error, if any, and nothing else (a run that succeeds clears
 // earlier errors), and dpAclUpdateTime becomes the request time, last, so that a session that
 // sees the time also sees the errors.
@@ -57,6 +59,7 @@
 namespace Agent {
 
 using Rule = std::variant<Acl::IpRuleConfig, Acl::Ip6RuleConfig, Acl::MacRuleConfig>;
+[[nodiscard]] Acl::RuleAction actionOf(const Rule& rule);
 
 // One programmed entry: a rule at its sequence.
 struct Entry {
@@ -75,10 +78,10 @@ struct TableKey {
   friend auto operator<=>(const TableKey&, const TableKey&) = default;
 };
 
-// The entries of one (family, interface, direction), in ascending sequence order.
+// The entries of one (family, interface, direction): rules by sequence, walked in order.
 struct Table {
   fwk::String acl;  // the list they come from
-  std::vector<Entry> entries;
+  std::map<U32, Rule> entries;
 };
 
 // What one run did.
@@ -158,9 +161,26 @@ class Dataplane {
     Dataplane& owner_;
   };
 
+  // What a run changes, prepared before anything held is touched: per held table still bound,
+  // the sequences to drop and the rules to add (already copied); the tables not held yet; the
+  // held tables no longer bound.
+  struct Plan {
+    struct Edit {
+      std::map<TableKey, Table>::iterator table;
+      fwk::String acl;
+      std::vector<U32> drop;
+      std::map<U32, Rule> add;
+    };
+    std::vector<Edit> edits;
+    std::map<TableKey, Table> fresh;
+    std::vector<std::map<TableKey, Table>::iterator> gone;
+  };
+
   void event(bool request);
   void run();
-  void reprogram(std::map<TableKey, Table>& next, RunReport& report) const;
+  // Changes nothing; its iterators are for apply().
+  [[nodiscard]] Plan prepare(RunReport& report);
+  void apply(Plan& plan);
   void publish(const RunReport& report);
 
   fwk::Ptr<Acl::Input::Config> config_;

@@ -33,7 +33,7 @@ class DataplaneTest : public ::testing::Test, protected build::SessionWorld {
   static std::vector<U32> sequences(const Dataplane& dp, const IntfId& intf = eth1) {
     std::vector<U32> all;
     if (const Agent::Table* t = dp.table(AclType::ip, intf, AclDirection::in)) {
-      for (const Agent::Entry& e : t->entries) all.push_back(e.sequence);
+      for (const auto& [seq, rule] : t->entries) all.push_back(seq);
     }
     return all;
   }
@@ -133,7 +133,7 @@ TEST_F(DataplaneTest, AOneEntryChangeToALargeListIsADiff) {
   acl.hwConfig->dpAclUpdateRequestTimeIs(2);
   const Agent::RunReport& r = dp1.lastRun();
   EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(1u, 1u, 43999u));
-  EXPECT_EQ(dp1.table(AclType::ip, eth1, AclDirection::in)->entries[19999].action(), RuleAction::deny);
+  EXPECT_EQ(Agent::actionOf(dp1.table(AclType::ip, eth1, AclDirection::in)->entries.at(20000)), RuleAction::deny);
 }
 
 TEST_F(DataplaneTest, AttachAndDetachChangeWhatIsProgrammed) {
