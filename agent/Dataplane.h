@@ -28,16 +28,16 @@
 // (a rule at a sequence) whose sequence and rule are unchanged is kept, others are removed or
 // added, and tables no longer bound lose all their entries. A run costs one walk of each bound
 // version against its table, comparing records, and one map operation per entry it changes:
-// nothing is copied for what is kept. The run then writes its status:
-// the error map holds this run's error, if any, and nothing else (a run that succeeds clears
-// earlier errors), and dpAclUpdateTime becomes the request time, last, so that a session that
-// sees the time also sees the errors.
+// nothing is copied for what is kept. The run then writes its status: the error map holds
+// this run's error, if any, and nothing else (a run that succeeds clears earlier errors), and
+// dpAclUpdateTime becomes the request time, last, so that a session that sees the time also
+// sees the errors.
 //
 // Errors, by key in the status record's error map:
 //   "forced"    forcedErrorIs(reason) holds: each run fails with "<name> could not program its
 //               lists: <reason>" until forcedErrorDel();
 //   "capacity"  the run would hold more entries than capacity(): "<name> needs N entries but
-//               holds at most C; it keeps its M programmed entries."
+//               holds at most C; it keeps its M entries programmed."
 // A failed run keeps every table as it was and still answers, so a waiting session ends in
 // errHw with the message. A dataplane also runs once when it is made, to hold what is bound.
 //
