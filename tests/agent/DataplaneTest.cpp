@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <tuple>
+#include <vector>
+
+#include "aclkit/agent/Dataplane.h"
+#include "aclkit/platform/trace/Clock.h"
+#include "tests/support/SessionWorld.h"
+
+namespace {
+
+using namespace Acl;
+using namespace AclApi;
+using Agent::Dataplane;
+
+const IntfId eth1(String("Ethernet1"));
+
+class DataplaneTest : public ::testing::Test, protected build::SessionWorld {
+ protected:
+  DataplaneTest() { acl.paramConfig->allSupportedIs(true); }
+
+  // A list of TCP rules (sequence, destination port) committed through a session.
+  ApiState commitList(const char* name, std::initializer_list<std::pair<U32, U16>> rules, bool cleanup = true) {
+    auto s = session(name);
+    for (const auto& [seq, port] : rules) EXPECT_EQ(s->addIpRule(seq, build::ipRule(port)), succeeded);
+    kept = s;
+    return s->commitExt(cleanup);
+  }
+  ApiState attach(const char* name, const IntfId& intf = eth1) {
+    return session(name, AclType::ip, attach_)->attach(intf.name(), AclDirection::in);
+  }
+  static std::vector<U32> sequences(const Dataplane& dp, const IntfId& intf = eth1) {
+    std::vector<U32> all;
+    if (const Agent::Table* t = dp.table(AclType::ip, intf, AclDirection::in)) {
+      for (const auto& [seq, rule] : t->entries) all.push_back(seq);
+    }
+    return all;
+  }
+
+  double clock = 100;
+  fwk::ClockOverride ticking{[this] { return clock += 1; }};
+  Dataplane dp1{acl, "dp1"};
+  Dataplane dp2{acl, "dp2"};
+  Ptr<ApiSm> kept;
+};
+
+TEST_F(DataplaneTest, ACommitWaitsForBothAgentsAndEachProgramsTheBoundList) {
+  EXPECT_EQ(attach("web"), succeeded);
+  dp2.delayIs(1);
+  EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}}), waitingForHw);
+  EXPECT_TRUE(dp1.upToDate());
+  EXPECT_TRUE(dp2.pending());
+  dp2.tick();
+  EXPECT_EQ(kept->apiState(), succeeded);
+  for (const Dataplane* dp : {&dp1, &dp2}) {
+    EXPECT_TRUE(dp->upToDate());
+    EXPECT_EQ(sequences(*dp), (std::vector<U32>{10, 20}));
+    EXPECT_EQ(dp->status()->dpAclUpdateTime(), acl.hwConfig->dpAclUpdateRequestTime());
+  }
+  dp2.waitForHwStatusIs(false);  // no longer waited for, yet still programming
+  dp2.delayIs(3);
+  EXPECT_EQ(commitList("web", {{30, 443}}), succeeded);
+  EXPECT_EQ(sequences(dp2), (std::vector<U32>{10, 20}));
+  for (int i = 0; i < 3; ++i) dp2.tick();
+  EXPECT_EQ(sequences(dp2), (std::vector<U32>{10, 20, 30}));
+}
+
+TEST_F(DataplaneTest, ADelayedAnswerProgramsTheConfigurationAndRequestOfItsLastEvent) {
+  acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(eth1, "web");
+  dp1.delayIs(2);
+  installAcl("web", {{10, 22}});
+  acl.hwConfig->dpAclUpdateRequestTimeIs(1);
+  installAcl("web", {{10, 22}, {20, 80}});
+  acl.hwConfig->dpAclUpdateRequestTimeIs(2);  // the first event after the request
+  EXPECT_TRUE(dp1.pending());
+  EXPECT_TRUE(sequences(dp1).empty());
+  const std::uint64_t runs = dp1.lastRun().run;
+  dp1.tick();  // the second: the answer
+  EXPECT_EQ(dp1.lastRun().run, runs + 1);
+  EXPECT_EQ(dp1.lastRun().requestTime, 2);
+  EXPECT_EQ(dp1.status()->dpAclUpdateTime(), 2);
+  EXPECT_EQ(sequences(dp1), (std::vector<U32>{10, 20}));
+  dp1.tick();
+  EXPECT_EQ(dp1.lastRun().run, runs + 1);
+}
+
+TEST_F(DataplaneTest, AForcedErrorFailsTheCommitAndClearingItThenRevertingRecovers) {
+  EXPECT_EQ(attach("web"), succeeded);
+  EXPECT_EQ(commitList("web", {{10, 22}}), succeeded);
+  dp2.forcedErrorIs("the rule memory does not answer.");
+  EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}}, false), errHw);
+  EXPECT_EQ(kept->errString("dp2"), "dp2 could not program its lists: the rule memory does not answer.");
+  EXPECT_EQ(dp2.status()->error("forced"), kept->errString("dp2"));
+  EXPECT_EQ(sequences(dp2), std::vector<U32>{10});
+  EXPECT_FALSE(dp2.upToDate());
+  dp2.forcedErrorDel();
+  EXPECT_EQ(kept->revert(), succeeded);
+  EXPECT_TRUE(dp2.status()->error().empty());
+  EXPECT_TRUE(dp2.upToDate());
+  EXPECT_EQ(sequences(dp2), std::vector<U32>{10});
+}
+
+TEST_F(DataplaneTest, ARunBeyondCapacityKeepsTheOldTablesUntilOneFits) {
+  EXPECT_EQ(attach("web"), succeeded);
+  EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}}), succeeded);
+  dp1.capacityIs(2);
+  EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}, {30, 443}}), errHw);
+  EXPECT_EQ(kept->errString("dp1"), "dp1 needs 3 entries but holds at most 2; it keeps its 2 entries programmed.");
+  EXPECT_EQ(dp1.lastRun().errorKey, "capacity");
+  EXPECT_EQ(sequences(dp1), (std::vector<U32>{10, 20}));
+  EXPECT_EQ(sequences(dp2), (std::vector<U32>{10, 20, 30}));
+  auto s = session("web");
+  EXPECT_EQ(s->removeRuleBySequence(10, 10), succeeded);
+  EXPECT_EQ(s->commit(), succeeded);
+  EXPECT_EQ(sequences(dp1), (std::vector<U32>{20, 30}));
+  EXPECT_TRUE(dp1.status()->error().empty());
+}
+
+TEST_F(DataplaneTest, AOneEntryChangeToALargeListIsADiff) {
+  auto big = acl.config->configIs(AclType::ip)->aclIs("big", AclType::ip, false, false);
+  auto v = big->subConfigIs(UniqueId());
+  for (U32 seq = 1; seq <= 44000; ++seq) {
+    UniqueId id;
+    v->ruleBySequenceIs(seq, id);
+    v->ipRuleByIdIs(id, build::ipRule(static_cast<U16>(seq)));
+  }
+  big->currCfgIs(v);
+  acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(eth1, "big");
+  acl.hwConfig->dpAclUpdateRequestTimeIs(1);
+  EXPECT_EQ(dp1.lastRun().added, 44000u);
+  v->ipRuleByIdIs(v->ruleBySequence(20000), build::ipRule(1, RuleAction::deny));
+  acl.hwConfig->dpAclUpdateRequestTimeIs(2);
+  const Agent::RunReport& r = dp1.lastRun();
+  EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(1u, 1u, 43999u));
+  EXPECT_EQ(Agent::actionOf(dp1.table(AclType::ip, eth1, AclDirection::in)->entries.at(20000)), RuleAction::deny);
+}
+
+TEST_F(DataplaneTest, AttachAndDetachChangeWhatIsProgrammed) {
+  EXPECT_EQ(commitList("web", {{10, 22}}), succeeded);
+  EXPECT_EQ(dp1.entryCount(), 0u);
+  EXPECT_EQ(attach("web"), succeeded);
+  EXPECT_EQ(dp1.table(AclType::ip, eth1, AclDirection::in)->acl, "web");
+  EXPECT_EQ(sequences(dp1), std::vector<U32>{10});
+  EXPECT_EQ(attach("missing"), succeeded);  // bound to a list that does not exist: no table
+  EXPECT_EQ(dp1.table(AclType::ip, eth1, AclDirection::in), nullptr);
+  EXPECT_EQ(attach("web"), succeeded);
+  EXPECT_EQ(session("", AclType::ip, detach_)->detach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_TRUE(dp1.tables().empty());
+  EXPECT_EQ(dp1.lastRun().removed, 1u);
+}
+
+// A session that reverts on errHw makes its request while the agent is still answering.
+TEST_F(DataplaneTest, ARequestMadeByAnObserverOfTheAnswerIsAnsweredToo) {
+  struct Requester : StatusDp::Reactor {
+    Ptr<HwConfig> hw;
+    void dpAclUpdateTimeChanged() override {
+      if (notifier()->dpAclUpdateTime() == 1) hw->dpAclUpdateRequestTimeIs(2);
+    }
+  };
+  Requester requester;
+  requester.hw = acl.hwConfig;
+  requester.notifierIs(dp1.status().get());
+  acl.hwConfig->dpAclUpdateRequestTimeIs(1);
+  EXPECT_EQ(dp1.status()->dpAclUpdateTime(), 2);
+  EXPECT_EQ(dp1.lastRun().requestTime, 2);
+  EXPECT_TRUE(dp1.upToDate());
+}
+
+}  // namespace
