@@ -1,0 +1,105 @@
+#include "aclkit/client/Library.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "aclkit/model/Family.h"
+#include "aclkit/platform/store/StateStore.h"
+
+namespace Client {
+
+Library::Library(fwk::StateStore& store) : mounts_(Acl::mountAcl(store)) {}
+
+Ptr<AclApi::ApiSm> Library::session(const String& name, AclType type, AclApi::ApiType api, bool standard) const {
+  const Acl::AclMounts& m = mounts_;
+  return AclApi::apiSmFactory(name, type, standard, api, m.config, m.paramConfig, m.intfConfig, m.hwConfig, m.status,
+                              m.statusDpDir, m.udfAlias);
+}
+
+Ptr<AclApi::ApiSm> Library::session(const String& name, AclType type, AclApi::ApiType api, bool standard,
+                                    const Acl::AclConfigSession& candidate) const {
+  const Acl::AclMounts& m = mounts_;
+  Ptr<AclApi::ApiSm> session =
+      AclApi::apiSmFactory(name, type, standard, api, candidate.config(), m.paramConfig, candidate.intfConfig(),
+                           m.hwConfig, m.status, m.statusDpDir, m.udfAlias);
+  session->inConfigSessionIs(true);
+  return session;
+}
+
+Ptr<Acl::AclConfig> Library::list(AclType type, const String& name) const {
+  Ptr<Acl::Input::AclTypeConfig> table = mounts_.config->config(type);
+  return table ? table->acl(name) : nullptr;
+}
+
+std::vector<Ptr<Acl::AclConfig>> Library::lists(AclType type) const {
+  std::vector<Ptr<Acl::AclConfig>> all;
+  if (Ptr<Acl::Input::AclTypeConfig> table = mounts_.config->config(type)) {
+    for (const auto& [name, acl] : table->acl()) all.push_back(acl);
+  }
+  return all;
+}
+
+std::optional<std::string> Library::payloadRefusal(const Text::EntryBody& body, AclType type) const {
+  const Acl::PayloadSpec* payload = nullptr;
+  if (const auto* ip = std::get_if<Acl::IpRuleConfig>(&body)) payload = &ip->filter().payload();
+  if (const auto* mac = std::get_if<Acl::MacRuleConfig>(&body)) payload = &mac->filter().payload();
+  if (!payload || !payload->used()) return std::nullopt;
+  const Acl::U16 capacity =
+      type == AclType::ip ? mounts_.status->ipPayloadCapacity() : mounts_.status->macPayloadCapacity();
+  const unsigned kept = capacity + 1U;
+  if (payload->count() <= kept) return std::nullopt;
+  return "a rule here may match at most " + std::to_string(kept) + " payload element" + (kept == 1 ? "" : "s") +
+         " (this one has " + std::to_string(payload->count()) + "): an alias update would drop the rest";
+}
+
+std::string_view keyword(AclType type) {
+  switch (Acl::familyOrMac(type)) {
+    case AclType::ip:
+      return "ip";
+    case AclType::ipv6:
+      return "ipv6";
+    default:
+      return "mac";
+  }
+}
+
+std::vector<ListEntry> entriesOf(const Acl::AclSubConfig& version, AclType type) {
+  std::vector<ListEntry> entries;
+  entries.reserve(version.ruleBySequence().size() + version.remarkBySequence().size());
+  Acl::withFamily(type, [&](auto family) {
+    using F = decltype(family);
+    for (const auto& [sequence, id] : version.ruleBySequence()) {
+      entries.push_back({sequence, F::records(version).valueOr(id)});
+    }
+  });
+  for (const auto& [sequence, remark] : version.remarkBySequence()) entries.push_back({sequence, remark});
+  // Both maps are in order already: merge them, rules before a remark at the same place.
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const ListEntry& a, const ListEntry& b) { return a.sequence < b.sequence; });
+  return entries;
+}
+
+std::string render(const ListEntry& entry, bool standard) {
+  return Text::format(Text::Entry{entry.sequence, entry.body}, standard);
+}
+
+std::string render(const Acl::AclConfig& list, std::string_view indent) {
+  std::string out(keyword(list.type()));
+  out += " access-list ";
+  if (list.standard()) out += "standard ";
+  out += list.name().view();
+  out += '\n';
+  const Ptr<Acl::AclSubConfig>& current = list.currCfg();
+  if (!current) return out;
+  const std::string pad(indent);
+  if (current->countersEnabled()) out += pad + "counters per-entry\n";
+  if (current->fragmentsEnabled()) out += pad + "fragment-rules\n";
+  for (const ListEntry& entry : entriesOf(*current, list.type())) {
+    out += pad;
+    out += render(entry, list.standard() && list.type() == AclType::ip);
+    out += '\n';
+  }
+  return out;
+}
+
+}  // namespace Client
