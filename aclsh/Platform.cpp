@@ -1,0 +1,361 @@
+// The simulated hardware: what the platform can program, the dataplanes that program it, and
+// packet checks against what a dataplane holds.
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+#include "aclkit/aclsh/internal/ShellImpl.h"
+#include "aclkit/agent/Dataplane.h"
+#include "aclkit/platform/trace/Clock.h"
+#include "aclkit/text/AclText.h"
+
+namespace aclsh {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Acl::U16;
+using Acl::U8;
+
+// A capability as an operator names it: "ip-mirror" for ipMirrorSupported.
+struct Capability {
+  std::string name;
+  const bool& (Acl::ParamConfig::*get)() const noexcept;
+  void (Acl::ParamConfig::*set)(const bool&);
+};
+
+std::string kebab(std::string_view camel) {
+  std::string out;
+  for (char c : camel) {
+    if (c >= 'A' && c <= 'Z') {
+      out += '-';
+      out += static_cast<char>(c - 'A' + 'a');
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+const std::vector<Capability>& capabilities() {
+  static const std::vector<Capability> all = [] {
+    std::vector<Capability> list;
+#define ACLSH_CAPABILITY_(kind, flag, T, def)                                                   \
+  list.push_back({kebab(std::string_view(#flag).substr(0, std::string_view(#flag).size() - 9)), \
+                  &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is});
+    ACLKIT_ACL_CAPABILITIES(ACLSH_CAPABILITY_)
+#undef ACLSH_CAPABILITY_
+    return list;
+  }();
+  return all;
+}
+
+bool onOff(const Words& words, std::size_t i) {
+  if (words.is(i, "on")) return true;
+  if (words.is(i, "off")) return false;
+  throw CommandError(words.column(i), "expected on or off");
+}
+
+template <class Address>
+Address address(const Words& words, std::size_t i, std::string_view what) {
+  try {
+    return Address::fwkParse(words[i]);
+  } catch (const std::exception&) {
+    throw CommandError(words.column(i), "expected " + std::string(what));
+  }
+}
+
+template <class T>
+T small(const Words& words, std::size_t i, std::string_view what, unsigned max) {
+  const U32 value = number(words, i, what);
+  if (value > max)
+    throw CommandError(words.column(i), "expected " + std::string(what) + " up to " + std::to_string(max));
+  return static_cast<T>(value);
+}
+
+U8 protocolOf(const Words& words, std::size_t i) {
+  static const std::pair<std::string_view, U8> names[] = {{"icmp", 1},  {"igmp", 2},  {"tcp", 6},    {"udp", 17},
+                                                          {"gre", 47},  {"esp", 50},  {"ahp", 51},   {"icmpv6", 58},
+                                                          {"ospf", 89}, {"pim", 103}, {"vrrp", 112}, {"sctp", 132}};
+  for (const auto& [name, value] : names) {
+    if (words[i] == name) return value;
+  }
+  return small<U8>(words, i, "a protocol name or number", 255);
+}
+
+U16 tcpFlagsOf(const Words& words, std::size_t i) {
+  static const std::string_view names[] = {"fin", "syn", "rst", "psh", "ack", "urg", "ece", "cwr", "ns"};
+  U16 flags = 0;
+  std::string_view list = words[i];
+  while (!list.empty()) {
+    const std::string_view flag = list.substr(0, list.find(','));
+    list.remove_prefix(std::min(list.size(), flag.size() + 1));
+    const auto* found = std::find(std::begin(names), std::end(names), flag);
+    if (found == std::end(names)) throw CommandError(words.column(i), "expected TCP flags such as syn,ack");
+    flags = static_cast<U16>(flags | (1U << (found - std::begin(names))));
+  }
+  return flags;
+}
+
+}  // namespace
+
+// ---- platform ---------------------------------------------------------------------------------
+
+void Shell::Impl::platform(const Words& words) {
+  Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const std::string_view what = words[1];
+  if (what == "all") {
+    can.allSupportedIs(onOff(words, 2));
+  } else if (what == "payload-capacity") {
+    const auto type = family(words[2]);
+    if (!type || *type == AclType::ipv6) throw CommandError(words.column(2), "expected ip or mac");
+    const auto capacity = small<Acl::U16>(words, 3, "a number of payload elements", 0xFFFF);
+    if (*type == AclType::ip) library_.mounts().status->ipPayloadCapacityIs(capacity);
+    if (*type == AclType::mac) library_.mounts().status->macPayloadCapacityIs(capacity);
+  } else if (what == "deep-inspection-skip" || what == "mpls-skip") {
+    (what == "mpls-skip" ? can.mplsSkipNonZeroIs(onOff(words, 2)) : can.dpiSkipNonZeroIs(onOff(words, 2)));
+  } else {
+    const auto& all = capabilities();
+    const auto found = std::find_if(all.begin(), all.end(), [&](const Capability& c) { return c.name == what; });
+    if (found == all.end()) {
+      throw CommandError(words.column(1),
+                         "expected a capability (see show platform), all, payload-capacity, "
+                         "deep-inspection-skip or mpls-skip");
+    }
+    (can.*found->set)(onOff(words, 2));
+  }
+  if (words.size() > 4 || (words.size() > 3 && what != "payload-capacity")) {
+    throw CommandError(words.column(what == "payload-capacity" ? 4 : 3), "expected the end of the line");
+  }
+}
+
+void Shell::Impl::showPlatform() {
+  const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Acl::Status& status = *library_.mounts().status;
+  if (options_.json) {
+    Json j;
+    for (const Capability& c : capabilities()) j["capabilities"][c.name] = (can.*c.get)();
+    j["deepInspectionSkip"] = can.dpiSkipNonZero();
+    j["mplsSkip"] = can.mplsSkipNonZero();
+    j["payloadCapacity"] = {{"ip", status.ipPayloadCapacity()}, {"mac", status.macPayloadCapacity()}};
+    out_ << j.dump(2) << '\n';
+    return;
+  }
+  std::string yes;
+  std::string no;
+  for (const Capability& c : capabilities()) ((can.*c.get)() ? yes : no) += " " + c.name;
+  line("supported:" + (yes.empty() ? std::string(" nothing") : yes));
+  line("not supported:" + (no.empty() ? std::string(" nothing") : no));
+  line("deep-inspection skip " + std::string(can.dpiSkipNonZero() ? "on" : "off") + ", mpls skip " +
+       (can.mplsSkipNonZero() ? "on" : "off") + "; payload elements per rule: ip " +
+       std::to_string(status.ipPayloadCapacity() + 1) + ", mac " + std::to_string(status.macPayloadCapacity() + 1));
+}
+
+// ---- dataplanes ---------------------------------------------------------------------------------
+
+void Shell::Impl::dataplane(const Words& words, bool negated) {
+  const std::size_t at = negated ? 2 : 1;
+  const std::string name(words[at]);
+  if (name.empty()) throw CommandError(words.column(at), "expected a dataplane name");
+  auto found = dataplanes_.find(name);
+  if (negated && words.size() == 3) {
+    if (found == dataplanes_.end()) throw CommandError(words.column(at), "there is no dataplane " + name);
+    found->second->waitForHwStatusIs(false);  // sessions stop waiting for it before it goes
+    dataplanes_.erase(found);
+    line("dataplane " + name + " removed");
+    return;
+  }
+  if (found == dataplanes_.end()) {
+    if (negated) throw CommandError(words.column(at), "there is no dataplane " + name);
+    found = dataplanes_.emplace(name, std::make_unique<Agent::Dataplane>(library_.mounts(), String(name))).first;
+  }
+  Agent::Dataplane& dp = *found->second;
+  const std::string_view setting = words[at + 1];
+  std::size_t end = at + 2;
+  if (setting.empty()) {
+    end = at + 1;
+  } else if (setting == "waits") {
+    if (negated) throw CommandError(words.column(at + 1), "expected error (use waits off)");
+    dp.waitForHwStatusIs(onOff(words, at + 2));
+    end = at + 3;
+  } else if (setting == "capacity") {
+    if (negated) {
+      dp.capacityIs(Agent::Dataplane::unlimited);
+    } else {
+      dp.capacityIs(number(words, at + 2, "a number of entries"));
+      end = at + 3;
+    }
+  } else if (setting == "delay") {
+    if (negated) throw CommandError(words.column(at + 1), "expected error or capacity");
+    dp.delayIs(number(words, at + 2, "a number of events"));
+    end = at + 3;
+  } else if (setting == "error") {
+    if (negated) {
+      dp.forcedErrorDel();
+    } else {
+      if (words[at + 2].empty()) throw CommandError(words.column(at + 2), "expected the error's text");
+      dp.forcedErrorIs(String(words.from(at + 2)));
+      end = words.size();
+    }
+  } else if (setting == "tick") {
+    if (negated) throw CommandError(words.column(at + 1), "expected error or capacity");
+    dp.tick();
+  } else {
+    throw CommandError(words.column(at + 1), "expected waits, capacity, delay, error or tick");
+  }
+  if (words.size() > end) throw CommandError(words.column(end), "expected the end of the line");
+}
+
+void Shell::Impl::showDataplanes() {
+  Json all = Json::array();
+  for (const auto& [name, dp] : dataplanes_) {
+    const Agent::RunReport& run = dp->lastRun();
+    if (options_.json) {
+      Json d{{"name", name}, {"waits", dp->waitForHwStatus()}, {"entries", dp->entryCount()}, {"delay", dp->delay()}};
+      d["capacity"] = dp->capacity() == Agent::Dataplane::unlimited ? Json() : Json(dp->capacity());
+      d["forcedError"] = dp->forcedError().str();
+      d["upToDate"] = dp->upToDate();
+      d["lastRun"] = {{"added", run.added}, {"removed", run.removed}, {"kept", run.kept}, {"error", run.error.str()}};
+      all.push_back(std::move(d));
+      continue;
+    }
+    std::string settings = dp->waitForHwStatus() ? "waited for" : "not waited for";
+    if (dp->capacity() != Agent::Dataplane::unlimited) settings += ", capacity " + std::to_string(dp->capacity());
+    if (dp->delay() != 0) settings += ", delay " + std::to_string(dp->delay());
+    if (!dp->forcedError().empty()) settings += ", forced error \"" + dp->forcedError().str() + "\"";
+    line("dataplane " + name + ": " + settings);
+    line("   " + std::to_string(dp->entryCount()) + " entries programmed; " +
+         (dp->pending()    ? "a request is waiting"
+          : dp->upToDate() ? "up to date"
+                           : "behind") +
+         "; last run: " + std::to_string(run.added) + " added, " + std::to_string(run.removed) + " removed, " +
+         std::to_string(run.kept) + " kept" + (run.programmed() ? "" : " (failed: " + run.error.str() + ")"));
+  }
+  if (options_.json) {
+    out_ << all.dump(2) << '\n';
+  } else if (dataplanes_.empty()) {
+    line("no dataplanes");
+  }
+}
+
+std::vector<std::string> Shell::Impl::dataplanesBehind() const {
+  std::vector<std::string> behind;
+  const double requested = library_.mounts().hwConfig->dpAclUpdateRequestTime();
+  for (const auto& [name, entity] : library_.mounts().statusDpDir->entity()) {
+    if (const auto dp = fwk::dynCast<const Acl::StatusDp>(Ptr<const fwk::Entity>(entity))) {
+      if (dp->waitForHwStatus() && dp->dpAclUpdateTime() < requested) behind.emplace_back(name.view());
+    }
+  }
+  return behind;
+}
+
+void Shell::Impl::requestProgramming() {
+  library_.mounts().hwConfig->dpAclUpdateRequestTimeIs(fwk::now());
+  const std::vector<std::string> behind = dataplanesBehind();
+  if (dataplanes_.empty()) return;
+  std::string names;
+  for (const std::string& name : behind) names += (names.empty() ? "" : ", ") + name;
+  line(behind.empty() ? "  programmed by every dataplane" : "  the dataplanes program it: waiting for " + names);
+}
+
+// ---- packet checks -----------------------------------------------------------------------------
+
+// test packet [dataplane NAME] interface INTF in|out ip|ipv6|mac FIELD VALUE ...
+void Shell::Impl::testPacket(const Words& words) {
+  std::size_t at = 2;
+  const Agent::Dataplane* dp = nullptr;
+  if (words.is(at, "dataplane")) {
+    const auto found = dataplanes_.find(std::string(words[at + 1]));
+    if (found == dataplanes_.end()) throw CommandError(words.column(at + 1), "expected the name of a dataplane");
+    dp = found->second.get();
+    at += 2;
+  } else if (!dataplanes_.empty()) {
+    dp = dataplanes_.begin()->second.get();
+  }
+  if (!dp) throw CommandError(0, "no dataplane to ask: add one with dataplane NAME");
+  if (!words.is(at, "interface") || words[at + 1].empty()) {
+    throw CommandError(words.column(at), "expected interface and its name");
+  }
+  const Acl::IntfId intf{String(words[at + 1])};
+  const AclDirection dir = direction(words, at + 2);
+  const auto type = family(words[at + 3]);
+  if (!type) throw CommandError(words.column(at + 3), "expected ip, ipv6 or mac");
+  Agent::Packet packet;
+  packet.family = *type;
+  const bool ip4 = *type == AclType::ip;
+  for (std::size_t i = at + 4; i < words.size(); i += 2) {
+    const std::string_view field = words[i];
+    const std::size_t v = i + 1;
+    if (words[v].empty()) throw CommandError(words.column(v), "expected a value for " + std::string(field));
+    if (field == "src" || field == "dst") {
+      const bool src = field == "src";
+      if (*type == AclType::mac) {
+        (src ? packet.srcMac : packet.dstMac) = address<Acl::MacAddr>(words, v, "a MAC address");
+      } else if (ip4) {
+        (src ? packet.src4 : packet.dst4) = address<Acl::Ip4Addr>(words, v, "an IPv4 address");
+      } else {
+        (src ? packet.src6 : packet.dst6) = address<Acl::Ip6Addr>(words, v, "an IPv6 address");
+      }
+    } else if (field == "protocol") {
+      packet.protocol = protocolOf(words, v);
+    } else if (field == "sport" || field == "dport") {
+      (field == "sport" ? packet.srcPort : packet.dstPort) = small<U16>(words, v, "a port number", 0xFFFF);
+    } else if (field == "flags") {
+      packet.tcpFlags = tcpFlagsOf(words, v);
+    } else if (field == "icmp-type" || field == "icmp-code") {
+      (field == "icmp-type" ? packet.icmpType : packet.icmpCode) = small<Acl::U8>(words, v, "an ICMP number", 255);
+    } else if (field == "dscp") {
+      packet.dscp = small<Acl::U8>(words, v, "a DSCP value", 63);
+    } else if (field == "ecn") {
+      packet.ecn = small<Acl::U8>(words, v, "an ECN value", 3);
+    } else if (field == "ttl" || field == "hop-limit") {
+      packet.ttl = small<Acl::U8>(words, v, "a TTL", 255);
+    } else if (field == "length") {
+      packet.ipLength = small<U16>(words, v, "a length", 0xFFFF);
+    } else if (field == "vlan" || field == "inner-vlan") {
+      (field == "vlan" ? packet.outerVlan : packet.innerVlan) = small<U16>(words, v, "a VLAN", 4095);
+    } else if (field == "vrf") {
+      packet.vrf = Acl::VrfName(String(words[v]));
+    } else if (field == "ethertype") {
+      U32 value = 0;
+      const std::string_view text = words[v].starts_with("0x") ? words[v].substr(2) : words[v];
+      const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+      if (text.empty() || error != std::errc() || end != text.data() + text.size() || value > 0xFFFF) {
+        throw CommandError(words.column(v), "expected an ethertype in hex");
+      }
+      packet.ethertype = static_cast<U16>(value);
+    } else if (field == "mpls") {
+      packet.mplsLabels.push_back(small<U32>(words, v, "an MPLS label", 0xFFFFF));
+    } else {
+      throw CommandError(words.column(i),
+                         "expected a packet field (src, dst, protocol, sport, dport, flags, icmp-type, icmp-code, "
+                         "dscp, ecn, ttl, hop-limit, length, vlan, inner-vlan, vrf, ethertype, mpls)");
+    }
+  }
+  const Agent::Verdict verdict = dp->check(intf, dir, packet);
+  std::string entry;
+  if (verdict.entry) {
+    std::visit([&](const auto& rule) { entry = Text::format(rule); }, verdict.entry->rule);
+  }
+  const std::string action = verdict.action == Acl::RuleAction::permit ? "permit" : "deny";
+  if (options_.json) {
+    Json j{{"dataplane", dp->name().str()},
+           {"interface", intf.name().str()},
+           {"direction", std::string(stringValue(dir).view())},
+           {"action", action},
+           {"list", verdict.acl.str()}};
+    j["sequence"] = verdict.entry ? Json(verdict.entry->sequence) : Json();
+    j["entry"] = verdict.entry ? Json(entry) : Json();
+    out_ << j.dump(2) << '\n';
+    return;
+  }
+  const std::string where = dp->name().str() + " " + intf.name().str() + " " + std::string(stringValue(dir).view());
+  if (verdict.entry) {
+    line(where + ": " + action + " by " + std::string(Client::keyword(*type)) + " access-list " + verdict.acl.str() +
+         " entry " + std::to_string(verdict.entry->sequence) + ": " + entry);
+  } else {
+    line(where + ": deny (" +
+         (verdict.acl.empty() ? "no list bound" : "no entry of " + verdict.acl.str() + " matches") + ")");
+  }
+}
+
+}  // namespace aclsh

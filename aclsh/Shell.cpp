@@ -1,0 +1,219 @@
+#include "aclkit/aclsh/Shell.h"
+
+#include <charconv>
+
+#include "aclkit/aclsh/internal/ShellImpl.h"
+#include "aclkit/agent/Dataplane.h"
+#include "aclkit/platform/fwk/Errors.h"
+
+namespace aclsh {
+
+// ---- words --------------------------------------------------------------------------------
+
+Words::Words(std::string_view line) : line_(line), end_(line.size() + 1) {
+  std::size_t at = 0;
+  while (at < line.size()) {
+    while (at < line.size() && (line[at] == ' ' || line[at] == '\t')) ++at;
+    if (at >= line.size()) break;
+    const std::size_t start = at;
+    while (at < line.size() && line[at] != ' ' && line[at] != '\t') ++at;
+    words_.push_back(line.substr(start, at - start));
+    columns_.push_back(start + 1);
+  }
+}
+
+std::string_view Words::from(std::size_t i) const {
+  return i < columns_.size() ? line_.substr(columns_[i] - 1) : std::string_view();
+}
+
+U32 number(const Words& words, std::size_t i, std::string_view what) {
+  const std::string_view word = words[i];
+  U32 value = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+  if (word.empty() || error != std::errc() || end != word.data() + word.size()) {
+    throw CommandError(words.column(i), "expected " + std::string(what));
+  }
+  return value;
+}
+
+AclDirection direction(const Words& words, std::size_t i) {
+  if (words.is(i, "in")) return AclDirection::in;
+  if (words.is(i, "out")) return AclDirection::out;
+  throw CommandError(words.column(i), "expected in or out");
+}
+
+std::optional<AclType> family(std::string_view word) {
+  if (word == "ip") return AclType::ip;
+  if (word == "ipv6") return AclType::ipv6;
+  if (word == "mac") return AclType::mac;
+  return std::nullopt;
+}
+
+// ---- the shell ------------------------------------------------------------------------------
+
+Shell::Impl::Impl(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options)
+    : library_(store), out_(out), err_(err), options_(std::move(options)) {}
+
+Shell::Impl::~Impl() = default;
+
+bool Shell::Impl::run(std::string_view text, const Location& where) {
+  where_ = where;
+  sweep();
+  const Words words(text);
+  if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#')) return true;
+  try {
+    dispatch(words);
+    return true;
+  } catch (const CommandError& e) {
+    err_ << where.file << (where.file.empty() ? "" : ":") << where.line;
+    if (e.column() != 0) err_ << ':' << e.column();
+    err_ << ": " << e.what() << '\n';
+  } catch (const fwk::Error& e) {
+    err_ << where.file << (where.file.empty() ? "" : ":") << where.line << ": " << e.what() << '\n';
+  }
+  return false;
+}
+
+void Shell::Impl::dispatch(const Words& words) {
+  // A line that opens a list or an interface leaves the mode the shell is in, as `exit`
+  // would (a list is committed): that is how the running configuration reads back.
+  const std::size_t at = words.is(0, "no") ? 1 : 0;
+  const bool opens = (family(words[at]) && words.is(at + 1, "access-list")) || words.is(0, "interface");
+  if ((list_ || intf_) && opens) dispatch(Words("exit"));
+  if (list_) return listCommand(words);
+  if (intf_) return interfaceCommand(words);
+  topCommand(words);
+}
+
+void Shell::Impl::topCommand(const Words& words) {
+  const std::string_view verb = words[0];
+  const bool negated = verb == "no";
+  const std::size_t at = negated ? 1 : 0;
+  // ip|ipv6|mac access-list [standard] NAME, and the no form
+  if (auto type = family(words[at]); type && words.is(at + 1, "access-list")) {
+    const bool standard = words.is(at + 2, "standard");
+    const std::size_t nameAt = at + 2 + (standard ? 1 : 0);
+    if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
+    if (words.size() > nameAt + 1) throw CommandError(words.column(nameAt + 1), "expected the end of the line");
+    if (standard && *type != AclType::ip) {
+      throw CommandError(words.column(at + 2), "expected a list name (only ip lists are standard)");
+    }
+    const String name(words[nameAt]);
+    if (negated) return removeList(*type, name);
+    return openList(*type, name, standard);
+  }
+  if (words.is(at, "interface")) {
+    if (negated || words[1].empty()) throw CommandError(words.column(1), "expected an interface name");
+    intf_ = InterfaceEdit{String(words[1])};
+    return;
+  }
+  if (words.is(at, "dataplane")) return dataplane(words, negated);
+  if (negated) throw CommandError(words.column(1), "expected access-list or dataplane after no");
+  if (verb == "show") return show(words);
+  if (verb == "platform") return platform(words);
+  if (verb == "test" && words.is(1, "packet")) return testPacket(words);
+  if (verb == "write") return write();
+  if (verb == "abort") {
+    if (config_) {
+      config_.reset();
+      line("configuration session " + configName_ + " aborted");
+      return;
+    }
+    return revertFailed();
+  }
+  if (verb == "configure" && words.is(1, "session")) {
+    if (words[2].empty()) throw CommandError(words.column(2), "expected a session name");
+    return openConfigSession(std::string(words[2]));
+  }
+  if (verb == "commit") {
+    if (!config_) throw CommandError(words.column(0), "no configuration session to commit");
+    return commitConfigSession();
+  }
+  if (verb == "exit" || verb == "end") {
+    if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
+    return;
+  }
+  throw CommandError(words.column(0),
+                     "expected a command (access-list, interface, show, platform, dataplane, "
+                     "test packet, configure session, write)");
+}
+
+void Shell::Impl::interfaceCommand(const Words& words) {
+  if (words.is(0, "exit") || words.is(0, "end")) {
+    intf_.reset();
+    return;
+  }
+  const bool negated = words.is(0, "no");
+  const std::size_t at = negated ? 1 : 0;
+  if (family(words[at]) && words.is(at + 1, "access-group")) return bind(words, negated);
+  if (words.is(0, "show")) return show(words);
+  throw CommandError(words.column(0), "expected ip, ipv6 or mac access-group, or exit");
+}
+
+void Shell::Impl::openConfigSession(const std::string& name) {
+  if (config_) throw CommandError(0, "configuration session " + configName_ + " is open already");
+  config_ = std::make_unique<Acl::AclConfigSession>(library_.mounts());
+  configName_ = name;
+}
+
+void Shell::Impl::commitConfigSession() {
+  const bool changed = config_->commit();
+  config_.reset();
+  if (!changed) {
+    line("configuration session " + configName_ + " committed: nothing changed");
+    return;
+  }
+  line("configuration session " + configName_ + " committed: the running configuration changed");
+  requestProgramming();
+}
+
+std::string Shell::Impl::prompt() const {
+  std::string mode;
+  if (config_) mode.append("config-s-").append(configName_);
+  if (list_ || intf_) mode.append(mode.empty() ? "" : "-").append(list_ ? "acl-" : "if-");
+  if (list_) mode.append(list_->name.view());
+  if (intf_) mode.append(intf_->name.view());
+  return mode.empty() ? "aclsh# " : std::string("aclsh(").append(mode).append(")# ");
+}
+
+bool Shell::Impl::finish() {
+  bool ok = true;
+  if (list_) ok = run("exit", where_);
+  intf_.reset();
+  if (config_) {
+    err_ << "configuration session " << configName_ << " left open at the end of input: aborted\n";
+    config_.reset();
+    ok = false;
+  }
+  return ok;
+}
+
+void Shell::Impl::abandon() {
+  if (list_) line(listName(list_->type, list_->name) + ": edit dropped, nothing committed");
+  list_.reset();
+  intf_.reset();
+  config_.reset();
+}
+
+// ---- the public face ------------------------------------------------------------------------
+
+Shell::Shell(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options)
+    : impl_(std::make_unique<Impl>(store, out, err, std::move(options))) {}
+Shell::~Shell() = default;
+bool Shell::run(std::string_view line, const Location& where) {
+  return impl_->run(line, where);
+}
+bool Shell::finish() {
+  return impl_->finish();
+}
+void Shell::abandon() {
+  impl_->abandon();
+}
+std::string Shell::prompt() const {
+  return impl_->prompt();
+}
+bool Shell::atTop() const {
+  return impl_->atTop();
+}
+
+}  // namespace aclsh

@@ -1,0 +1,67 @@
+// The aclsh command interpreter: ACL configuration typed as an operator types it, applied
+// through edit sessions and configuration sessions, against a state store with simulated
+// dataplanes. One line at a time, from a script, a pipe or a terminal.
+//
+//   fwk::StateStore store;
+//   aclsh::Shell shell(store, std::cout, std::cerr);
+//   shell.run("ip access-list web", {"setup.acl", 1});
+//   shell.run("10 permit tcp any host 192.0.2.1 eq 443", {"setup.acl", 2});
+//   shell.run("exit", {"setup.acl", 3});          // commits
+//   shell.finish();                                // end of input: commits an open list
+//
+// Results go to `out`, in words (or JSON for the show commands when asked); refusals and bad
+// input go to `err` as "FILE:LINE:COLUMN: what was expected". A line that fails changes no
+// configuration: an edit refused by the session leaves the list as it was, and a script that
+// stops on an error drops the open edit instead of committing it. After a conflict with
+// another session the shell drops its session and never reverts (that would undo the other
+// session's work); it reverts only what its own session wrote.
+#pragma once
+
+#include <cstddef>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace fwk {
+class StateStore;
+}
+
+namespace aclsh {
+
+// Where a line came from, for messages.
+struct Location {
+  std::string file;  // "" for a terminal
+  std::size_t line = 0;
+};
+
+struct Options {
+  bool json = false;       // show commands print JSON
+  std::string configFile;  // what `write` saves to ("" when none was given)
+};
+
+class Shell {
+ public:
+  Shell(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options = {});
+  ~Shell();
+  Shell(const Shell&) = delete;
+  Shell& operator=(const Shell&) = delete;
+
+  // Runs one line; false when it failed (the message is written already).
+  bool run(std::string_view line, const Location& where);
+  // End of input: commits an open list, leaves the other modes. False when that failed.
+  bool finish();
+  // Drops whatever is open without committing: a script stopped by an error changes nothing
+  // more.
+  void abandon();
+  // The prompt for the mode the shell is in: "aclsh#", "aclsh(config-acl-web)#", ...
+  [[nodiscard]] std::string prompt() const;
+  // Nothing is open: no list being edited, no interface, no configuration session.
+  [[nodiscard]] bool atTop() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace aclsh

@@ -1,0 +1,239 @@
+// What the shell shows: lists with where they are bound and whether they are programmed, the
+// running configuration (which the shell reads back as a script), the pending edit and its
+// difference from the committed list; in words, or in JSON for scripts. And `write`.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <tuple>
+
+#include "aclkit/aclsh/internal/ShellImpl.h"
+
+namespace aclsh {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr AclType families[] = {AclType::ip, AclType::ipv6, AclType::mac};
+
+// Where each list is bound: (family, list name) to "Ethernet1 in" and the like.
+using Bindings = std::map<std::pair<AclType, std::string>, std::vector<std::pair<std::string, AclDirection>>>;
+
+Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
+  Bindings bound;
+  for (AclType type : families) {
+    const Ptr<const Acl::IntfTypeConfig> table = Ptr<const Acl::IntfConfig>(&intfConfig)->config(type);
+    if (!table) continue;
+    for (const auto& [dir, intfs] : table->intf()) {
+      for (const auto& [intf, name] : intfs->intf()) {
+        bound[{type, std::string(name.view())}].emplace_back(std::string(intf.name().view()), dir);
+      }
+    }
+  }
+  for (auto& [list, where] : bound) std::sort(where.begin(), where.end());
+  return bound;
+}
+
+Json entriesJson(const Acl::AclSubConfig& version, const Acl::AclConfig& list) {
+  Json entries = Json::array();
+  for (const Client::ListEntry& entry : Client::entriesOf(version, list.type())) {
+    Json e;
+    e["sequence"] = entry.sequence;
+    if (const auto* remark = std::get_if<Acl::RemarkConfig>(&entry.body)) {
+      e["remark"] = remark->text().str();
+    } else {
+      const std::string text = Client::render(entry, list.standard() && list.type() == AclType::ip);
+      e["entry"] = text.substr(text.find(' ') + 1);
+    }
+    entries.push_back(std::move(e));
+  }
+  return entries;
+}
+
+}  // namespace
+
+void Shell::Impl::show(const Words& words) {
+  const std::string_view what = words[1];
+  if (list_ && what == "pending") return showPending();
+  if (list_ && what == "diff") return showDiff();
+  if (what == "running-config") return showRunning();
+  if (what == "platform") return showPlatform();
+  if (what == "dataplanes") return showDataplanes();
+  if (what == "access-lists") return showLists(std::nullopt, String(words[2]));
+  if (auto type = family(what); type && words.is(2, "access-lists")) return showLists(type, String(words[3]));
+  throw CommandError(words.column(1), list_ ? "expected pending, diff, access-lists, running-config, platform or "
+                                              "dataplanes"
+                                            : "expected access-lists, running-config, platform or dataplanes");
+}
+
+void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
+  const Bindings bound = bindingsOf(*library_.mounts().intfConfig);
+  Json all = Json::array();
+  bool any = false;
+  for (AclType type : families) {
+    if (only && *only != type) continue;
+    for (const Ptr<Acl::AclConfig>& list : library_.lists(type)) {
+      if (!name.empty() && list->name() != name) continue;
+      any = true;
+      const auto where = bound.find({type, std::string(list->name().view())});
+      const bool programmed = list->currCfg() && list->currCfg()->committed();
+      if (options_.json) {
+        Json l;
+        l["family"] = std::string(Client::keyword(type));
+        l["name"] = list->name().str();
+        l["standard"] = list->standard();
+        l["entries"] = list->currCfg() ? entriesJson(*list->currCfg(), *list) : Json::array();
+        l["bound"] = Json::array();
+        if (where != bound.end()) {
+          for (const auto& [intf, dir] : where->second) {
+            l["bound"].push_back({{"interface", intf}, {"direction", std::string(stringValue(dir).view())}});
+          }
+        }
+        l["programmed"] = programmed;
+        all.push_back(std::move(l));
+        continue;
+      }
+      out_ << Client::render(*list);
+      std::string places;
+      if (where != bound.end()) {
+        for (const auto& [intf, dir] : where->second) {
+          places += (places.empty() ? "" : ", ") + intf + " " + std::string(stringValue(dir).view());
+        }
+      }
+      line("   -- " + (places.empty() ? std::string("not bound") : "bound: " + places) +
+           (dataplanes_.empty() ? ""
+            : programmed        ? "; programmed by every dataplane"
+                                : "; not programmed yet"));
+    }
+  }
+  if (options_.json) {
+    out_ << all.dump(2) << '\n';
+  } else if (!any) {
+    line(name.empty() ? "no access lists" : "no access list named " + name.str());
+  }
+}
+
+std::string Shell::Impl::runningConfig() const {
+  std::string text;
+  for (AclType type : families) {
+    for (const Ptr<Acl::AclConfig>& list : library_.lists(type)) text += Client::render(*list) + "!\n";
+  }
+  // interface -> its access-group lines, families and directions in order
+  std::map<std::string, std::vector<std::string>> groups;
+  for (const auto& [list, where] : bindingsOf(*library_.mounts().intfConfig)) {
+    for (const auto& [intf, dir] : where) {
+      groups[intf].push_back(std::string(Client::keyword(list.first)) + " access-group " + list.second + " " +
+                             std::string(stringValue(dir).view()));
+    }
+  }
+  for (auto& [intf, lines] : groups) {
+    std::sort(lines.begin(), lines.end());
+    text += "interface " + intf + "\n";
+    for (const std::string& group : lines) text += "   " + group + "\n";
+    text += "!\n";
+  }
+  return text;
+}
+
+void Shell::Impl::showRunning() {
+  if (!options_.json) {
+    out_ << runningConfig();
+    return;
+  }
+  Json config;
+  config["lists"] = Json::array();
+  for (AclType type : families) {
+    for (const Ptr<Acl::AclConfig>& list : library_.lists(type)) {
+      Json l{
+          {"family", std::string(Client::keyword(type))}, {"name", list->name().str()}, {"standard", list->standard()}};
+      l["countersPerEntry"] = list->currCfg() && list->currCfg()->countersEnabled();
+      l["fragmentRules"] = list->currCfg() && list->currCfg()->fragmentsEnabled();
+      l["entries"] = list->currCfg() ? entriesJson(*list->currCfg(), *list) : Json::array();
+      config["lists"].push_back(std::move(l));
+    }
+  }
+  config["bindings"] = Json::array();
+  for (const auto& [list, where] : bindingsOf(*library_.mounts().intfConfig)) {
+    for (const auto& [intf, dir] : where) {
+      config["bindings"].push_back({{"interface", intf},
+                                    {"family", std::string(Client::keyword(list.first))},
+                                    {"list", list.second},
+                                    {"direction", std::string(stringValue(dir).view())}});
+    }
+  }
+  out_ << config.dump(2) << '\n';
+}
+
+void Shell::Impl::showPending() {
+  const ListEdit& edit = *list_;
+  const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
+  line("pending " + listName(edit.type, edit.name) + (edit.standard ? " (standard)" : ""));
+  if (!pending) return;
+  if (pending->countersEnabled()) line("   counters per-entry");
+  if (pending->fragmentsEnabled()) line("   fragment-rules");
+  for (const Client::ListEntry& entry : Client::entriesOf(*pending, edit.type)) {
+    line("   " + Client::render(entry, edit.standard));
+  }
+}
+
+void Shell::Impl::showDiff() {
+  const ListEdit& edit = *list_;
+  const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
+  const Ptr<Acl::AclConfig> live = library_.list(edit.type, edit.name);
+  const Ptr<Acl::AclSubConfig> committed = live ? live->currCfg() : nullptr;
+  // Lines by (sequence, text): what only the committed list has goes, what only the pending
+  // one has comes.
+  auto lines = [&](const Ptr<Acl::AclSubConfig>& version) {
+    std::set<std::pair<U32, std::string>> all;
+    if (!version) return all;
+    if (version->countersEnabled()) all.emplace(0, "counters per-entry");
+    if (version->fragmentsEnabled()) all.emplace(0, "fragment-rules");
+    for (const Client::ListEntry& entry : Client::entriesOf(*version, edit.type)) {
+      all.emplace(entry.sequence, Client::render(entry, edit.standard));
+    }
+    return all;
+  };
+  const auto before = lines(committed);
+  const auto after = lines(pending);
+  std::set<std::tuple<U32, std::string, char>> changes;
+  for (const auto& [sequence, text] : before) {
+    if (!after.contains({sequence, text})) changes.emplace(sequence, text, '-');
+  }
+  for (const auto& [sequence, text] : after) {
+    if (!before.contains({sequence, text})) changes.emplace(sequence, text, '+');
+  }
+  if (changes.empty()) line("no difference from the committed list");
+  for (const auto& [sequence, text, sign] : changes) line(std::string(1, sign) + " " + text);
+}
+
+void Shell::Impl::write() {
+  if (options_.configFile.empty()) throw CommandError(0, "no configuration file: start aclsh with --config FILE");
+  const std::string& path = options_.configFile;
+  const std::string temporary = path + ".tmp";
+  const std::string text = runningConfig();
+  // A whole new file, synced, then renamed over the old one: a crash leaves one or the other.
+  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  bool ok = fd >= 0;
+  for (std::size_t done = 0; ok && done < text.size();) {
+    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    ok = n > 0;
+    done += ok ? static_cast<std::size_t>(n) : 0;
+  }
+  ok = ok && ::fsync(fd) == 0;
+  if (fd >= 0) ok = ::close(fd) == 0 && ok;
+  ok = ok && std::rename(temporary.c_str(), path.c_str()) == 0;
+  if (!ok) {
+    const std::string reason = std::strerror(errno);
+    std::remove(temporary.c_str());
+    throw CommandError(0, "could not write " + path + ": " + reason);
+  }
+  line("configuration written to " + path);
+}
+
+}  // namespace aclsh

@@ -1,0 +1,176 @@
+// The shell's state and the helpers its command files share.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "aclkit/Acl/AclApiSm.h"
+#include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/aclsh/Shell.h"
+#include "aclkit/client/Library.h"
+
+namespace Agent {
+class Dataplane;
+}
+
+namespace aclsh {
+
+using Acl::AclDirection;
+using Acl::AclType;
+using Acl::U32;
+using AclApi::ApiState;
+using fwk::Ptr;
+using fwk::String;
+
+// A line split into words, each with its 1-based column.
+class Words {
+ public:
+  explicit Words(std::string_view line);
+  [[nodiscard]] std::size_t size() const noexcept { return words_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return words_.empty(); }
+  [[nodiscard]] std::string_view operator[](std::size_t i) const { return i < words_.size() ? words_[i] : ""; }
+  // The column of word i, or one past the end of the line for a missing word.
+  [[nodiscard]] std::size_t column(std::size_t i) const { return i < columns_.size() ? columns_[i] : end_; }
+  // The line from word i on, as typed.
+  [[nodiscard]] std::string_view from(std::size_t i) const;
+  [[nodiscard]] bool is(std::size_t i, std::string_view word) const { return (*this)[i] == word; }
+
+ private:
+  std::string_view line_;
+  std::vector<std::string_view> words_;
+  std::vector<std::size_t> columns_;
+  std::size_t end_;
+};
+
+// Bad input or a refused command: what was wrong, and where on the line (0: the whole line).
+class CommandError : public std::runtime_error {
+ public:
+  CommandError(std::size_t column, const std::string& message) : std::runtime_error(message), column_(column) {}
+  [[nodiscard]] std::size_t column() const noexcept { return column_; }
+
+ private:
+  std::size_t column_;
+};
+
+// Reads a number, or raises CommandError naming what was expected at the word's column.
+U32 number(const Words& words, std::size_t i, std::string_view what);
+// "in" or "out".
+AclDirection direction(const Words& words, std::size_t i);
+// "ip", "ipv6" or "mac".
+std::optional<AclType> family(std::string_view word);
+
+class Shell::Impl {
+ public:
+  Impl(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options);
+  ~Impl();
+
+  bool run(std::string_view line, const Location& where);
+  bool finish();
+  void abandon();
+  [[nodiscard]] std::string prompt() const;
+  [[nodiscard]] bool atTop() const { return !list_ && !intf_ && !config_; }
+
+ private:
+  // ---- modes ----
+  // A list being edited: its commit session, on the running configuration or on the
+  // candidate of the open configuration session.
+  struct ListEdit {
+    AclType type = AclType::ip;
+    String name;
+    bool standard = false;
+    Ptr<AclApi::ApiSm> session;
+  };
+  struct InterfaceEdit {
+    String name;
+  };
+  // A session whose outcome is still to come (the dataplanes have not all answered), or
+  // that the hardware refused and `abort` may revert. It reports the outcome when it comes.
+  struct Outstanding : AclApi::ApiSm::Reactor {
+    Outstanding(Impl& owner, Ptr<AclApi::ApiSm> watched, std::string what)
+        : AclApi::ApiSm::Reactor(watched.get()), shell(owner), session(std::move(watched)), subject(std::move(what)) {}
+    void apiStateChanged() override;
+    Impl& shell;
+    Ptr<AclApi::ApiSm> session;
+    std::string subject;
+    bool reporting = false;  // the shell reports what happens inside its own calls itself
+    bool failed = false;     // the hardware refused it: `abort` may revert it
+    bool done = false;       // its outcome is reported: the shell lets go of it
+  };
+
+  void dispatch(const Words& words);
+  void topCommand(const Words& words);
+  void listCommand(const Words& words);
+  void interfaceCommand(const Words& words);
+
+  // ---- lists (Lists.cpp) ----
+  void openList(AclType type, const String& name, bool standard);
+  void editEntry(const Words& words, std::size_t first);
+  void removeEntry(const Words& words, std::size_t first);
+  void commitList();
+  void removeList(AclType type, const String& name);
+  void bind(const Words& words, bool unbind);
+  void revertFailed();
+  // Reports where a session that wrote to the running configuration ended, keeps it while
+  // the dataplanes are still to answer or when `abort` may revert it.
+  void settle(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
+  void reportHardwareErrors(AclApi::ApiSm& session);
+  // The capability check of a list bound to the hardware: a change the platform cannot
+  // program is reverted by the session that wrote it. False when it was refused.
+  bool platformAccepts(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
+  [[nodiscard]] Ptr<AclApi::ApiSm> newSession(const String& name, AclType type, AclApi::ApiType api,
+                                              bool standard = false) const;
+  [[nodiscard]] std::string listName(AclType type, const String& name) const;
+
+  // ---- show (Show.cpp) ----
+  void show(const Words& words);
+  void showLists(std::optional<AclType> only, const String& name);
+  void showRunning();
+  void showPending();
+  void showDiff();
+  [[nodiscard]] std::string runningConfig() const;
+  void write();
+
+  // ---- platform, dataplanes, packets (Platform.cpp) ----
+  void platform(const Words& words);
+  void showPlatform();
+  void dataplane(const Words& words, bool negated);
+  void showDataplanes();
+  void testPacket(const Words& words);
+  // The dataplanes that take part in hardware waits and have not caught up with the latest
+  // request.
+  [[nodiscard]] std::vector<std::string> dataplanesBehind() const;
+  // Asks every dataplane to program what is configured now (after a configuration session).
+  void requestProgramming();
+
+  // ---- configuration sessions ----
+  void openConfigSession(const std::string& name);
+  void commitConfigSession();
+
+  void line(const std::string& text) { out_ << text << '\n'; }
+  // How many dataplanes sessions wait for.
+  [[nodiscard]] std::size_t dataplanesWaitedFor() const;
+  // Lets go of sessions whose outcome has been reported.
+  void sweep();
+
+  Client::Library library_;
+  std::ostream& out_;
+  std::ostream& err_;
+  Options options_;
+  Location where_;
+
+  std::optional<ListEdit> list_;
+  std::optional<InterfaceEdit> intf_;
+  std::unique_ptr<Acl::AclConfigSession> config_;
+  std::string configName_;
+  std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
+  std::vector<std::unique_ptr<Outstanding>> outstanding_;
+};
+
+}  // namespace aclsh

@@ -1,0 +1,132 @@
+// aclsh: ACL configuration from a script, a pipe or a terminal.
+//
+//   aclsh [--config FILE] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]
+//
+// Without SCRIPT it reads standard input: line by line with editing and history on a terminal,
+// as a script otherwise. In a script the first error stops aclsh with exit status 1, dropping
+// whatever edit is open, unless --continue-on-error (which still exits 1 at the end when any
+// line failed). With --config, aclsh first loads FILE when it exists and `write` saves there.
+#include <editline/readline.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <string_view>
+
+#include "aclkit/aclsh/Shell.h"
+#include "aclkit/platform/store/StateStore.h"
+#include "aclkit/platform/trace/Trace.h"
+
+namespace {
+
+constexpr const char* usage =
+    "usage: aclsh [--config FILE] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]\n";
+
+struct Arguments {
+  aclsh::Options options;
+  std::string script;
+  std::string traces;
+  bool continueOnError = false;
+};
+
+bool parse(int argc, char** argv, Arguments& args) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view arg = argv[i];
+    auto value = [&](std::string& into) {
+      if (i + 1 >= argc) return false;
+      into = argv[++i];
+      return true;
+    };
+    if (arg == "--json") {
+      args.options.json = true;
+    } else if (arg == "--continue-on-error") {
+      args.continueOnError = true;
+    } else if (arg == "--config") {
+      if (!value(args.options.configFile)) return false;
+    } else if (arg == "--trace") {
+      if (!value(args.traces)) return false;
+    } else if (arg == "--help" || arg == "-h" || (arg.starts_with('-') && arg.size() > 1) || !args.script.empty()) {
+      return false;
+    } else {
+      args.script = arg;
+    }
+  }
+  return true;
+}
+
+// Runs every line of `in`; false when a line failed (and, unless `keepGoing`, stops there).
+bool runScript(aclsh::Shell& shell, std::istream& in, const std::string& name, bool keepGoing) {
+  // Long loads show how far they are, on a terminal only.
+  const bool progress = isatty(STDERR_FILENO) != 0;
+  bool ok = true;
+  std::string text;
+  std::size_t number = 0;
+  while (std::getline(in, text)) {
+    ++number;
+    if (progress && number % 5000 == 0) std::cerr << "\r" << name << ": " << number << " lines" << std::flush;
+    if (shell.run(text, {name, number})) continue;
+    ok = false;
+    if (!keepGoing) break;
+  }
+  if (progress && number >= 5000) std::cerr << "\r" << name << ": " << number << " lines\n";
+  return ok;
+}
+
+int interactive(aclsh::Shell& shell) {
+  std::size_t number = 0;
+  while (char* input = readline(shell.prompt().c_str())) {
+    const std::string text(input);
+    std::free(input);  // NOLINT(cppcoreguidelines-no-malloc): readline allocates with malloc
+    if (!text.empty()) add_history(text.c_str());
+    shell.run(text, {"", ++number});
+  }
+  std::cout << '\n';
+  return shell.finish() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Arguments args;
+  if (!parse(argc, argv, args)) {
+    std::cerr << usage;
+    return 2;
+  }
+  try {
+    if (!args.traces.empty()) fwk::enableTraces(args.traces);
+  } catch (const std::exception& e) {
+    std::cerr << "aclsh: --trace " << args.traces << ": " << e.what() << '\n';
+    return 2;
+  }
+  fwk::StateStore store;
+  aclsh::Shell shell(store, std::cout, std::cerr, args.options);
+
+  if (!args.options.configFile.empty()) {
+    if (std::ifstream saved(args.options.configFile); saved) {
+      if (!runScript(shell, saved, args.options.configFile, false) || !shell.finish()) {
+        shell.abandon();
+        std::cerr << "aclsh: " << args.options.configFile << " did not load\n";
+        return 1;
+      }
+    }
+  }
+
+  if (args.script.empty() && isatty(STDIN_FILENO)) return interactive(shell);
+  std::ifstream file;
+  if (!args.script.empty()) {
+    file.open(args.script);
+    if (!file) {
+      std::cerr << "aclsh: cannot read " << args.script << '\n';
+      return 2;
+    }
+  }
+  std::istream& in = args.script.empty() ? std::cin : file;
+  const bool ok = runScript(shell, in, args.script.empty() ? "<stdin>" : args.script, args.continueOnError);
+  if (!ok && !args.continueOnError) {
+    shell.abandon();
+    return 1;
+  }
+  return shell.finish() && ok ? 0 : 1;
+}
