@@ -13,6 +13,7 @@ namespace {
 std::atomic<long long> allocationCount{0};
 std::atomic<long long> allocatedBytes{0};
 std::atomic<long long> heldBytes{0};
+std::atomic<long long> peakHeld{0};
 
 void* counted(std::size_t size, std::size_t alignment) {
 #if FWK_FAULT_INJECTION
@@ -24,7 +25,11 @@ void* counted(std::size_t size, std::size_t alignment) {
                 ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
                 : std::malloc(size == 0 ? 1 : size);
   if (!p) throw std::bad_alloc();
-  heldBytes.fetch_add(static_cast<long long>(malloc_usable_size(p)), std::memory_order_relaxed);
+  const long long held = heldBytes.fetch_add(static_cast<long long>(malloc_usable_size(p)), std::memory_order_relaxed) +
+                         static_cast<long long>(malloc_usable_size(p));
+  long long peak = peakHeld.load(std::memory_order_relaxed);
+  while (held > peak && !peakHeld.compare_exchange_weak(peak, held, std::memory_order_relaxed)) {
+  }
   return p;
 }
 
@@ -44,6 +49,12 @@ long long bytes() {
 }
 long long liveBytes() {
   return heldBytes.load(std::memory_order_relaxed);
+}
+long long peakBytes() {
+  return peakHeld.load(std::memory_order_relaxed);
+}
+void resetPeak() {
+  peakHeld.store(heldBytes.load(std::memory_order_relaxed), std::memory_order_relaxed);
 }
 }  // namespace alloccount
 

@@ -9,5 +9,8 @@ long long allocations();
 long long bytes();
 // Bytes held right now (as the allocator sized the blocks).
 long long liveBytes();
+// The most bytes held at once since the last resetPeak() (or the start).
+long long peakBytes();
+void resetPeak();
 
 }  // namespace alloccount
