@@ -157,7 +157,7 @@ void Shell::Impl::commitList() {
   // Nothing edited: no commit, nothing for the dataplanes to do.
   if (live && live->currCfg() && pending && pending->countersEnabled() == live->currCfg()->countersEnabled() &&
       pending->fragmentsEnabled() == live->currCfg()->fragmentsEnabled() &&
-      Client::entriesOf(*pending, edit.type) == Client::entriesOf(*live->currCfg(), edit.type)) {
+      Client::sameEntries(*pending, *live->currCfg(), edit.type)) {
     line(name + ": unchanged");
     return;
   }

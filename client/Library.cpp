@@ -63,20 +63,53 @@ std::string_view keyword(AclType type) {
   }
 }
 
+namespace {
+
+// Calls visit(sequence, rule or remark) for every entry of a version in sequence order, rules
+// before a remark at the same place: one merge walk over the two ordered maps, nothing copied.
+template <class Visit>
+void forEachEntry(const Acl::AclSubConfig& version, AclType type, Visit&& visit) {
+  Acl::withFamily(type, [&](auto family) {
+    using F = decltype(family);
+    const auto& records = F::records(version);
+    const auto& remarks = version.remarkBySequence();
+    auto remark = remarks.begin();
+    for (const auto& [sequence, id] : version.ruleBySequence()) {
+      for (; remark != remarks.end() && remark->first < sequence; ++remark) visit(remark->first, remark->second);
+      visit(sequence, records.valueOr(id));
+    }
+    for (; remark != remarks.end(); ++remark) visit(remark->first, remark->second);
+  });
+}
+
+}  // namespace
+
 std::vector<ListEntry> entriesOf(const Acl::AclSubConfig& version, AclType type) {
   std::vector<ListEntry> entries;
   entries.reserve(version.ruleBySequence().size() + version.remarkBySequence().size());
+  forEachEntry(version, type, [&](U32 sequence, const auto& body) { entries.push_back({sequence, body}); });
+  return entries;
+}
+
+bool sameEntries(const Acl::AclSubConfig& a, const Acl::AclSubConfig& b, AclType type) {
+  const auto& remarks = a.remarkBySequence();
+  const auto& otherRemarks = b.remarkBySequence();
+  if (a.ruleBySequence().size() != b.ruleBySequence().size() || remarks.size() != otherRemarks.size() ||
+      !std::equal(remarks.begin(), remarks.end(), otherRemarks.begin(),
+                  [](const auto& x, const auto& y) { return x.first == y.first && x.second == y.second; })) {
+    return false;
+  }
+  bool same = true;
   Acl::withFamily(type, [&](auto family) {
     using F = decltype(family);
-    for (const auto& [sequence, id] : version.ruleBySequence()) {
-      entries.push_back({sequence, F::records(version).valueOr(id)});
+    auto other = b.ruleBySequence().begin();
+    for (const auto& [sequence, id] : a.ruleBySequence()) {
+      same = sequence == other->first && F::records(a).valueOr(id) == F::records(b).valueOr(other->second);
+      if (!same) return;
+      ++other;
     }
   });
-  for (const auto& [sequence, remark] : version.remarkBySequence()) entries.push_back({sequence, remark});
-  // Both maps are in order already: merge them, rules before a remark at the same place.
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const ListEntry& a, const ListEntry& b) { return a.sequence < b.sequence; });
-  return entries;
+  return same;
 }
 
 std::string render(const ListEntry& entry, bool standard) {

@@ -74,6 +74,9 @@ class Library {
 // The entries of a version in sequence order, rules and remarks merged; a place without its
 // rule record reads as the family's default rule, as the session's lookups do.
 [[nodiscard]] std::vector<ListEntry> entriesOf(const Acl::AclSubConfig& version, AclType type);
+// Whether two versions hold the same entries at the same places: entriesOf(a) == entriesOf(b),
+// without building either.
+[[nodiscard]] bool sameEntries(const Acl::AclSubConfig& a, const Acl::AclSubConfig& b, AclType type);
 
 // A whole list in the syntax: "ip access-list [standard] NAME", its flags
 // ("counters per-entry", "fragment-rules") and its entries, each line indented by `indent`.

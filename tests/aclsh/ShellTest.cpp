@@ -119,6 +119,15 @@ RC_GTEST_PROP(AclshRoundTripTest, TheRunningConfigurationShowsWhatWasTypedAndRea
   ShellRun again;
   RC_ASSERT(again.script(platform + running));
   RC_ASSERT(again.running() == running);
+  // Typed once more over itself, every list is found unchanged and nothing is committed.
+  again.out.str("");
+  RC_ASSERT(again.script(running));
+  std::size_t lists = 0;
+  std::size_t unchanged = 0;
+  for (std::size_t at = 0; (at = running.find(" access-list ", at)) != std::string::npos; ++at) ++lists;
+  for (std::size_t at = 0; (at = again.out.str().find(": unchanged\n", at)) != std::string::npos; ++at) ++unchanged;
+  RC_ASSERT(unchanged == lists);
+  RC_ASSERT(again.out.str().find("committed") == std::string::npos);
 }
 
 TEST(AclshTest, ShowCommandsSpeakJsonToScripts) {
@@ -193,6 +202,9 @@ TEST(AclshTest, RefusalsAndConflictsChangeNothingTheySayTheyDoNot) {
             "ip access-list web: not committed: another session changed it since this edit began; "
             "this edit is dropped\n");
   EXPECT_EQ(run.running(), "ip access-list web\n   10 permit tcp any any\n!\n");
+  // The same rules at new places are a change all the same: the renumbering is committed.
+  ASSERT_TRUE(run.script("ip access-list web\nresequence 100 10\nexit\n"));
+  EXPECT_EQ(run.running(), "ip access-list web\n   100 permit tcp any any\n!\n");
 }
 
 }  // namespace
