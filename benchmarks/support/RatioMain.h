@@ -4,7 +4,9 @@
 //   int main(int argc, char** argv) { return bench::runWithRatios(argc, argv, "BM_Baseline"); }
 //
 // A benchmark "Family/arg" is compared with "<baseline>/arg" when that exists, else with
-// the baseline's first run.
+// the baseline's first run. A family run at several sizes is also reported as its growth:
+// each size's time over the family's first size, which is how an operation that should not
+// depend on the list's length shows that it does not.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -36,6 +38,17 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (const auto& [name, time] : results_) {
       double base = baselineFor(name);
       if (base > 0) std::printf("  %-60s %12.2f x\n", name.c_str(), time / base);
+    }
+    std::printf("\nGrowth over each family's first size (cpu time, same run):\n");
+    for (const auto& [name, time] : results_) {
+      const auto slash = name.find('/');
+      if (slash == std::string::npos) continue;
+      const std::string family = name.substr(0, slash + 1);
+      for (const auto& [first, firstTime] : results_) {
+        if (first.rfind(family, 0) != 0) continue;
+        if (first != name && firstTime > 0) std::printf("  %-60s %12.2f x\n", name.c_str(), time / firstTime);
+        break;
+      }
     }
   }
 
