@@ -222,7 +222,11 @@ void Shell::Impl::showDataplanes() {
     if (dp->capacity() != Agent::Dataplane::unlimited) settings += ", capacity " + std::to_string(dp->capacity());
     if (dp->delay() != 0) settings += ", delay " + std::to_string(dp->delay());
     if (!dp->forcedError().empty()) settings += ", forced error \"" + dp->forcedError().str() + "\"";
-    line("dataplane " + name + ": " + settings);
+    std::string heading = "dataplane ";
+    heading += name;
+    heading += ": ";
+    heading += settings;
+    line(heading);
     line("   " + std::to_string(dp->entryCount()) + " entries programmed; " +
          (dp->pending()    ? "a request is waiting"
           : dp->upToDate() ? "up to date"
