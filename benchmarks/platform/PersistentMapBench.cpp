@@ -1,14 +1,18 @@
-// The persistent map against the standard ordered map, as ratios to the standard map's copy
+// The persistent maps against the standard ordered map, as ratios to the standard map's copy
 // and one change (what an edit of a copied list costs with plain containers):
 //   CopyAndChange            a copy of an N-entry map and one entry changed in it
 //   DifferenceAfterOneChange that copy compared with its source (the one difference found)
 //   Fill                     N entries assigned in ascending order, for its cost per entry
-// The first two should stay flat as N grows: their growth over N = 1,000 is the figure.
+//   HashCopyAndChange        the same copy and change of a PersistentHashMap
+//   HashFill                 N entries assigned to a PersistentHashMap
+// The copies and the difference should stay flat as N grows: their growth over N = 1,000 is
+// the figure.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <map>
 
+#include "aclkit/platform/fwk/PersistentHashMap.h"
 #include "aclkit/platform/fwk/PersistentMap.h"
 #include "benchmarks/support/RatioMain.h"
 
@@ -62,6 +66,28 @@ void BM_Fill(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(filled(static_cast<U32>(state.range(0))).size());
 }
 BENCHMARK(BM_Fill)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+
+fwk::PersistentHashMap<U32, U32> hashFilled(U32 n) {
+  fwk::PersistentHashMap<U32, U32> map;
+  for (U32 i = 0; i < n; ++i) map.assign(i * 10, i);
+  return map;
+}
+
+void BM_HashCopyAndChange(benchmark::State& state) {
+  const auto source = hashFilled(static_cast<U32>(state.range(0)));
+  U32 round = 0;
+  for (auto _ : state) {
+    auto copy = source;
+    copy.assign(50, ++round);
+    benchmark::DoNotOptimize(copy.size());
+  }
+}
+BENCHMARK(BM_HashCopyAndChange)->RangeMultiplier(10)->Range(1000, 100000);
+
+void BM_HashFill(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(hashFilled(static_cast<U32>(state.range(0))).size());
+}
+BENCHMARK(BM_HashFill)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -1,0 +1,124 @@
+// A hash map whose copies share their structure, with the framework's HashMap order: entries
+// iterate in the order they were inserted until one is removed, and a removal moves the last
+// entry into the hole.
+//
+//   fwk::PersistentHashMap<UniqueId, Rule> byId = ...;
+//   auto edit = byId;                 // O(1): both hold the same nodes
+//   edit.assign(id, rule);            // O(log n): copies the paths it changes
+//
+// The entries sit in a persistent vector (a radix tree of 32-wide immutable nodes) and a hash
+// array mapped trie finds each key's position; a change copies the few nodes on its paths and
+// shares the rest, and writes in place where the map is their only holder. An iterator holds
+// the version it was made from and reads it whatever happens to the map afterwards.
+//
+// Keys are hashed with the framework's Hash<K>; values must be copyable and comparable with ==.
+#pragma once
+
+#include <cstddef>
+#include <iterator>
+#include <utility>
+
+#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/internal/PersistentHashNode.h"
+
+namespace fwk {
+
+template <class K, class V>
+class PersistentHashMap {
+  using Entry = std::pair<K, V>;
+  using Entries = detail::PersistentVector<Entry>;
+
+ public:
+  using key_type = K;
+  using mapped_type = V;
+  using value_type = Entry;
+
+  class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = Entry;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const Entry*;
+    using reference = const Entry&;
+
+    const_iterator() = default;
+    reference operator*() const { return entries_[index_]; }
+    pointer operator->() const { return &entries_[index_]; }
+    const_iterator& operator++() {
+      ++index_;
+      return *this;
+    }
+    friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.index_ == b.index_; }
+
+   private:
+    friend class PersistentHashMap;
+    const_iterator(Entries entries, std::size_t index) : entries_(std::move(entries)), index_(index) {}
+    Entries entries_;  // a copy of the version: a reference to its root
+    std::size_t index_ = 0;
+  };
+
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return entries_.size() == 0; }
+  [[nodiscard]] const V* find(const K& key) const {
+    const std::size_t* position = index_.find(key, hashOf(key));
+    return position ? &entries_[*position].second : nullptr;
+  }
+  [[nodiscard]] bool contains(const K& key) const { return find(key) != nullptr; }
+  [[nodiscard]] const_iterator begin() const { return const_iterator(entries_, 0); }
+  [[nodiscard]] const_iterator end() const { return const_iterator(entries_, entries_.size()); }
+
+  // Stores `value` under `key`; false (and nothing copied) when that value is there already.
+  bool assign(const K& key, const V& value) {
+    const std::size_t h = hashOf(key);
+    if (const std::size_t* position = index_.find(key, h)) {
+      if (entries_[*position].second == value) return false;
+      entries_.set(*position, Entry(key, value));
+      return true;
+    }
+    // The entry first: if the index cannot take the key, popping the entry just pushed walks
+    // only the nodes the push wrote, which nothing else holds, so it allocates nothing.
+    entries_.pushBack(Entry(key, value));
+    try {
+      index_.put(key, h, entries_.size() - 1);
+    } catch (...) {
+      entries_.popBack();
+      throw;
+    }
+    return true;
+  }
+  // Removes the entry under `key`, moving the last entry into its place; false when absent.
+  // Strong guarantee: the change is made on copies of the two roots (O(1) to take) and put in
+  // place only once it is whole.
+  bool erase(const K& key) {
+    const std::size_t h = hashOf(key);
+    const std::size_t* found = index_.find(key, h);
+    if (!found) return false;
+    const std::size_t position = *found;
+    Entries entries = entries_;
+    detail::PersistentIndex<K> index = index_;
+    const std::size_t last = entries.size() - 1;
+    if (position != last) {
+      Entry moved = entries[last];
+      index.put(moved.first, hashOf(moved.first), position);
+      entries.set(position, std::move(moved));
+    }
+    entries.popBack();
+    index.erase(key, h);
+    entries_ = std::move(entries);
+    index_ = std::move(index);
+    return true;
+  }
+
+  // Whether both maps hold the very same nodes (so the same entries in the same order).
+  [[nodiscard]] bool sharesAllWith(const PersistentHashMap& other) const noexcept {
+    return entries_.root() == other.entries_.root();
+  }
+
+ private:
+  static std::size_t hashOf(const K& key) { return mixHash(Hash<K>{}(key)); }
+
+  Entries entries_;
+  detail::PersistentIndex<K> index_;
+};
+
+}  // namespace fwk
