@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs. Safe to run again: it installs only what is missing.
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev clang-format clang-tidy valgrind gcovr
-          libedit-dev nlohmann-json3-dev)
+          libedit-dev nlohmann-json3-dev pybind11-dev python3-dev python3-pytest)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
