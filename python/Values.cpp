@@ -230,13 +230,13 @@ fwk::Value fromPython(py::handle object, const fwk::ValueType& type) {
 }
 
 py::object invokeOp(fwk::Entity& receiver, const fwk::OpInfo& op, const py::args& args) {
+  // A wrong count goes through the framework's own check, for its message.
+  if (args.size() != op.argTypes.size()) {
+    return toPython(fwk::invoke(receiver, op.name.view(), std::vector<fwk::Value>(args.size())));
+  }
   std::vector<fwk::Value> values;
   values.reserve(args.size());
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    values.push_back(i < op.argTypes.size() ? fromPython(args[i], *op.argTypes[i]) : fwk::Value());
-  }
-  // A wrong count goes through the framework's own check, for its message.
-  if (values.size() != op.argTypes.size()) return toPython(fwk::invoke(receiver, op.name.view(), values));
+  for (std::size_t i = 0; i < args.size(); ++i) values.push_back(fromPython(args[i], *op.argTypes[i]));
   return toPython(op.invoke(&receiver, values));
 }
 
