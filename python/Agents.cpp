@@ -77,7 +77,9 @@ void bindAgents(py::module_& m) {
       .def_readonly("acl", &Agent::Verdict::acl, "The list programmed there; empty when there is no table.")
       .def_property_readonly(
           "sequence",
-          [](const Agent::Verdict& v) { return v.entry ? py::object(py::int_(v.entry->sequence)) : py::object(py::none()); },
+          [](const Agent::Verdict& v) {
+            return v.entry ? py::object(py::int_(v.entry->sequence)) : py::object(py::none());
+          },
           "The sequence of the entry that matched, or None.")
       .def_property_readonly(
           "rule", [](const Agent::Verdict& v) { return v.entry ? ruleOf(v.entry->rule) : py::object(py::none()); },
@@ -107,7 +109,9 @@ void bindAgents(py::module_& m) {
       .def_property("delay", &Dataplane::delay, &Dataplane::delayIs, "Events between a request and its answer.")
       .def_property(
           "forcedError", [](const Dataplane& d) { return d.forcedError().str(); },
-          [](Dataplane& d, const std::optional<fwk::String>& reason) { d.forcedErrorIs(reason.value_or(fwk::String())); },
+          [](Dataplane& d, const std::optional<fwk::String>& reason) {
+            d.forcedErrorIs(reason.value_or(fwk::String()));
+          },
           "Runs fail with this reason while it is set; '' or None clears it.")
       .def("tick", &Dataplane::tick, "One event: a delayed answer comes one event closer.")
       .def_property_readonly("pending", &Dataplane::pending, "A request is waiting for its answer.")

@@ -135,8 +135,7 @@ void bindRecords(py::module_& m) {
 #undef ACLKIT_PYTHON_RULE_CLASS_
 
   py::class_<Acl::RemarkConfig> remark(m, "Remark", "A remark of a list: its text is all there is to it.");
-  remark.def(py::init<const fwk::String&>(), py::arg("text"))
-      .def_property_readonly("text", &Acl::RemarkConfig::text);
+  remark.def(py::init<const fwk::String&>(), py::arg("text")).def_property_readonly("text", &Acl::RemarkConfig::text);
   valueOperationsAre<Acl::RemarkConfig>(remark);
   codecIs(fwk::valueType<Acl::RemarkConfig>(),
           {[](const fwk::Value& v) { return py::cast(v.as<Acl::RemarkConfig>()); },

@@ -1,8 +1,9 @@
 // The generic path: any entity's attributes and operations by name, its collections as
 // mappings, and what reflection knows of each type.
+#include "aclkit/platform/fwk/Reflection.h"
+
 #include <pybind11/stl.h>
 
-#include "aclkit/platform/fwk/Reflection.h"
 #include "aclkit/python/internal/Bindings.h"
 
 namespace Python {
@@ -35,7 +36,8 @@ struct Collection {
   }
   [[nodiscard]] py::list items() const {
     py::list all;
-    for (const fwk::Value& k : attr->keys(*owner)) all.append(py::make_tuple(toPython(k), toPython(attr->get(*owner, k))));
+    for (const fwk::Value& k : attr->keys(*owner))
+      all.append(py::make_tuple(toPython(k), toPython(attr->get(*owner, k))));
     return all;
   }
 };
@@ -90,10 +92,8 @@ void bindReflection(py::module_& m) {
             return c.contains(typed) ? toPython(c.attr->get(*c.owner, typed)) : std::move(fallback);
           },
           py::arg("key"), py::arg("default") = py::none())
-      .def("__setitem__",
-           [](const Collection& c, py::handle k, py::handle v) {
-             c.attr->set(*c.owner, c.key(k), fromPython(v, *c.attr->valueType()));
-           })
+      .def("__setitem__", [](const Collection& c, py::handle k,
+                             py::handle v) { c.attr->set(*c.owner, c.key(k), fromPython(v, *c.attr->valueType())); })
       .def("__delitem__",
            [](const Collection& c, py::handle k) {
              const fwk::Value typed = c.key(k);
@@ -111,10 +111,12 @@ void bindReflection(py::module_& m) {
       .def_property_readonly("name", [](const fwk::Entity& e) { return e.name().str(); })
       .def_property_readonly(
           "typeName", [](const fwk::Entity& e) { return e.fwkType().name().str(); }, "The entity's type, by name.")
-      .def("attributes", [](const fwk::Entity& e) { return attributeNames(e.fwkType()); },
-           "The names of the type's attributes, the base type's first.")
-      .def("operations", [](const fwk::Entity& e) { return operationNames(e.fwkType()); },
-           "The names of the operations reachable by name, in declaration order.")
+      .def(
+          "attributes", [](const fwk::Entity& e) { return attributeNames(e.fwkType()); },
+          "The names of the type's attributes, the base type's first.")
+      .def(
+          "operations", [](const fwk::Entity& e) { return operationNames(e.fwkType()); },
+          "The names of the operations reachable by name, in declaration order.")
       .def(
           "get",
           [](const fwk::Ptr<fwk::Entity>& e, const std::string& name, py::object key) {

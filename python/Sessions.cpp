@@ -102,7 +102,8 @@ void bindSessions(py::module_& m) {
   py::class_<Acl::AclSubConfig, fwk::Entity, Ptr<Acl::AclSubConfig>>(
       m, "AclVersion", "One version of a list: iterates as (sequence, rule or Remark) pairs in sequence order.")
       .def("__iter__", [](const Acl::AclSubConfig& v) { return py::iter(entriesOf(v)); })
-      .def("__len__", [](const Acl::AclSubConfig& v) { return v.ruleBySequence().size() + v.remarkBySequence().size(); })
+      .def("__len__",
+           [](const Acl::AclSubConfig& v) { return v.ruleBySequence().size() + v.remarkBySequence().size(); })
       .def("entries", &entriesOf, "The (sequence, rule or Remark) pairs, in sequence order.");
 
   py::class_<Acl::AclConfig, fwk::Entity, Ptr<Acl::AclConfig>>(
@@ -138,7 +139,8 @@ void bindSessions(py::module_& m) {
       .def(py::init([](fwk::StateStore* store) {
              return std::make_unique<Client::Library>(store ? *store : fwk::StateStore::instance());
            }),
-           py::arg("store") = nullptr, py::keep_alive<1, 2>(), "Mounts the ACL model in `store`, making what is missing.")
+           py::arg("store") = nullptr, py::keep_alive<1, 2>(),
+           "Mounts the ACL model in `store`, making what is missing.")
       .def_property_readonly(
           "mounts",
           [](const Client::Library& lib) {
@@ -172,7 +174,9 @@ void bindSessions(py::module_& m) {
       .def("lists", &Client::Library::lists, py::arg("type"), "Every list of the family, by name.")
       .def(
           "payloadRefusal",
-          [](const Client::Library& lib, py::handle rule, AclType type) { return lib.payloadRefusal(bodyOf(rule), type); },
+          [](const Client::Library& lib, py::handle rule, AclType type) {
+            return lib.payloadRefusal(bodyOf(rule), type);
+          },
           py::arg("rule"), py::arg("type"),
           "Why the rule cannot go into a list of this platform (its payload holds more elements than an alias "
           "update keeps), or None.");

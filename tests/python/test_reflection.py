@@ -35,8 +35,13 @@ ARGS = {
 
 
 @pytest.fixture
-def lib():
-    return aclkit.Library(aclkit.Store())
+def store():
+    return aclkit.Store()
+
+
+@pytest.fixture
+def lib(store):
+    return aclkit.Library(store)
 
 
 def test_every_operation_of_the_session_is_called_by_name(lib):
@@ -64,7 +69,9 @@ def test_every_operation_of_the_session_is_called_by_name(lib):
         s.call("addRule")
 
 
-def test_attributes_collections_and_enumerations_by_name(lib):
+def test_attributes_collections_and_enumerations_by_name(store, lib):
+    assert store.find("acl/param") == lib.mounts["paramConfig"] and store.find("acl/none") is None
+    assert store.root.entity["acl"].typeName == "Dir"
     s = lib.session("web", AclType.ip)
     assert {a for a, _ in aclkit.attributes("ApiSm")} == set(s.attributes())
     for name in s.attributes():  # every attribute reads, whatever its type
@@ -97,6 +104,7 @@ def test_attributes_collections_and_enumerations_by_name(lib):
     s.commit()
     assert list(config.config) == [AclType.ip] and list(config.config[0].acl) == ["web"]
     assert config.get("config", "ip").acl["web"].currCfg is not None
+    assert [acl.name for acl in lib.lists(AclType.ip)] == ["web"] and lib.lists(AclType.mac) == []
 
     # Enumerations by member, number or name; unknown ones refused with the framework's message.
     p = lib.mounts["paramConfig"]

@@ -67,6 +67,19 @@ def test_two_dataplanes_wait_program_fail_and_revert(lib):
     dp2.tick()
     assert s.apiState is ApiState.succeeded and entries(lib) == committed
     assert dp2.check("Ethernet1", AclDirection.in_, https).sequence == 10
+    assert dp2.tables == {(AclType.ip, "Ethernet1", AclDirection.in_): ("web", committed)} and dp2.entryCount == 3
+
+    # A dataplane short of room refuses the run and keeps what it holds.
+    dp1.capacity = 3
+    s = lib.session("web", AclType.ip)
+    s.addIpRule(0, WEB.replace(log=True))
+    assert s.commitExt(False) is ApiState.waitingForHw and dp1.capacity == 3
+    dp2.tick()
+    assert s.apiState is ApiState.errHw and dp1.lastRun["errorKey"] == "capacity" and dp1.entryCount == 3
+    dp1.capacity = None
+    assert s.revert() is ApiState.waitingForHw
+    dp2.tick()
+    assert s.apiState is ApiState.succeeded and dp1.upToDate and entries(lib) == committed
 
 
 def test_capability_refusal_reads_from_errString(lib):
@@ -79,6 +92,9 @@ def test_capability_refusal_reads_from_errString(lib):
     assert s.dpAclOk() is False
     assert list(s.errString.values()) == ["logging not supported"]
     assert s.revert() is ApiState.succeeded and lib.list(AclType.ip, "web") is None
+    two = IpRule("permit ip any any payload 2 0x1 0xff payload 6 0x2 0xff")
+    assert lib.payloadRefusal(two, AclType.ip).startswith("a rule here may match at most 1 payload element")
+    assert lib.payloadRefusal(two.replace(payload="2,0x1,0xff,,"), AclType.ip) is None
 
 
 def test_range_errors_and_parse_errors_carry_the_library_messages():
