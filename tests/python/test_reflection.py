@@ -83,6 +83,12 @@ def test_attributes_collections_and_enumerations_by_name(store, lib):
         s.set("maxSequence", 1)
     with pytest.raises(aclkit.NullArgumentError):
         s.set("config", None)
+    s.set("paramConfig", None)
+    assert s.paramConfig is None
+    s.set("paramConfig", lib.mounts["paramConfig"])
+    assert s.paramConfig == lib.mounts["paramConfig"]
+    with pytest.raises(aclkit.TypeConversionError):
+        s.set("paramConfig", lib.mounts["hwConfig"])
     with pytest.raises(aclkit.TypeConversionError, match="cannot read a U32 from '-1'"):
         s.addIpRule(-1, RULE)
     with pytest.raises(AttributeError):
