@@ -62,40 +62,6 @@ bool setField(void* record, const std::vector<fwk::FieldInfo>& fields, std::stri
 // The member of the module's enum.IntEnum class `typeName` ("ApiState") with that number.
 py::object enumMember(std::string_view typeName, std::int64_t number);
 
-// Values of the address-like types travel as their text: "192.0.2.1", "Ethernet1".
-template <class T>
-struct TextCaster {
-  PYBIND11_TYPE_CASTER(T, py::detail::const_name("str"));
-  bool load(py::handle src, bool) {
-    if (!py::isinstance<py::str>(src)) return false;
-    value = T::fwkParse(src.cast<std::string>());
-    return true;
-  }
-  static py::handle cast(const T& src, py::return_value_policy, py::handle) {
-    return py::str(fwk::strep(src)).release();
-  }
-};
-
-// Enumerations travel as the module's enum.IntEnum members, and are taken also as their
-// number or name (EnumError for one that is not an enumerator).
-template <class E>
-struct EnumCaster {
-  PYBIND11_TYPE_CASTER(E, py::detail::const_name("IntEnum"));
-  bool load(py::handle src, bool) {
-    if (py::isinstance<py::str>(src)) {
-      value = fwk::enumFromName<E>(src.cast<std::string>());
-    } else if (py::isinstance<py::int_>(src)) {
-      value = fwk::enumFromValue<E>(src.cast<std::int64_t>());
-    } else {
-      return false;
-    }
-    return true;
-  }
-  static py::handle cast(E src, py::return_value_policy, py::handle) {
-    return enumMember(fwk::enumInfo<E>().typeName().view(), static_cast<std::int64_t>(src)).release();
-  }
-};
-
 // ---- one function per group of names -------------------------------------------------------
 
 void bindErrors(py::module_& m);
@@ -108,16 +74,49 @@ void bindAgents(py::module_& m);
 }  // namespace Python
 
 namespace pybind11::detail {
+
+// Values of the address-like types travel as their text: "192.0.2.1", "Ethernet1".
+template <class T>
+struct AclkitTextCaster {
+  PYBIND11_TYPE_CASTER(T, const_name("str"));
+  bool load(handle src, bool) {
+    if (!isinstance<str>(src)) return false;
+    value = T::fwkParse(src.cast<std::string>());
+    return true;
+  }
+  static handle cast(const T& src, return_value_policy, handle) { return str(fwk::strep(src)).release(); }
+};
+
+// Enumerations travel as the module's enum.IntEnum members, and are taken also as their
+// number or name (EnumError for one that is not an enumerator).
+template <class E>
+struct AclkitEnumCaster {
+  PYBIND11_TYPE_CASTER(E, const_name("IntEnum"));
+  bool load(handle src, bool) {
+    if (isinstance<str>(src)) {
+      value = fwk::enumFromName<E>(src.cast<std::string>());
+    } else if (isinstance<int_>(src)) {
+      value = fwk::enumFromValue<E>(src.cast<std::int64_t>());
+    } else {
+      return false;
+    }
+    return true;
+  }
+  static handle cast(E src, return_value_policy, handle) {
+    return Python::enumMember(fwk::enumInfo<E>().typeName().view(), static_cast<std::int64_t>(src)).release();
+  }
+};
+
 template <>
-struct type_caster<Acl::Ip4Addr> : Python::TextCaster<Acl::Ip4Addr> {};
+struct type_caster<Acl::Ip4Addr> : AclkitTextCaster<Acl::Ip4Addr> {};
 template <>
-struct type_caster<Acl::Ip6Addr> : Python::TextCaster<Acl::Ip6Addr> {};
+struct type_caster<Acl::Ip6Addr> : AclkitTextCaster<Acl::Ip6Addr> {};
 template <>
-struct type_caster<Acl::MacAddr> : Python::TextCaster<Acl::MacAddr> {};
+struct type_caster<Acl::MacAddr> : AclkitTextCaster<Acl::MacAddr> {};
 template <>
-struct type_caster<Acl::IntfId> : Python::TextCaster<Acl::IntfId> {};
+struct type_caster<Acl::IntfId> : AclkitTextCaster<Acl::IntfId> {};
 template <>
-struct type_caster<Acl::VrfName> : Python::TextCaster<Acl::VrfName> {};
+struct type_caster<Acl::VrfName> : AclkitTextCaster<Acl::VrfName> {};
 template <>
 struct type_caster<fwk::String> {
   PYBIND11_TYPE_CASTER(fwk::String, const_name("str"));
@@ -130,7 +129,7 @@ struct type_caster<fwk::String> {
 };
 #define ACLKIT_PYTHON_ENUM_CASTER_(E) \
   template <>                         \
-  struct type_caster<E> : Python::EnumCaster<E> {};
+  struct type_caster<E> : AclkitEnumCaster<E> {};
 ACLKIT_PYTHON_ENUMS(ACLKIT_PYTHON_ENUM_CASTER_)
 #undef ACLKIT_PYTHON_ENUM_CASTER_
 }  // namespace pybind11::detail
