@@ -138,6 +138,7 @@ def test_the_commit_session_as_a_context_manager(lib):
         with lib.edit("web", AclType.ip) as s:
             s.addIpRule(0, SSH)
             raise RuntimeError("the handler failed")
+    assert s.currentAcl() is None and s.commit() is ApiState.succeeded  # nothing left to commit
     with pytest.raises(RuntimeError):
         with lib.edit("other", AclType.ip) as s:
             s.addIpRule(0, SSH)
