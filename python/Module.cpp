@@ -1,0 +1,15 @@
+// The module `aclkit`. Each group of names is one bind function (internal/Bindings.h); a new
+// group, such as a few free functions of another layer, is one more file and one line here.
+#include "aclkit/python/internal/Bindings.h"
+
+PYBIND11_MODULE(aclkit, m) {
+  m.doc() =
+      "ACL editing sessions, reference dataplanes and packet checks for command handlers, and every reflected "
+      "attribute and operation of the library by name.";
+  Python::bindErrors(m);
+  Python::bindValues(m);
+  Python::bindReflection(m);
+  Python::bindRecords(m);
+  Python::bindSessions(m);
+  Python::bindAgents(m);
+}
