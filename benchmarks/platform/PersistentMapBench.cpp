@@ -33,14 +33,19 @@ void BM_Baseline(benchmark::State& state) {
 }
 BENCHMARK(BM_Baseline)->RangeMultiplier(10)->Range(1000, 100000);
 
-fwk::PersistentMap<U32, U32> filled(U32 n) {
-  fwk::PersistentMap<U32, U32> map;
-  for (U32 i = 0; i < n; ++i) map.assign(i * 10, i);
+using Ordered = fwk::PersistentMap<U32, U32>;
+using Hashed = fwk::PersistentHashMap<U32, U32>;
+
+template <class Map>
+Map filled(benchmark::State& state) {
+  Map map;
+  for (U32 i = 0; i < static_cast<U32>(state.range(0)); ++i) map.assign(i * 10, i);
   return map;
 }
 
+template <class Map>
 void BM_CopyAndChange(benchmark::State& state) {
-  const auto source = filled(static_cast<U32>(state.range(0)));
+  const auto source = filled<Map>(state);
   U32 round = 0;
   for (auto _ : state) {
     auto copy = source;
@@ -48,10 +53,11 @@ void BM_CopyAndChange(benchmark::State& state) {
     benchmark::DoNotOptimize(copy.size());
   }
 }
-BENCHMARK(BM_CopyAndChange)->RangeMultiplier(10)->Range(1000, 100000);
+BENCHMARK(BM_CopyAndChange<Ordered>)->Name("BM_CopyAndChange")->RangeMultiplier(10)->Range(1000, 100000);
+BENCHMARK(BM_CopyAndChange<Hashed>)->Name("BM_HashCopyAndChange")->RangeMultiplier(10)->Range(1000, 100000);
 
 void BM_DifferenceAfterOneChange(benchmark::State& state) {
-  const auto source = filled(static_cast<U32>(state.range(0)));
+  const auto source = filled<Ordered>(state);
   auto copy = source;
   copy.assign(50, 0xFFFFFFFFU);
   for (auto _ : state) {
@@ -62,32 +68,16 @@ void BM_DifferenceAfterOneChange(benchmark::State& state) {
 }
 BENCHMARK(BM_DifferenceAfterOneChange)->RangeMultiplier(10)->Range(1000, 100000);
 
+template <class Map>
 void BM_Fill(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(filled(static_cast<U32>(state.range(0))).size());
+  for (auto _ : state) benchmark::DoNotOptimize(filled<Map>(state).size());
 }
-BENCHMARK(BM_Fill)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
-
-fwk::PersistentHashMap<U32, U32> hashFilled(U32 n) {
-  fwk::PersistentHashMap<U32, U32> map;
-  for (U32 i = 0; i < n; ++i) map.assign(i * 10, i);
-  return map;
-}
-
-void BM_HashCopyAndChange(benchmark::State& state) {
-  const auto source = hashFilled(static_cast<U32>(state.range(0)));
-  U32 round = 0;
-  for (auto _ : state) {
-    auto copy = source;
-    copy.assign(50, ++round);
-    benchmark::DoNotOptimize(copy.size());
-  }
-}
-BENCHMARK(BM_HashCopyAndChange)->RangeMultiplier(10)->Range(1000, 100000);
-
-void BM_HashFill(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(hashFilled(static_cast<U32>(state.range(0))).size());
-}
-BENCHMARK(BM_HashFill)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Fill<Ordered>)->Name("BM_Fill")->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Fill<Hashed>)
+    ->Name("BM_HashFill")
+    ->RangeMultiplier(10)
+    ->Range(1000, 100000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
