@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <tuple>
 #include <unordered_map>
@@ -24,8 +25,49 @@ std::vector<const ListEntry*> bySequence(const std::vector<ListEntry>& entries) 
   return sorted;
 }
 
+// An entry of the current list where it is kept, read without a copy: replacing a large list
+// must not cost a copy of it before the session's own.
+struct Held {
+  U32 sequence = 0;
+  std::variant<const Acl::IpRuleConfig*, const Acl::Ip6RuleConfig*, const Acl::MacRuleConfig*, const Acl::RemarkConfig*>
+      body;
+};
+static_assert(std::variant_size_v<decltype(Held::body)> == std::variant_size_v<Text::EntryBody>);
+
 std::size_t hashOf(const Text::EntryBody& body) {
   return std::visit([](const auto& record) { return record.hash(static_cast<std::uint32_t>(0)); }, body) ^ body.index();
+}
+
+std::size_t hashOf(const Held& held) {
+  return std::visit([](const auto* record) { return record->hash(static_cast<std::uint32_t>(0)); }, held.body) ^
+         held.body.index();
+}
+
+bool same(const Held& held, const Text::EntryBody& body) {
+  if (held.body.index() != body.index()) return false;
+  return std::visit([&](const auto* record) { return *record == std::get<std::decay_t<decltype(*record)>>(body); },
+                    held.body);
+}
+
+// The entries of a version in sequence order, rules before a remark at the same place, as
+// entriesOf gives them.
+std::vector<Held> heldOf(const Acl::AclSubConfig& version, AclType type) {
+  std::vector<Held> held;
+  held.reserve(version.ruleBySequence().size() + version.remarkBySequence().size());
+  auto remark = version.remarkBySequence().begin();
+  const auto remarksEnd = version.remarkBySequence().end();
+  Acl::withFamily(Acl::familyOrMac(type), [&](auto family) {
+    using F = decltype(family);
+    static const typename F::Rule none;  // a place without its record reads as the default rule
+    for (const auto& [sequence, id] : version.ruleBySequence()) {
+      for (; remark != remarksEnd && remark->first < sequence; ++remark)
+        held.push_back({remark->first, &remark->second});
+      const typename F::Rule* rule = F::records(version).find(id);
+      held.push_back({sequence, rule ? rule : &none});
+    }
+  });
+  for (; remark != remarksEnd; ++remark) held.push_back({remark->first, &remark->second});
+  return held;
 }
 
 bool isOfFamily(const Text::EntryBody& body, AclType type) {
@@ -58,9 +100,10 @@ bool settled(AclApi::ApiState state) {
 
 }  // namespace
 
-ReplaceReport planReplace(const std::vector<ListEntry>& current, const std::vector<ListEntry>& desired) {
-  const std::vector<const ListEntry*> have = bySequence(current);
-  const std::vector<const ListEntry*> want = bySequence(desired);
+namespace {
+
+// `have` in sequence order.
+ReplaceReport planFor(const std::vector<Held>& have, const std::vector<const ListEntry*>& want) {
   for (std::size_t i = 1; i < want.size(); ++i) {
     if (want[i]->sequence == want[i - 1]->sequence) {
       throw std::invalid_argument(entryName(want[i]->sequence) + " is given twice");
@@ -68,20 +111,20 @@ ReplaceReport planReplace(const std::vector<ListEntry>& current, const std::vect
   }
   ReplaceReport report;
   // Same place, same content: kept. What is left over on either side is matched by content.
-  std::vector<const ListEntry*> gone;
+  std::vector<const Held*> gone;
   std::vector<const ListEntry*> fresh;
   auto h = have.begin();
   auto w = want.begin();
   while (h != have.end() || w != want.end()) {
-    if (w == want.end() || (h != have.end() && (*h)->sequence < (*w)->sequence)) {
-      gone.push_back(*h++);
-    } else if (h == have.end() || (*w)->sequence < (*h)->sequence) {
+    if (w == want.end() || (h != have.end() && h->sequence < (*w)->sequence)) {
+      gone.push_back(&*h++);
+    } else if (h == have.end() || (*w)->sequence < h->sequence) {
       fresh.push_back(*w++);
     } else {
-      if ((*h)->body == (*w)->body) {
-        report.kept.push_back((*h)->sequence);
+      if (same(*h, (*w)->body)) {
+        report.kept.push_back(h->sequence);
       } else {
-        gone.push_back(*h);
+        gone.push_back(&*h);
         fresh.push_back(*w);
       }
       ++h;
@@ -90,13 +133,13 @@ ReplaceReport planReplace(const std::vector<ListEntry>& current, const std::vect
   }
   // Equal contents pair up in sequence order, so a renumbered list keeps its order.
   std::unordered_map<std::size_t, std::vector<std::size_t>> byContent;
-  for (std::size_t i = 0; i < gone.size(); ++i) byContent[hashOf(gone[i]->body)].push_back(i);
+  for (std::size_t i = 0; i < gone.size(); ++i) byContent[hashOf(*gone[i])].push_back(i);
   std::vector<bool> taken(gone.size(), false);
   for (const ListEntry* entry : fresh) {
     bool moved = false;
     if (auto bucket = byContent.find(hashOf(entry->body)); bucket != byContent.end()) {
       for (std::size_t i : bucket->second) {
-        if (taken[i] || !(gone[i]->body == entry->body)) continue;
+        if (taken[i] || !same(*gone[i], entry->body)) continue;
         taken[i] = true;
         report.moved.emplace_back(gone[i]->sequence, entry->sequence);
         moved = true;
@@ -109,6 +152,18 @@ ReplaceReport planReplace(const std::vector<ListEntry>& current, const std::vect
     if (!taken[i]) report.removed.push_back(gone[i]->sequence);
   }
   return report;
+}
+
+}  // namespace
+
+ReplaceReport planReplace(const std::vector<ListEntry>& current, const std::vector<ListEntry>& desired) {
+  std::vector<Held> have;
+  have.reserve(current.size());
+  for (const ListEntry* e : bySequence(current)) {
+    have.push_back({e->sequence, {}});
+    std::visit([&](const auto& record) { have.back().body = &record; }, e->body);
+  }
+  return planFor(have, bySequence(desired));
 }
 
 ReplaceResult replaceList(const Library& library, const String& name, AclType type,
@@ -126,34 +181,37 @@ ReplaceResult replaceList(const Library& library, const String& name, AclType ty
   const Ptr<Acl::Input::Config> config = candidate ? candidate->config() : library.mounts().config;
   const Ptr<Acl::Input::AclTypeConfig> table = config ? config->config(type) : nullptr;
   const Ptr<Acl::AclConfig> live = table ? table->acl(name) : nullptr;
-  const std::vector<ListEntry> current =
-      live && live->currCfg() ? entriesOf(*live->currCfg(), type) : std::vector<ListEntry>();
+  // Counted: the version stays while the entries point into it.
+  const Ptr<Acl::AclSubConfig> version = live ? live->currCfg() : nullptr;
+  const std::vector<Held> current = version ? heldOf(*version, type) : std::vector<Held>();
+  const std::vector<const ListEntry*> wanted = bySequence(desired);
 
   ReplaceResult result;
-  result.report = planReplace(current, desired);
+  result.report = planFor(current, wanted);
   const ReplaceReport& plan = result.report;
   if (live && !plan.changes()) return result;
 
   // What will be written, in sequence order, checked before any session opens.
-  std::map<U32, const ListEntry*> writes;
-  const std::map<U32, const ListEntry*> wanted = [&] {
-    std::map<U32, const ListEntry*> all;
-    for (const ListEntry& entry : desired) all.emplace(entry.sequence, &entry);
-    return all;
-  }();
-  for (U32 sequence : plan.added) writes.emplace(sequence, wanted.at(sequence));
-  for (const auto& [from, to] : plan.moved) writes.emplace(to, wanted.at(to));
+  std::vector<U32> places = plan.added;
+  for (const auto& [from, to] : plan.moved) places.push_back(to);
+  std::sort(places.begin(), places.end());
+  std::vector<const ListEntry*> writes;
+  writes.reserve(places.size());
+  for (U32 sequence : places) {
+    writes.push_back(*std::lower_bound(wanted.begin(), wanted.end(), sequence,
+                                       [](const ListEntry* e, U32 s) { return e->sequence < s; }));
+  }
   const bool isStandard = live ? live->standard() : standard && type == AclType::ip;
-  for (const auto& [sequence, entry] : writes) {
+  for (const ListEntry* entry : writes) {
     if (const auto* rule = std::get_if<Acl::IpRuleConfig>(&entry->body); rule && isStandard) {
       try {
         static_cast<void>(Text::formatStandard(*rule));
       } catch (const std::invalid_argument& e) {
-        throw std::invalid_argument(entryName(sequence) + ": a standard list cannot hold it: " + e.what());
+        throw std::invalid_argument(entryName(entry->sequence) + ": a standard list cannot hold it: " + e.what());
       }
     }
     if (std::optional<std::string> refusal = library.payloadRefusal(entry->body, type)) {
-      throw std::invalid_argument(entryName(sequence) + ": " + *refusal);
+      throw std::invalid_argument(entryName(entry->sequence) + ": " + *refusal);
     }
   }
 
@@ -172,7 +230,7 @@ ReplaceResult replaceList(const Library& library, const String& name, AclType ty
     run.reset();
     return result.state == AclApi::succeeded;
   };
-  for (const ListEntry& entry : current) {
+  for (const Held& entry : current) {
     if (next != removals.end() && *next == entry.sequence) {
       run = run ? std::pair(run->first, entry.sequence) : std::pair(entry.sequence, entry.sequence);
       ++next;
@@ -181,7 +239,7 @@ ReplaceResult replaceList(const Library& library, const String& name, AclType ty
     }
   }
   if (!flush()) return result;
-  for (const auto& [sequence, entry] : writes) {
+  for (const ListEntry* entry : writes) {
     result.state = add(session, *entry);
     if (result.state != AclApi::succeeded) return result;
   }

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <bit>
+#include <cctype>
 #include <charconv>
+#include <exception>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <span>
 #include <sstream>
+#include <tuple>
 
 namespace Interchange {
 
