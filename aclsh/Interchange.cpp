@@ -9,8 +9,6 @@
 
 namespace aclsh {
 
-using AclApi::ApiSm;
-
 namespace {
 
 std::string counted(std::size_t n, const char* what) {

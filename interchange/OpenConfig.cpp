@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cctype>
 #include <charconv>
 #include <exception>
@@ -78,8 +79,8 @@ std::optional<std::uint64_t> numberIn(const json& value) {
   return n;
 }
 
-// One JSON object being read: the members taken are the ones the model knows; the rest are
-// reported, once the object is done, as left out.
+// One JSON object being read: the members taken are the ones the model knows; done() reports
+// the rest as left out (every reader must get there, or fail).
 class Reader {
  public:
   Reader(const json& object, std::string path, std::vector<Finding>& findings, std::string list = {},
@@ -89,8 +90,10 @@ class Reader {
   }
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
-  ~Reader() noexcept(false) {
-    if (std::uncaught_exceptions() != 0) return;
+  ~Reader() { assert(done_ || std::uncaught_exceptions() != 0); }
+
+  void done() {
+    done_ = true;
     for (const auto& [key, value] : object_.items()) {
       const std::string name(bare(key));
       if (taken_.contains(name) || name == "state") continue;
@@ -162,6 +165,7 @@ class Reader {
   std::string list_;
   std::optional<U32> sequence_;
   std::set<std::string, std::less<>> taken_;
+  bool done_ = false;
 };
 
 // The "config" container of an object, when there is one.
@@ -170,10 +174,12 @@ void withConfig(Reader& parent, std::string_view container, Fn&& fn) {
   const json* object = parent.take(container);
   if (!object) return;
   Reader outer(*object, parent.pathOf(container), parent.findings(), parent.list(), parent.sequence());
-  const json* config = outer.take("config");
-  if (!config) return;
-  Reader inner(*config, outer.pathOf("config"), parent.findings(), parent.list(), parent.sequence());
-  fn(inner);
+  if (const json* config = outer.take("config")) {
+    Reader inner(*config, outer.pathOf("config"), parent.findings(), parent.list(), parent.sequence());
+    fn(inner);
+    inner.done();
+  }
+  outer.done();
 }
 
 // The members of a YANG list ("acl-sets": {"acl-set": [...]}).
@@ -182,10 +188,11 @@ std::vector<const json*> members(Reader& parent, std::string_view container, std
   const json* outer = parent.take(container);
   if (!outer) return all;
   Reader reader(*outer, parent.pathOf(container), parent.findings(), parent.list(), parent.sequence());
-  const json* items = reader.take(list);
-  if (!items) return all;
-  if (!items->is_array()) reader.fail("a list", list);
-  for (const json& item : *items) all.push_back(&item);
+  if (const json* items = reader.take(list)) {
+    if (!items->is_array()) reader.fail("a list", list);
+    for (const json& item : *items) all.push_back(&item);
+  }
+  reader.done();
   return all;
 }
 
@@ -439,6 +446,7 @@ Client::ListEntry readEntry(const json& item, const std::string& path, const std
       c.fail("the entry's key", "sequence-id");
     }
     if (!c.text("description").empty()) c.note("description", "an entry has no description here; left out");
+    c.done();
   }
   Client::ListEntry result{*sequence, Acl::RemarkConfig()};
   switch (type) {
@@ -452,6 +460,7 @@ Client::ListEntry readEntry(const json& item, const std::string& path, const std
       result.body = readRule<MacRuleConfig, MacFilter>(entry, type);
       break;
   }
+  entry.done();
   return result;
 }
 
@@ -490,6 +499,7 @@ void readSet(const json& item, Document& doc, std::set<std::pair<AclType, std::s
     if (const std::string own = c.text("type"); !own.empty() && bare(own) != bare(identity))
       c.fail("the set's key", "type");
     if (!c.text("description").empty()) c.note("description", "a list has no description here; left out");
+    c.done();
   }
   List list{String(name), type, {}};
   std::set<U32> sequences;
@@ -499,6 +509,7 @@ void readSet(const json& item, Document& doc, std::set<std::pair<AclType, std::s
       throw ImportError(label + " entry " + std::to_string(list.entries.back().sequence) + ": given twice");
     }
   }
+  set.done();
   doc.lists.push_back(std::move(list));
 }
 
@@ -507,33 +518,38 @@ std::vector<Client::Binding> readInterfaces(const json& interfaces, std::vector<
   std::map<std::tuple<AclType, AclDirection, std::string>, std::string> seen;
   Reader top(interfaces, "interfaces", findings);
   const json* list = top.take("interface");
-  if (!list) return bindings;
-  if (!list->is_array()) top.fail("a list", "interface");
-  for (const json& item : *list) {
+  if (list && !list->is_array()) top.fail("a list", "interface");
+  static const json none = json::array();
+  for (const json& item : list ? *list : none) {
     Reader intf(item, "interfaces/interface", findings);
     const std::string id = checkedName(intf, "id", intf.text("id", true));
     if (const json* config = intf.take("config")) {
       Reader c(*config, "interfaces/interface/config", findings);
       if (const std::string own = c.text("id"); !own.empty() && own != id) c.fail("the interface's key", "id");
+      c.done();
     }
     for (auto [direction, prefix] : {std::pair(AclDirection::in, "ingress"), {AclDirection::out, "egress"}}) {
       const std::string sets = std::string(prefix) + "-acl-sets";
       const std::string set = std::string(prefix) + "-acl-set";
+      const std::string path = intf.pathOf(sets).append("/").append(set);
       for (const json* member : members(intf, sets, set)) {
-        Reader b(*member, "interfaces/interface/" + sets + "/" + set, findings);
+        Reader b(*member, path, findings);
         const std::string name = checkedName(b, "set-name", b.text("set-name", true));
         const AclType type = familyOf(b, "type", b.text("type", true));
         static_cast<void>(b.take("config"));
         static_cast<void>(b.take("acl-entries"));  // per-entry counters: state only
         auto [at, added] = seen.emplace(std::tuple(type, direction, id), name);
         if (!added) {
-          throw ImportError("interface " + id + ": two " + identityOf(type) + " sets on " + prefix + ": " + at->second +
-                            " and " + name);
+          std::string message = "interface " + id + ": two " + identityOf(type) + " sets on " + prefix + ": ";
+          throw ImportError(message.append(at->second).append(" and ").append(name));
         }
+        b.done();
         bindings.push_back({String(id), direction, type, String(name)});
       }
     }
+    intf.done();
   }
+  top.done();
   return bindings;
 }
 
@@ -680,7 +696,7 @@ json writeRule(const Rule& rule, U32 sequence, const std::string& label, std::ve
   Rule rest = rule;
   rest.actionIs(RuleAction::permit);
   rest.logIs(false);
-  auto filter = rule.filter();
+  const auto& filter = rule.filter();
   auto restFilter = filter;
   writeFilter(filter, restFilter, entry);
   rest.filterIs(restFilter);
@@ -710,7 +726,9 @@ Document readOpenConfig(std::string_view text) {
     std::set<std::pair<AclType, std::string>> seen;
     for (const json* set : members(top, "acl-sets", "acl-set")) readSet(*set, out, seen);
     if (const json* interfaces = top.take("interfaces")) out.bindings = readInterfaces(*interfaces, out.findings);
+    top.done();
   }
+  if (wrapper) wrapper->done();
   return out;
 }
 
