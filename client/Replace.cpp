@@ -178,6 +178,7 @@ ReplaceResult replaceList(const Library& library, const String& name, AclType ty
                                   " family");
     }
   }
+  if (candidate && !candidate->isOpen()) throw std::invalid_argument("the configuration session is closed");
   const Ptr<Acl::Input::Config> config = candidate ? candidate->config() : library.mounts().config;
   const Ptr<Acl::Input::AclTypeConfig> table = config ? config->config(type) : nullptr;
   const Ptr<Acl::AclConfig> live = table ? table->acl(name) : nullptr;
@@ -244,6 +245,9 @@ ReplaceResult replaceList(const Library& library, const String& name, AclType ty
     if (result.state != AclApi::succeeded) return result;
   }
   result.state = cleanup ? session.commit() : session.commitExt(false);
+  // Programmed by every dataplane: there is nothing left to revert, and the replaced version
+  // would otherwise stay in the list for as long as the list.
+  if (result.state == AclApi::succeeded && !cleanup) session.cleanupOldConfig();
   return result;
 }
 
@@ -284,6 +288,7 @@ BindingsResult replaceBindings(const Library& library, const std::vector<Binding
                                   std::string(b.list.view()));
     }
   }
+  if (candidate && !candidate->isOpen()) throw std::invalid_argument("the configuration session is closed");
   const Ptr<Acl::IntfConfig> intfConfig = candidate ? candidate->intfConfig() : library.mounts().intfConfig;
   const std::vector<Binding> current = intfConfig ? bindingsOf(*intfConfig) : std::vector<Binding>();
 

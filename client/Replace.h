@@ -60,8 +60,9 @@ struct ReplaceResult {
 // Makes the list `name` of family `type` hold exactly `desired` (rules of that family and
 // remarks, in any order), in one commit session. `standard` applies to a list the commit
 // creates; an existing list keeps its own. With `cleanup` the commit lets go of what revert
-// would need (commit()); without it, commitExt(false). `candidate`: edit a configuration
-// session's candidate instead of the running configuration.
+// would need (commit()); without it, commitExt(false), and a commit every dataplane has
+// programmed then lets go of the replaced version (nothing is left to revert). `candidate`:
+// edit a configuration session's candidate (open) instead of the running configuration.
 // Refused before any session opens, changing nothing, with std::invalid_argument naming the
 // entry: sequence 0 (the session would number it itself), two entries at one sequence, a rule
 // of another family, a rule a standard list cannot hold, a payload match the platform would

@@ -58,8 +58,9 @@ TEST_F(ReplaceTest, UnchangedOpensNoCommitAndOneChangedEntryChangesOneIdentity) 
 
   std::vector<ListEntry> changed = web;
   changed[2] = entries({"30 permit tcp any host 192.0.2.2 eq 587"})[0];
-  Client::ReplaceResult one = Client::replaceList(acl, "web", AclType::ip, changed);
+  Client::ReplaceResult one = Client::replaceList(acl, "web", AclType::ip, changed, false, /*cleanup=*/false);
   EXPECT_EQ(one.state, AclApi::succeeded);
+  EXPECT_EQ(acl.list(AclType::ip, "web")->subConfig().size(), 1U);  // programmed: the old version goes
   EXPECT_EQ(one.report.added, std::vector<U32>{30});
   EXPECT_EQ(one.report.removed, std::vector<U32>{30});
   EXPECT_TRUE(one.report.moved.empty());
