@@ -17,8 +17,9 @@
 //
 // Identities. The commit keeps the identity of every kept rule. When the rules are the same
 // in the same order and only numbers and remarks differ (a renumbered list), the commit
-// patches the current version in place and every rule keeps its identity; a moved rule
-// otherwise gets a fresh one, as any rule the session writes at a new place.
+// patches the current version in place, if every dataplane programmed it, and every rule
+// keeps its identity (such a patch is not one revert() undoes); a moved rule otherwise gets
+// a fresh identity, as any rule the session writes at a new place.
 //
 // An empty desired list leaves the list in place, empty (and creates it empty when it does
 // not exist): removing a list is its own verb, a remove session. Flags (counters per-entry,
