@@ -2,7 +2,9 @@
 // cost at least, measured in the same run:
 //   Baseline         one comparison of the two lists, entry by entry (the desired list and the
 //                    current one as entries)
-//   ReadCurrent      reading the committed version as entries (what the replace compares)
+//   ReadCurrent      reading the committed version as entries (Client::entriesOf; the replace
+//                    compares in place instead)
+//   OpenSession      opening a commit session on the list (its scratchpad is a copy of it)
 //   OneEditSession   the one edit done by hand: a commit session opened on the list, the
 //                    entry removed and written anew, committed
 //   ReplaceOneEntry  replaceList: read, compare, and the same one edit in one session
@@ -59,6 +61,12 @@ void BM_ReadCurrent(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(Client::entriesOf(*list->currCfg(), AclType::ip));
 }
 BENCHMARK(BM_ReadCurrent)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+void BM_OpenSession(benchmark::State& state) {
+  World world(static_cast<U32>(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(world.acl.session("big", AclType::ip, AclApi::commit_));
+}
+BENCHMARK(BM_OpenSession)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 void BM_OneEditSession(benchmark::State& state) {
   const auto n = static_cast<U32>(state.range(0));
