@@ -267,6 +267,7 @@ void readIpCommon(Reader& r, IpFilterBase& f) {
   std::optional<std::uint64_t> dscp = r.number("dscp", 63);
   if (const json* set = r.take("dscp-set")) {
     if (!set->is_array()) r.fail("a list of DSCP values", "dscp-set");
+    if (dscp && !set->empty()) r.fail("dscp or dscp-set, not both", "dscp-set");
     if (set->size() == 1 && (*set)[0].is_number_unsigned() && (*set)[0].get<std::uint64_t>() <= 63) {
       dscp = (*set)[0].get<std::uint64_t>();
     } else if (!set->empty()) {
@@ -320,7 +321,14 @@ void readTransport(Reader& r, IpFilterBase& f) {
       flags.emplace_back(bare(flag.get_ref<const std::string&>()));
     }
   }
-  if (mode == "BUILTIN" || (mode.empty() && !builtin.empty())) {
+  if (!mode.empty() && mode != "BUILTIN" && mode != "EXPLICIT") r.fail("BUILTIN or EXPLICIT", "detail-mode");
+  if (!all.empty() && all != "ALL" && all != "ANY") r.fail("ALL or ANY", "explicit-detail-match-mode");
+  const bool builtinMode = mode == "BUILTIN" || (mode.empty() && !builtin.empty());
+  // Each detail belongs to one mode; the other mode's is not read.
+  if (builtinMode && !flags.empty()) r.note("explicit-tcp-flags", "not read in BUILTIN detail-mode; left out");
+  if (!builtinMode && !builtin.empty()) r.note("builtin-detail", "not read in EXPLICIT detail-mode; left out");
+  if (builtinMode) {
+    if (builtin.empty()) return;
     if (builtin == "TCP_INITIAL") {
       f.tcpFlagsIs(0x02);
       f.tcpFlagsMaskIs(synAck);

@@ -102,7 +102,8 @@ const char* const ownDocument = R"({"openconfig-acl:acl": {
         "ipv4": {"config": {"source-address": "198.51.100.0/24", "protocol": "IP_TCP", "dscp": 46, "hop-limit": 64,
                             "fragment-offsets": ["1..8191"]}},
         "transport": {"config": {"source-port": "1024..2047", "destination-port": 443, "detail-mode": "EXPLICIT",
-                                 "explicit-detail-match-mode": "ALL", "explicit-tcp-flags": ["TCP_SYN", "openconfig-packet-match-types:TCP_ACK"]}}},
+                                 "explicit-detail-match-mode": "ALL", "explicit-tcp-flags": ["TCP_SYN", "openconfig-packet-match-types:TCP_ACK"],
+                                 "builtin-detail": "TCP_INITIAL"}}},
        {"sequence-id": "20", "actions": {"config": {"forwarding-action": "REJECT"}},
         "ipv4": {"config": {"protocol": 17, "length": 1500, "dscp-set": [10, 12]}, "icmpv4": {"config": {"type": "ECHO"}}}}]}},
     {"name": "edge", "type": "ACL_IPV6",
@@ -149,6 +150,8 @@ TEST(OpenConfigTest, OwnDocumentMapsEveryFieldAndReportsTheRest) {
   EXPECT_EQ(texts(r.findings),
             (std::vector<std::string>{
                 "edge (ACL_IPV4) entry 10: " + entry + "ipv4/config/fragment-offsets: not in this model; left out",
+                "edge (ACL_IPV4) entry 10: " + entry +
+                    "transport/config/builtin-detail: not read in EXPLICIT detail-mode; left out",
                 "edge (ACL_IPV4) entry 20: " + entry +
                     "actions/config/forwarding-action: REJECT is imported as deny: "
                     "no ICMP reply is sent",
