@@ -749,7 +749,11 @@ ImportResult importOpenConfig(const Client::Library& library, std::string_view t
     const Ptr<AclConfig> live = library.list(list.type, list.name);
     if (!live) continue;
     const std::string label = listLabel(list.name, list.type);
-    if (live->readonly()) throw ImportError(label + ": the list is read-only");
+    if (live->readonly()) {
+      const std::vector<Client::ListEntry> current =
+          live->currCfg() ? Client::entriesOf(*live->currCfg(), list.type) : std::vector<Client::ListEntry>();
+      if (Client::planReplace(current, list.entries).changes()) throw ImportError(label + ": the list is read-only");
+    }
     if (!live->standard()) continue;
     for (const Client::ListEntry& entry : list.entries) {
       try {

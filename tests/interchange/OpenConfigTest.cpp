@@ -208,6 +208,10 @@ TEST(OpenConfigTest, BadDocumentsChangeNothing) {
             "actions": {"config": {"forwarding-action": "ACCEPT"}}, "ipv4": {"config": {"protocol": 6}}}]}})"),
           "std (ACL_IPV4) entry 3: the list is a standard one and cannot hold it: no ACL line reads back as this "
           "record: a standard list matches on the source address alone");
+  acl.mounts().config->configIs(AclType::mac)->aclIs("ro", AclType::mac, false, true);
+  refused(withSet(R"({"name": "ro", "type": "ACL_L2", "acl-entries": {"acl-entry": [{"sequence-id": 3,
+            "actions": {"config": {"forwarding-action": "ACCEPT"}}}]}})"),
+          "ro (ACL_L2): the list is read-only");
   refused(R"({"interfaces": {"interface": [{"id": "Ethernet1", "ingress-acl-sets": {"ingress-acl-set": [
             {"set-name": "a", "type": "ACL_IPV4"}, {"set-name": "b", "type": "ACL_IPV4"}]}}]}})",
           "interface Ethernet1: two ACL_IPV4 sets on ingress: a and b");
