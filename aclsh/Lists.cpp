@@ -166,7 +166,8 @@ void Shell::Impl::commitList() {
     line(name + ": staged in configuration session " + configName_);
     return;
   }
-  static_cast<void>(edit.session->commitExt(false));
+  // Programmed by every dataplane: nothing is left to revert, so the replaced version goes.
+  if (edit.session->commitExt(false) == AclApi::succeeded) edit.session->cleanupOldConfig();
   settle(edit.session, name, "committed");
 }
 

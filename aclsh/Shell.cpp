@@ -113,6 +113,9 @@ void Shell::Impl::topCommand(const Words& words) {
   if (verb == "platform") return platform(words);
   if (verb == "test" && words.is(1, "packet")) return testPacket(words);
   if (verb == "write") return write();
+  if (verb == "replace") return replaceList(words);
+  if (verb == "import") return importOpenConfig(words);
+  if (verb == "export") return exportOpenConfig(words);
   if (verb == "abort") {
     if (config_) {
       config_.reset();
@@ -135,7 +138,7 @@ void Shell::Impl::topCommand(const Words& words) {
   }
   throw CommandError(words.column(0),
                      "expected a command (access-list, interface, show, platform, dataplane, "
-                     "test packet, configure session, write)");
+                     "test packet, configure session, write, replace, import, export)");
 }
 
 void Shell::Impl::interfaceCommand(const Words& words) {

@@ -1,6 +1,7 @@
 // What the shell shows: lists with where they are bound and whether they are programmed, the
 // running configuration (which the shell reads back as a script), the pending edit and its
-// difference from the committed list; in words, or in JSON for scripts. And `write`.
+// difference from the committed list; in words, or in JSON for scripts. And `write`, and
+// the atomic file write it shares with `export`.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -214,9 +215,12 @@ void Shell::Impl::showDiff() {
 
 void Shell::Impl::write() {
   if (options_.configFile.empty()) throw CommandError(0, "no configuration file: start aclsh with --config FILE");
-  const std::string& path = options_.configFile;
+  writeFile(options_.configFile, runningConfig());
+  line("configuration written to " + options_.configFile);
+}
+
+void writeFile(const std::string& path, const std::string& text) {
   const std::string temporary = path + ".tmp";
-  const std::string text = runningConfig();
   // A whole new file, synced, then renamed over the old one: a crash leaves one or the other.
   const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   bool ok = fd >= 0;
@@ -233,7 +237,6 @@ void Shell::Impl::write() {
     std::remove(temporary.c_str());
     throw CommandError(0, "could not write " + path + ": " + reason);
   }
-  line("configuration written to " + path);
 }
 
 }  // namespace aclsh

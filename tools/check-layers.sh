@@ -13,8 +13,9 @@ declare -A allowed=(
   [text]="text Acl model platform"
   [agent]="agent text Acl model platform"
   [client]="client agent text Acl model platform"
-  [aclsh]="aclsh client agent text Acl model platform"
-  [python]="python client agent text Acl model platform"
+  [interchange]="interchange client agent text Acl model platform"
+  [aclsh]="aclsh interchange client agent text Acl model platform"
+  [python]="python interchange client agent text Acl model platform"
 )
 status=0
 for layer in "${!allowed[@]}"; do

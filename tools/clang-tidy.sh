@@ -12,5 +12,6 @@ for arg in "$@"; do
     *) build=$arg ;;
   esac
 done
-git ls-files 'platform/*.cpp' 'model/*.cpp' 'Acl/*.cpp' 'text/*.cpp' 'agent/*.cpp' 'client/*.cpp' 'aclsh/*.cpp' 'python/*.cpp' |
+git ls-files 'platform/*.cpp' 'model/*.cpp' 'Acl/*.cpp' 'text/*.cpp' 'agent/*.cpp' 'client/*.cpp' 'interchange/*.cpp' 'aclsh/*.cpp' \
+  'python/*.cpp' |
   xargs -P "$(nproc)" -n 2 clang-tidy -p "$build" --quiet --warnings-as-errors='*' "${checks[@]}"

@@ -65,6 +65,10 @@ U32 number(const Words& words, std::size_t i, std::string_view what);
 AclDirection direction(const Words& words, std::size_t i);
 // "ip", "ipv6" or "mac".
 std::optional<AclType> family(std::string_view word);
+// Writes a whole new file, synced, then renamed over `path`; CommandError when that fails.
+void writeFile(const std::string& path, const std::string& text);
+// The whole file, or CommandError naming it.
+std::string readFile(const std::string& path);
 
 class Shell::Impl {
  public:
@@ -127,6 +131,11 @@ class Shell::Impl {
   [[nodiscard]] Ptr<AclApi::ApiSm> newSession(const String& name, AclType type, AclApi::ApiType api,
                                               bool standard = false) const;
   [[nodiscard]] std::string listName(AclType type, const String& name) const;
+
+  // ---- declarative replace and OpenConfig (Interchange.cpp) ----
+  void replaceList(const Words& words);
+  void importOpenConfig(const Words& words);
+  void exportOpenConfig(const Words& words);
 
   // ---- show (Show.cpp) ----
   void show(const Words& words);

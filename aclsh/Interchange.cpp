@@ -1,0 +1,153 @@
+// Whole lists and documents handed over at once: `replace ... access-list NAME FILE` (a list
+// in the shell's own entry syntax), `import openconfig FILE` and `export openconfig [FILE]`.
+#include <fstream>
+#include <sstream>
+
+#include "aclkit/aclsh/internal/ShellImpl.h"
+#include "aclkit/client/Replace.h"
+#include "aclkit/interchange/OpenConfig.h"
+
+namespace aclsh {
+
+namespace {
+
+std::string counted(std::size_t n, const char* what) {
+  return std::to_string(n) + " " + what;
+}
+
+std::string summary(const Client::ReplaceReport& r) {
+  return counted(r.added.size(), "added") + ", " + counted(r.removed.size(), "removed") + ", " +
+         counted(r.moved.size(), "moved") + ", " + counted(r.kept.size(), "kept");
+}
+
+// The entries of a file in the entry syntax: blank lines and lines starting with ! or # are
+// skipped; an entry without a sequence number goes after the highest so far, by tens.
+std::vector<Client::ListEntry> readEntries(const std::string& path, AclType type, bool standard) {
+  std::istringstream text(readFile(path));
+  std::vector<Client::ListEntry> entries;
+  U32 last = 0;
+  std::string line;
+  for (std::size_t n = 1; std::getline(text, line); ++n) {
+    const Words words(line);
+    if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#')) continue;
+    try {
+      const Text::Entry e = Text::parse(line, type, standard);
+      const std::uint64_t sequence = e.sequence ? *e.sequence : std::uint64_t{last} + 10;
+      if (sequence > 0xFFFFFFFFULL)
+        throw CommandError(0, path + ":" + std::to_string(n) + ": no sequence number is left");
+      entries.push_back({static_cast<U32>(sequence), e.body});
+      last = std::max(last, static_cast<U32>(sequence));
+    } catch (const Text::ParseError& e) {
+      throw CommandError(
+          0, path + ":" + std::to_string(n) + ":" + std::to_string(e.column()) + ": expected " + e.expected());
+    }
+  }
+  return entries;
+}
+
+}  // namespace
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  if (!in || !(text << in.rdbuf())) throw CommandError(0, "could not read " + path);
+  return text.str();
+}
+
+// replace ip|ipv6|mac access-list [standard] NAME FILE
+void Shell::Impl::replaceList(const Words& words) {
+  const std::optional<AclType> type = family(words[1]);
+  if (!type || !words.is(2, "access-list")) throw CommandError(words.column(1), "expected ip, ipv6 or mac access-list");
+  const bool standard = words.is(3, "standard");
+  const std::size_t nameAt = 3 + (standard ? 1 : 0);
+  if (standard && *type != AclType::ip)
+    throw CommandError(words.column(3), "expected a list name (only ip lists are standard)");
+  if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
+  if (words[nameAt + 1].empty()) throw CommandError(words.column(nameAt + 1), "expected a file");
+  if (words.size() > nameAt + 2) throw CommandError(words.column(nameAt + 2), "expected the end of the line");
+  const String name(words[nameAt]);
+  const std::string subject = listName(*type, name);
+  const Ptr<Acl::Input::AclTypeConfig> table = (config_ ? config_->config() : library_.mounts().config)->config(*type);
+  if (const Ptr<Acl::AclConfig> existing = table ? table->acl(name) : nullptr;
+      existing && existing->standard() != standard) {
+    throw CommandError(0, subject + (existing->standard() ? " is a standard list" : " is not a standard list"));
+  }
+  const std::vector<Client::ListEntry> entries = readEntries(std::string(words[nameAt + 1]), *type, standard);
+  Client::ReplaceResult r;
+  try {
+    r = Client::replaceList(library_, name, *type, entries, standard, /*cleanup=*/config_ != nullptr, config_.get());
+  } catch (const std::invalid_argument& e) {
+    throw CommandError(0, subject + ": " + e.what());
+  }
+  if (!r.session) return line(subject + ": unchanged (" + counted(r.report.kept.size(), "kept") + ")");
+  switch (r.state) {
+    case AclApi::errReadOnly:
+      throw CommandError(0, subject + " is read-only");
+    case AclApi::failed:
+    case AclApi::errRuleExists:
+    case AclApi::errSequenceOutOfRange:
+      throw CommandError(0, subject + ": the edit was refused (" + std::string(stringValue(r.state).view()) + ")");
+    default:
+      settle(r.session, subject, "replaced: " + summary(r.report));
+  }
+}
+
+// import openconfig FILE
+void Shell::Impl::importOpenConfig(const Words& words) {
+  if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
+  if (words[2].empty()) throw CommandError(words.column(2), "expected a file");
+  if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
+  if (config_) throw CommandError(0, "import works on the running configuration: commit or abort the session first");
+  const std::string path(words[2]);
+  Interchange::ImportResult r;
+  try {
+    r = Interchange::importOpenConfig(library_, readFile(path));
+  } catch (const Interchange::ImportError& e) {
+    throw CommandError(0, path + ": " + e.what());
+  }
+  for (const Interchange::Finding& f : r.findings) line("note: " + f.text());
+  for (const Interchange::ListOutcome& list : r.lists) {
+    const std::string subject = listName(list.type, list.name);
+    if (!list.result.session) {
+      line(subject + ": unchanged (" + counted(list.result.report.kept.size(), "kept") + ")");
+    } else {
+      settle(list.result.session, subject, "replaced: " + summary(list.result.report));
+    }
+  }
+  std::size_t kept = 0;
+  for (const Client::BindingChange& change : r.bindings ? r.bindings->changes : std::vector<Client::BindingChange>()) {
+    const Client::Binding& b = change.binding;
+    const std::string how = std::string(stringValue(b.direction).view());
+    if (change.kind == Client::BindingChange::Kind::kept) {
+      ++kept;
+      continue;
+    }
+    const bool attached = change.kind == Client::BindingChange::Kind::attached;
+    settle(change.session, "interface " + std::string(b.interface.view()),
+           listName(b.type, b.list) + (attached ? " bound " : " unbound ") + how);
+  }
+  if (kept != 0) line(counted(kept, kept == 1 ? "binding" : "bindings") + " unchanged");
+  if (!r.complete) {
+    throw CommandError(0, path +
+                              ": import stopped at the refusal above; what it reported before stands, the rest "
+                              "is untouched");
+  }
+}
+
+// export openconfig [FILE]
+void Shell::Impl::exportOpenConfig(const Words& words) {
+  if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
+  if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
+  const Interchange::ExportResult r = Interchange::exportOpenConfig(library_);
+  if (words[2].empty()) {
+    out_ << r.json;
+    for (const Interchange::Finding& f : r.findings) err_ << "note: " << f.text() << '\n';
+    return;
+  }
+  const std::string path(words[2]);
+  writeFile(path, r.json);
+  for (const Interchange::Finding& f : r.findings) line("note: " + f.text());
+  line("openconfig written to " + path);
+}
+
+}  // namespace aclsh

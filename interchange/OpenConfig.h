@@ -1,0 +1,113 @@
+// Lists and bindings as OpenConfig ACL documents (the openconfig-acl model, JSON as RFC 7951
+// writes it), both ways.
+//
+//   Interchange::ImportResult r = Interchange::importOpenConfig(acl, text);
+//   for (const Interchange::Finding& f : r.findings) std::cerr << f.text() << '\n';
+//   Interchange::ExportResult e = Interchange::exportOpenConfig(acl);   // e.json, e.findings
+//
+// Reading takes the document with or without its "openconfig-acl:acl" wrapper, member names
+// and identities bare or module-prefixed ("ACL_IPV4", "openconfig-acl:ACL_IPV4"). It maps:
+//   acl-set (name, type ACL_IPV4 | ACL_IPV6 | ACL_L2)  -> the list of family ip | ipv6 | mac
+//   acl-entry sequence-id                              -> the entry's sequence
+//   ipv4 / ipv6 source-address, destination-address    -> src, dst with mask or prefix length
+//   ipv4 / ipv6 protocol (number or IP_TCP ...)         -> protocol
+//   dscp (or a dscp-set of one), length, hop-limit     -> dscp, ip-length eq, ttl / hop-limit eq
+//   transport source-port, destination-port            -> port eq N, range L..H (ANY: none)
+//   transport TCP_INITIAL, explicit flags (mode ALL)   -> TCP flags
+//   l2 source-mac[-mask], destination-mac[-mask], ethertype
+//   actions ACCEPT | DROP, log-action LOG_SYSLOG       -> permit | deny, log
+//   interfaces/interface ingress- / egress-acl-sets    -> bindings in / out
+// Whatever else a document holds is reported as a Finding, by entry and field, and left out:
+// entry and set descriptions, REJECT (imported as deny: no ICMP reply is sent), TCP_ESTABLISHED
+// (imported as "ack": a packet with only RST set is not matched), FRAGMENT, prefix and port
+// sets, ICMP matches, flow labels, members of other modules. The state containers mirror the
+// configuration and are not read. A document the model cannot stand for at all (an ACL_MIXED
+// set, a missing or repeated key, a bad address) raises ImportError and changes nothing.
+//
+// Writing gives every list of the running configuration and every binding; what a record holds
+// beyond the model (remarks, a non-contiguous mask, neq ports, VLAN, payload, mirror, counters
+// and the rest) is reported by entry and field, and the entry goes out without it.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "aclkit/client/Replace.h"
+
+namespace Interchange {
+
+using Client::AclType;
+using Client::U32;
+using fwk::String;
+
+// Something that did not cross between the document and the model.
+struct Finding {
+  std::string list;                        // "web (ACL_IPV4)"; empty for the document as a whole
+  std::optional<U32> sequence;             // the entry, when it is one entry's
+  std::string field;                       // "transport/config/builtin-detail"
+  std::string what;                        // "FRAGMENT has no per-entry match here; left out"
+  [[nodiscard]] std::string text() const;  // "web (ACL_IPV4) entry 10: transport/...: FRAGMENT ..."
+};
+
+// A document that cannot be read: what, and where in it.
+class ImportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct List {
+  String name;
+  AclType type = AclType::ip;
+  std::vector<Client::ListEntry> entries;
+};
+
+struct Document {
+  std::vector<List> lists;                               // in document order
+  std::optional<std::vector<Client::Binding>> bindings;  // when the document has interfaces
+  std::vector<Finding> findings;
+};
+
+// Reads a whole document; ImportError when it cannot stand for lists and bindings.
+[[nodiscard]] Document readOpenConfig(std::string_view json);
+
+struct ListOutcome {
+  String name;
+  AclType type = AclType::ip;
+  Client::ReplaceResult result;
+};
+
+struct ImportResult {
+  std::vector<Finding> findings;
+  // Each list of the document, in its order, up to the one that stopped the import.
+  std::vector<ListOutcome> lists;
+  // The bindings' replace, when the document has interfaces and every list went through.
+  std::optional<Client::BindingsResult> bindings;
+  // Every list and binding reached the configuration (committed, or waiting for dataplanes, or
+  // with a hardware error each session can revert).
+  bool complete = false;
+};
+
+// A declarative replace of every list in the document, then of the bindings when it has
+// interfaces (lists it does not name, and the bindings of a document without interfaces, are
+// left alone). All-or-nothing as far as the sessions allow: the whole document is read,
+// converted and checked against the configuration (family, standard lists) before any session
+// opens, so bad input changes nothing (ImportError). Lists are then committed one by one, each
+// in its own session, and bindings last. A commit a session refuses (another session's
+// conflicting change, a read-only list) stops the import there: the lists before it stay
+// committed (a session cannot revert a commit the dataplanes have programmed), that list is
+// dropped as the session left it, and the later lists and the bindings are untouched; the
+// result says which. Commits keep what revert needs (commitExt(false)).
+[[nodiscard]] ImportResult importOpenConfig(const Client::Library& library, std::string_view json);
+
+struct ExportResult {
+  std::string json;  // {"openconfig-acl:acl": {...}}, indented
+  std::vector<Finding> findings;
+};
+
+// Every list (current versions) and every binding of the running configuration.
+[[nodiscard]] ExportResult exportOpenConfig(const Client::Library& library);
+
+}  // namespace Interchange
