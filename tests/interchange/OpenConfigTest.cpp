@@ -66,7 +66,7 @@ TEST(OpenConfigSamplesTest, EverySharedSampleImportsAndReportsWhatItHoldsBeyondT
       descriptions += f.field == "acl-sets/acl-set/acl-entries/acl-entry/config/description" ? 1 : 0;
     }
     EXPECT_EQ(descriptions, entries);
-    if (file.path().filename() == "capirca_good_json_everything.json") {
+    if (file.path().filename() == "everything.json") {
       EXPECT_EQ(lines(acl, AclType::ip, "test-filter"),
                 (std::vector<std::string>{"1 permit udp host 10.2.3.4 host 10.2.3.4 eq 53",
                                           "2 permit tcp host 10.2.3.4 host 10.2.3.4 eq 53 syn !ack"}));
@@ -75,20 +75,20 @@ TEST(OpenConfigSamplesTest, EverySharedSampleImportsAndReportsWhatItHoldsBeyondT
                 "builtin-detail: FRAGMENT has no per-entry match here; left out");
       EXPECT_EQ(r.findings.size(), 3U);
     }
-    if (file.path().filename() == "capirca_good_json_dport_tcp_established.json") {
+    if (file.path().filename() == "dport_tcp_established.json") {
       EXPECT_EQ(lines(acl, AclType::ip, "test-filter"), std::vector<std::string>{"1 permit tcp any any eq 53 ack"});
       EXPECT_EQ(r.findings.size(), 2U);
     }
-    if (file.path().filename() == "capirca_good_json_mixed_daddr.json") {
+    if (file.path().filename() == "mixed_daddr.json") {
       EXPECT_EQ(lines(acl, AclType::ipv6, "test-mixed-filter6"),
                 std::vector<std::string>{"2 permit ipv6 any host 2001:4860:8000::5"});
     }
-    if (entries == descriptions && file.path().filename() != "capirca_good_json_everything.json" &&
-        file.path().filename() != "capirca_good_json_dport_tcp_established.json") {
+    if (entries == descriptions && file.path().filename() != "everything.json" &&
+        file.path().filename() != "dport_tcp_established.json") {
       EXPECT_EQ(r.findings.size(), entries);
     }
   }
-  EXPECT_EQ(samples, 8U) << "the shared samples are expected in " << ACLKIT_OPENCONFIG_SAMPLES;
+  EXPECT_EQ(samples, 8U) << "the public samples are expected in " << ACLKIT_OPENCONFIG_SAMPLES;
 }
 
 // Wrapper, prefixed member names and identities, all three families, every mapped field,
