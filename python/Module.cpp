@@ -12,4 +12,5 @@ PYBIND11_MODULE(aclkit, m) {
   Python::bindRecords(m);
   Python::bindSessions(m);
   Python::bindAgents(m);
+  Python::bindInterchange(m);
 }

@@ -39,17 +39,6 @@ py::list entriesOf(const Acl::AclSubConfig& version) {
   return all;
 }
 
-Text::EntryBody bodyOf(py::handle object) {
-  std::optional<Text::EntryBody> body;
-  Acl::forEachFamily([&](auto family) {
-    using Rule = typename decltype(family)::Rule;
-    if (!body && py::isinstance<Rule>(object)) body = object.cast<Rule>();
-  });
-  if (!body && py::isinstance<Acl::RemarkConfig>(object)) body = object.cast<Acl::RemarkConfig>();
-  if (!body) throw fwk::TypeConversionError("expected a rule record or a Remark");
-  return *body;
-}
-
 // The version an edit started from, so that leaving the block knows whether the block committed.
 struct Edit {
   Ptr<ApiSm> session;
@@ -88,6 +77,17 @@ const char* const editDoc =
     "every dataplane already confirmed has let go of what revert needs, and stays).";
 
 }  // namespace
+
+Text::EntryBody bodyOf(py::handle object) {
+  std::optional<Text::EntryBody> body;
+  Acl::forEachFamily([&](auto family) {
+    using Rule = typename decltype(family)::Rule;
+    if (!body && py::isinstance<Rule>(object)) body = object.cast<Rule>();
+  });
+  if (!body && py::isinstance<Acl::RemarkConfig>(object)) body = object.cast<Acl::RemarkConfig>();
+  if (!body) throw fwk::TypeConversionError("expected a rule record or a Remark");
+  return *body;
+}
 
 void bindSessions(py::module_& m) {
   py::class_<fwk::StateStore>(m, "Store", "An embedded state store: a tree of directories of entities.")

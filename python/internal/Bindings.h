@@ -15,6 +15,7 @@
 #include "aclkit/platform/fwk/Strep.h"
 #include "aclkit/platform/fwk/TypeInfo.h"
 #include "aclkit/platform/fwk/Value.h"
+#include "aclkit/text/AclText.h"
 
 // Python objects hold entities by the framework's own intrusive count, so that a Python
 // reference and a C++ one keep the same object alive.
@@ -62,6 +63,10 @@ bool setField(void* record, const std::vector<fwk::FieldInfo>& fields, std::stri
 // The member of the module's enum.IntEnum class `typeName` ("ApiState") with that number.
 py::object enumMember(std::string_view typeName, std::int64_t number);
 
+// A rule record of any family or a Remark, as the entry body the client layer takes;
+// fwk::TypeConversionError for anything else.
+Text::EntryBody bodyOf(py::handle object);
+
 // ---- one function per group of names -------------------------------------------------------
 
 void bindErrors(py::module_& m);
@@ -70,6 +75,7 @@ void bindReflection(py::module_& m);
 void bindRecords(py::module_& m);
 void bindSessions(py::module_& m);
 void bindAgents(py::module_& m);
+void bindInterchange(py::module_& m);
 
 }  // namespace Python
 

@@ -154,3 +154,27 @@ def test_the_commit_session_as_a_context_manager(lib):
             raise RuntimeError("the handler failed")
     dp.tick()
     assert entries(lib) == [(10, WEB)] and s.apiState is ApiState.succeeded and dp.upToDate
+
+
+def test_a_whole_list_handed_over_changes_only_what_differs_and_crosses_openconfig(lib):
+    dp1, = bound(lib, "dp1")
+    first = lib.replaceList("web", AclType.ip, [(10, WEB), (20, aclkit.Remark("ssh below")), (30, SSH)])
+    assert first.state is ApiState.succeeded and first.added == [10, 20, 30]
+    assert lib.replaceList("web", AclType.ip, [(30, SSH), (20, aclkit.Remark("ssh below")), (10, WEB)]).session is None
+    changed = lib.replaceList("web", AclType.ip, [(10, WEB), (20, aclkit.Remark("ssh below")), (30, DENY)])
+    assert (changed.removed, changed.added, changed.kept) == ([30], [30], [10, 20])
+    assert (dp1.lastRun["added"], dp1.lastRun["removed"]) == (1, 1)
+    with pytest.raises(ValueError, match="sequence"):
+        lib.replaceList("web", AclType.ip, [(0, WEB)])
+    assert entries(lib) == [(10, WEB), (20, aclkit.Remark("ssh below")), (30, DENY)]
+
+    document, findings = lib.exportOpenConfig()
+    assert any("remark" in f for f in findings), findings  # remarks have no place in the model
+    other = aclkit.Library(aclkit.Store())
+    imported = other.importOpenConfig(document)
+    assert imported.complete and [(n, t) for n, t, _ in imported.lists] == [("web", AclType.ip)]
+    assert other.bindings() == lib.bindings() == [("Ethernet1", AclDirection.in_, AclType.ip, "web")]
+    assert [rule for _, rule in entries(other)] == [WEB, DENY]
+    with pytest.raises(aclkit.OpenConfigError):
+        other.importOpenConfig('{"acl-sets": {"acl-set": [{"name": "x", "type": "ACL_MIXED"}]}}')
+    assert [rule for _, rule in entries(other)] == [WEB, DENY]
