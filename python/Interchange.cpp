@@ -121,6 +121,7 @@ void bindInterchange(py::module_& m) {
           "replaceBindings",
           [](const Client::Library& lib, const std::vector<BindingTuple>& desired) {
             std::vector<Client::Binding> bindings;
+            bindings.reserve(desired.size());
             for (const auto& [intf, direction, type, list] : desired) bindings.push_back({intf, direction, type, list});
             return changesOf(Client::replaceBindings(lib, bindings));
           },
