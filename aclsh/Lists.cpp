@@ -166,8 +166,7 @@ void Shell::Impl::commitList() {
     line(name + ": staged in configuration session " + configName_);
     return;
   }
-  // Programmed by every dataplane: nothing is left to revert, so the replaced version goes.
-  if (edit.session->commitExt(false) == AclApi::succeeded) edit.session->cleanupOldConfig();
+  static_cast<void>(edit.session->commitExt(false));
   settle(edit.session, name, "committed");
 }
 
@@ -260,6 +259,9 @@ void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, 
       return;
   }
   if (!platformAccepts(session, subject, change)) return;
+  // Accepted and programmed by every dataplane: nothing is left to revert, so the version the
+  // commit replaced goes (a commit still waiting lets go of it once it is programmed).
+  if (state == AclApi::succeeded) letGoOfReplaced(*session);
   std::string outcome = change;
   if (state == AclApi::succeeded && dataplanesWaitedFor() != 0) {
     outcome += session->attachedToDp() ? ", programmed by every dataplane" : " (bound to no interface yet)";
@@ -307,12 +309,46 @@ bool Shell::Impl::platformAccepts(const Ptr<ApiSm>& session, const std::string& 
   for (const auto& [key, message] : earlier) session->errStringIs(key, message);
   if (accepted) return true;
   session->errStringDelAll();
-  const ApiState undone = session->revert();
+  const ApiState undone = undo(session);
   line(subject + ": " + change + ", refused by the platform (" + joined(refusals) + "): undone" +
        (undone == AclApi::succeeded || undone == AclApi::waitingForHw
             ? ""
             : " (" + std::string(stringValue(undone).view()) + ")"));
   return false;
+}
+
+ApiState Shell::Impl::undo(const Ptr<ApiSm>& session) {
+  if (session->apiType() != AclApi::commit_ || session->currentAcl()) return session->revert();
+  // Every dataplane took the commit, so the session let go of the scratchpad revert needs; a
+  // second commit puts back the version it replaced, or removes the list it made.
+  const String& name = session->aclName();
+  const AclType type = session->aclType();
+  if (!session->origAclConfig()) return newSession(name, type, AclApi::remove_, session->standard())->remove();
+  const Ptr<ApiSm> again = newSession(name, type, AclApi::commit_, session->standard());
+  const Ptr<Acl::AclSubConfig> refused = again->currentAcl();
+  ApiState state = refused && (!refused->ruleBySequence().empty() || !refused->remarkBySequence().empty())
+                       ? again->removeRuleBySequence(0, again->maxSequence())
+                       : AclApi::succeeded;
+  if (const Ptr<Acl::AclSubConfig> before = session->origAclSubConfig()) {
+    for (const Client::ListEntry& entry : Client::entriesOf(*before, type)) {
+      if (state != AclApi::succeeded) break;
+      std::visit(
+          [&](const auto& body) {
+            using Body = std::decay_t<decltype(body)>;
+            if constexpr (std::is_same_v<Body, Acl::RemarkConfig>) state = again->addRemark(body, entry.sequence);
+            if constexpr (std::is_same_v<Body, Acl::IpRuleConfig>) state = again->addIpRule(entry.sequence, body);
+            if constexpr (std::is_same_v<Body, Acl::Ip6RuleConfig>) state = again->addIp6Rule(entry.sequence, body);
+            if constexpr (std::is_same_v<Body, Acl::MacRuleConfig>) state = again->addMacRule(entry.sequence, body);
+          },
+          entry.body);
+    }
+    if (state == AclApi::succeeded)
+      state = before->countersEnabled() ? again->enableCounters() : again->disableCounters();
+    if (state == AclApi::succeeded) {
+      state = before->fragmentsEnabled() ? again->enableFragments() : again->disableFragments();
+    }
+  }
+  return state == AclApi::succeeded ? again->commit() : state;
 }
 
 std::size_t Shell::Impl::dataplanesWaitedFor() const {
@@ -325,7 +361,14 @@ std::size_t Shell::Impl::dataplanesWaitedFor() const {
 }
 
 void Shell::Impl::sweep() {
-  std::erase_if(outstanding_, [](const std::unique_ptr<Outstanding>& o) { return o->done; });
+  std::erase_if(outstanding_, [](const std::unique_ptr<Outstanding>& o) {
+    if (o->done) letGoOfReplaced(*o->session);
+    return o->done;
+  });
+}
+
+void Shell::Impl::letGoOfReplaced(ApiSm& session) {
+  if (session.apiType() == AclApi::commit_ && session.apiState() == AclApi::succeeded) session.cleanupOldConfig();
 }
 
 void Shell::Impl::revertFailed() {

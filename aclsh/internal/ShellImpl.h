@@ -128,6 +128,8 @@ class Shell::Impl {
   // The capability check of a list bound to the hardware: a change the platform cannot
   // program is reverted by the session that wrote it. False when it was refused.
   bool platformAccepts(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
+  // Undoes a change the platform refused after it was made.
+  AclApi::ApiState undo(const Ptr<AclApi::ApiSm>& session);
   [[nodiscard]] Ptr<AclApi::ApiSm> newSession(const String& name, AclType type, AclApi::ApiType api,
                                               bool standard = false) const;
   [[nodiscard]] std::string listName(AclType type, const String& name) const;
@@ -167,6 +169,8 @@ class Shell::Impl {
   [[nodiscard]] std::size_t dataplanesWaitedFor() const;
   // Lets go of sessions whose outcome has been reported.
   void sweep();
+  // After a commit that stands: the version it replaced, kept for revert, goes.
+  static void letGoOfReplaced(AclApi::ApiSm& session);
 
   Client::Library library_;
   std::ostream& out_;

@@ -202,9 +202,22 @@ TEST(AclshTest, RefusalsAndConflictsChangeNothingTheySayTheyDoNot) {
             "ip access-list web: not committed: another session changed it since this edit began; "
             "this edit is dropped\n");
   EXPECT_EQ(run.running(), "ip access-list web\n   10 permit tcp any any\n!\n");
-  // The same rules at new places are a change all the same: the renumbering is committed.
+  // A commit the platform refuses once every dataplane has taken it is put back as it was,
+  // flags included.
+  ASSERT_TRUE(
+      run.script("platform all on\nplatform ip-mirror off\ndataplane dp1\ninterface Ethernet1\n"
+                 "ip access-group web in\nexit\nip access-list web\ncounters per-entry\n"
+                 "20 permit ip any any mirror tap1\nexit\n"));
+  EXPECT_NE(run.out.str().find("refused by the platform (mirror not supported): undone\n"), std::string::npos)
+      << run.out.str();
+  EXPECT_EQ(run.running(),
+            "ip access-list web\n   10 permit tcp any any\n!\ninterface Ethernet1\n   ip access-group "
+            "web in\n!\n");
+
   ASSERT_TRUE(run.script("ip access-list web\nresequence 100 10\nexit\n"));
-  EXPECT_EQ(run.running(), "ip access-list web\n   100 permit tcp any any\n!\n");
+  EXPECT_EQ(run.running(),
+            "ip access-list web\n   100 permit tcp any any\n!\ninterface Ethernet1\n   ip access-group "
+            "web in\n!\n");
 }
 
 }  // namespace
