@@ -56,13 +56,13 @@ IpRuleConfig aliasRule() {
 
 void edit(World& w) {
   w.s = w.session("web");
-  w.s->removeRuleBySequence(10, 10);
-  w.s->addIpRule(30, ipRule(22));
-  w.s->addIpRule(40, aliasRule());
+  static_cast<void>(w.s->removeRuleBySequence(10, 10));
+  static_cast<void>(w.s->addIpRule(30, ipRule(22)));
+  static_cast<void>(w.s->addIpRule(40, aliasRule()));
 }
 void committed(World& w) {
   edit(w);
-  w.s->commitExt(false);
+  static_cast<void>(w.s->commitExt(false));
 }
 void nothing(World&) {}
 
@@ -85,32 +85,33 @@ struct Scenario {
 
 const Scenario scenarios[] = {
     {"session creation", nothing, [](World& w) { w.s = w.session("web"); }},
-    {"add with an automatic number", edit, [](World& w) { w.s->addIpRule(0, ipRule(8080)); }},
-    {"remark with an automatic number", edit, [](World& w) { w.s->addRemark(RemarkConfig(String("r")), 0); }},
+    {"add with an automatic number", edit, [](World& w) { static_cast<void>(w.s->addIpRule(0, ipRule(8080))); }},
+    {"remark with an automatic number", edit,
+     [](World& w) { static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 0)); }},
     {"remark removal",
      [](World& w) {
        edit(w);
-       w.s->addRemark(RemarkConfig(String("r")), 25);
+       static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 25));
      },
-     [](World& w) { w.s->removeRemark(RemarkConfig(String("r")), 0); }},
-    {"removal by place", edit, [](World& w) { w.s->removeRuleBySequence(1, 35); }},
-    {"removal by content", edit, [](World& w) { w.s->removeIpRuleByConfig(ipRule(443)); }},
-    {"resequence", edit, [](World& w) { w.s->resequence(100, 5); }},
-    {"counters", edit, [](World& w) { w.s->enableCounters(); }},
-    {"commit", edit, [](World& w) { w.s->commit(); }},
-    {"commit kept for revert", edit, [](World& w) { w.s->commitExt(false); }},
+     [](World& w) { static_cast<void>(w.s->removeRemark(RemarkConfig(String("r")), 0)); }},
+    {"removal by place", edit, [](World& w) { static_cast<void>(w.s->removeRuleBySequence(1, 35)); }},
+    {"removal by content", edit, [](World& w) { static_cast<void>(w.s->removeIpRuleByConfig(ipRule(443))); }},
+    {"resequence", edit, [](World& w) { static_cast<void>(w.s->resequence(100, 5)); }},
+    {"counters", edit, [](World& w) { static_cast<void>(w.s->enableCounters()); }},
+    {"commit", edit, [](World& w) { static_cast<void>(w.s->commit()); }},
+    {"commit kept for revert", edit, [](World& w) { static_cast<void>(w.s->commitExt(false)); }},
     {"commit patching in place",
      [](World& w) {
        w.s = w.session("web");
-       w.s->resequence(5, 5);
+       static_cast<void>(w.s->resequence(5, 5));
      },
-     [](World& w) { w.s->commit(); }},
+     [](World& w) { static_cast<void>(w.s->commit()); }},
     {"commit of a new list",
      [](World& w) {
        w.s = w.session("fresh");
-       w.s->addIpRule(0, aliasRule());
+       static_cast<void>(w.s->addIpRule(0, aliasRule()));
      },
-     [](World& w) { w.s->commit(); }},
+     [](World& w) { static_cast<void>(w.s->commit()); }},
     {"hardware completion", committed, [](World& w) { answer(w, nullptr); }},
     {"hardware error", committed, [](World& w) { answer(w, "no room"); }},
     {"revert",
@@ -118,30 +119,31 @@ const Scenario scenarios[] = {
        committed(w);
        answer(w, "no room");
      },
-     [](World& w) { w.s->revert(); }},
+     [](World& w) { static_cast<void>(w.s->revert()); }},
     {"cleanup",
      [](World& w) {
        committed(w);
        answer(w, nullptr);
      },
-     [](World& w) { w.s->cleanupOldConfig(); }},
+     [](World& w) { static_cast<void>(w.s->cleanupOldConfig()); }},
     {"alias update", [](World& w) { committed(w), answer(w, nullptr), w.s = w.session("web"); },
      [](World& w) {
        PayloadValue value;
        value.offsetIs(4);
-       w.s->updateUdfAliasInAcls("key", value);
+       static_cast<void>(w.s->updateUdfAliasInAcls("key", value));
      }},
-    {"remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); }, [](World& w) { w.s->remove(); }},
+    {"remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); },
+     [](World& w) { static_cast<void>(w.s->remove()); }},
     {"attach", [](World& w) { w.s = w.session("other", AclType::ip, attach_); },
-     [](World& w) { w.s->attach("Ethernet1", AclDirection::in); }},
+     [](World& w) { static_cast<void>(w.s->attach("Ethernet1", AclDirection::in)); }},
     {"detach", [](World& w) { w.s = w.session("web", AclType::ip, detach_); },
-     [](World& w) { w.s->detach("Ethernet1", AclDirection::in); }},
+     [](World& w) { static_cast<void>(w.s->detach("Ethernet1", AclDirection::in)); }},
     {"attach revert",
      [](World& w) {
        w.s = w.session("other", AclType::ip, attach_);
-       w.s->attach("Ethernet1", AclDirection::in);
+       static_cast<void>(w.s->attach("Ethernet1", AclDirection::in));
      },
-     [](World& w) { w.s->revert(); }},
+     [](World& w) { static_cast<void>(w.s->revert()); }},
     {"configuration session commit", nothing,
      [](World& w) {
        AclConfigSession session(w.acl);
