@@ -838,11 +838,19 @@ ExportResult exportOpenConfig(const Client::Library& library) {
   return out;
 }
 
+// Built by appending: GCC 12 at -O3 misreads "literal" + string as an overlapping copy.
 std::string Finding::text() const {
   std::string out = list;
-  if (sequence) out += (out.empty() ? "" : " ") + std::string("entry ") + std::to_string(*sequence);
-  if (!field.empty()) out += (out.empty() ? "" : ": ") + field;
-  return out + (out.empty() ? "" : ": ") + what;
+  if (sequence) {
+    out += out.empty() ? "entry " : " entry ";
+    out += std::to_string(*sequence);
+  }
+  for (const std::string* part : {&field, &what}) {
+    if (part->empty() && part == &field) continue;
+    if (!out.empty()) out += ": ";
+    out += *part;
+  }
+  return out;
 }
 
 }  // namespace Interchange
