@@ -56,7 +56,7 @@ TEST(ThreadTest, TheLastReferenceMayGoOnAnotherThread) {
   // while it lives there.
   build::SessionWorld world;
   Ptr<AclApi::ApiSm> session = world.session("web");
-  session->addIpRule(10, build::ipRule(80));
+  ASSERT_EQ(session->addIpRule(10, build::ipRule(80)), AclApi::succeeded);
   onThreads([held = session] {
     for (int i = 0; i < kRounds; ++i) Ptr<AclApi::ApiSm> copy = held;
   });
