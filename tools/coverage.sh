@@ -11,9 +11,9 @@ gcovr --root . --object-directory build/coverage --filter 'platform/' --filter '
 python3 - build/coverage/summary.json <<'PY'
 import json, re, sys
 floors = {  # directory: (lines %, branches %)
-    "platform": (93, 54),
-    "model": (98, 75),
-    "Acl": (97, 87),
+    "platform": (95, 61),
+    "model": (98, 78),
+    "Acl": (97, 88),
 }
 totals = {}
 for f in json.load(open(sys.argv[1]))["files"]:
