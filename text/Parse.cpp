@@ -366,6 +366,33 @@ bool familyOption(Cursor& in, Ip6RuleConfig&, Ip6Filter& f, Seen& seen) {
   return true;
 }
 
+// The source (or destination) of an IP filter, as its family writes addresses: IPv4 with a
+// mask, IPv6 with a prefix length.
+template <class Filter>
+void sourceIs(Cursor& in, Filter& f) {
+  if constexpr (std::is_same_v<Filter, Ip6Filter>) {
+    auto [src, length] = ip6Address(in, "a source prefix, host or any");
+    f.srcIs(src);
+    f.srcPrefixLenIs(length);
+  } else {
+    auto [src, mask] = ip4Address(in, "a source address, host or any");
+    f.srcIs(src);
+    f.srcMaskIs(mask);
+  }
+}
+template <class Filter>
+void destinationIs(Cursor& in, Filter& f) {
+  if constexpr (std::is_same_v<Filter, Ip6Filter>) {
+    auto [dst, length] = ip6Address(in, "a destination prefix, host or any");
+    f.dstIs(dst);
+    f.dstPrefixLenIs(length);
+  } else {
+    auto [dst, mask] = ip4Address(in, "a destination address, host or any");
+    f.dstIs(dst);
+    f.dstMaskIs(mask);
+  }
+}
+
 template <class Rule>
 Rule ipRule(Cursor& in, RuleAction action, bool standard) {
   Rule rule;
@@ -374,9 +401,7 @@ Rule ipRule(Cursor& in, RuleAction action, bool standard) {
   Seen seen;
   if constexpr (isIp4<Rule>) {
     if (standard) {
-      auto [src, srcMask] = ip4Address(in, "a source address, host or any");
-      f.srcIs(src);
-      f.srcMaskIs(srcMask);
+      sourceIs(in, f);
       rule.filterIs(f);
       while (!in.atEnd()) {
         if (!actionOption(in, rule, seen)) in.fail("log, mirror, copy-to-cpu, count or the end of the line");
@@ -385,25 +410,9 @@ Rule ipRule(Cursor& in, RuleAction action, bool standard) {
     }
   }
   ipProtocol<Rule>(in, f);
-  if constexpr (isIp4<Rule>) {
-    auto [src, srcMask] = ip4Address(in, "a source address, host or any");
-    f.srcIs(src);
-    f.srcMaskIs(srcMask);
-  } else {
-    auto [src, srcLength] = ip6Address(in, "a source prefix, host or any");
-    f.srcIs(src);
-    f.srcPrefixLenIs(srcLength);
-  }
+  sourceIs(in, f);
   if (valueOpNamed(in.peek())) f.srcPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
-  if constexpr (isIp4<Rule>) {
-    auto [dst, dstMask] = ip4Address(in, "a destination address, host or any");
-    f.dstIs(dst);
-    f.dstMaskIs(dstMask);
-  } else {
-    auto [dst, dstLength] = ip6Address(in, "a destination prefix, host or any");
-    f.dstIs(dst);
-    f.dstPrefixLenIs(dstLength);
-  }
+  destinationIs(in, f);
   if (valueOpNamed(in.peek())) f.dstPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
   icmpMessage<Rule>(in, f);
 
