@@ -260,9 +260,17 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
     // operation is undone the cached sequence comes back with everything else.
     void ruleBySequenceChanged(const U32& sequence) override { followPlace(sequence); }
     void remarkBySequenceChanged(const U32& sequence) override { followPlace(sequence); }
+    // A copy into the fresh scratchpad fills a collection at once: its highest place is what
+    // following every entry in ascending order would have left.
+    void ruleBySequenceFilled() override { followHighest(notifier()->ruleBySequence()); }
+    void remarkBySequenceFilled() override { followHighest(notifier()->remarkBySequence()); }
 
    private:
     void followPlace(U32 sequence);
+    template <class Map>
+    void followHighest(const Map& places) {
+      if (!places.empty()) followPlace((*places.last()).first);
+    }
 
     ApiSm& owner_;
   };

@@ -86,6 +86,12 @@ bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclS
   bool equal = false;
   const bool known = withFamily(aclType, [&](auto family) {
     using F = decltype(family);
+    // Versions that share their places and their records (a copy not edited since) are
+    // equal unread; their counts agree, so no mismatch goes untraced.
+    if (a->ruleBySequence().sharesAllWith(b->ruleBySequence()) && F::records(*a).sharesAllWith(F::records(*b))) {
+      equal = true;
+      return;
+    }
     equal = rulesInOrder([&](const auto& x, const auto& y) {
       return sameRuleContent(F::records(*a), x.second, F::records(*b), y.second);
     });
@@ -97,6 +103,8 @@ bool AclConfigCopyHandler::equalRuleConfig(AclType aclType, const Ptr<const AclS
 bool AclConfigCopyHandler::equalSequence(const Ptr<const AclSubConfig>& a, const Ptr<const AclSubConfig>& b) const {
   FWK_ASSERT_TEXT(a, "a");
   FWK_ASSERT_TEXT(b, "b");
+  // One storage holds the same entries (and so as many): nothing to read, nothing to trace.
+  if (a->ruleBySequence().sharesAllWith(b->ruleBySequence())) return true;
   return sameInOrder("equalSequence", "sequence count mismatch - ", a->ruleBySequence(), b->ruleBySequence(),
                      [](const auto& x, const auto& y) { return x.first == y.first; });
 }
@@ -105,6 +113,7 @@ bool AclConfigCopyHandler::equalRemark(const Ptr<const AclSubConfig>& a, const P
   FWK_ASSERT_TEXT(a, "a");
   FWK_ASSERT_TEXT(b, "b");
   // "remarek" is spelled so on purpose: log scrapers match this text.
+  if (a->remarkBySequence().sharesAllWith(b->remarkBySequence())) return true;
   return sameInOrder("equalRemark", "remarek count mismatch - ", a->remarkBySequence(), b->remarkBySequence(),
                      [](const auto& x, const auto& y) { return x.first == y.first && x.second == y.second; });
 }

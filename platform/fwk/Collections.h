@@ -7,22 +7,23 @@
 //   HashMap<K, V>     keyed through K's == and the framework hash (records included);
 //                     iteration follows insertion order until an entry is removed
 //
+// Both share their structure between copies: copying a map costs a reference, a change
+// copies the few nodes on its path, so a copied version of a large collection costs what
+// its edits are. A pointer from find() reads the entry until the map next changes.
+//
 // Callers see only reads; writes go through the owning entity's generated mutators
-// (nameIs, nameDel, nameDelAll), which notify. The standard containers stay behind these
-// types so that their representation can change without touching callers.
+// (nameIs, nameDel, nameDelAll), which notify.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <map>
-#include <new>
 #include <utility>
-#include <vector>
 
 #include "aclkit/platform/fwk/Entity.h"
 #include "aclkit/platform/fwk/Errors.h"
-#include "aclkit/platform/fwk/Hash.h"
+#include "aclkit/platform/fwk/PersistentHashMap.h"
+#include "aclkit/platform/fwk/PersistentMap.h"
 #include "aclkit/platform/fwk/Ptr.h"
 
 namespace fwk {
@@ -39,31 +40,36 @@ const V& defaultValue() {
 
 template <class K, class V>
 class ACLKIT_EXPORT OrderedMap {
-  using Storage = std::map<K, V>;
+  using Storage = PersistentMap<K, V>;
 
  public:
   using key_type = K;
   using mapped_type = V;
-  using value_type = typename Storage::value_type;
+  // An entry read through an iterator: references into the version the iterator reads.
+  using value_type = std::pair<const K&, const V&>;
 
   class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
    public:
     using iterator_category = std::forward_iterator_tag;
-    using value_type = typename Storage::value_type;
+    using value_type = OrderedMap::value_type;
     using difference_type = std::ptrdiff_t;
-    using pointer = const value_type*;
-    using reference = const value_type&;
+    using reference = value_type;
+    // `it->first` reads through a temporary holding the entry's references.
+    struct pointer {
+      value_type entry;
+      const value_type* operator->() const noexcept { return &entry; }
+    };
 
     const_iterator() = default;
     reference operator*() const {
       sync();
-      FWK_DEBUG_ASSERT(it_ != map_->storage_.end());
+      FWK_DEBUG_ASSERT(!atEnd_);
       return *it_;
     }
-    pointer operator->() const { return &**this; }
+    pointer operator->() const { return pointer{**this}; }
     const_iterator& operator++() {
       if (map_->version_ != version_) {
-        it_ = atEnd_ ? map_->storage_.end() : map_->storage_.upper_bound(key_);
+        it_ = atEnd_ ? map_->storage_.end() : map_->storage_.upperBound(key_);
         version_ = map_->version_;
       } else {
         ++it_;
@@ -86,21 +92,22 @@ class ACLKIT_EXPORT OrderedMap {
     friend class OrderedMap;
     friend struct detail::CollectionAccess;
     const_iterator(const OrderedMap* map, typename Storage::const_iterator it)
-        : map_(map), it_(it), version_(map->version_) {
+        : map_(map), it_(std::move(it)), version_(map->version_) {
       remember();
     }
     void remember() {
-      atEnd_ = it_ == map_->storage_.end();
-      if (!atEnd_) key_ = it_->first;
+      atEnd_ = it_.atEnd();
+      if (!atEnd_) key_ = it_.key();
     }
     // After a change to the map, find the entry at or after the key we stood on.
     void sync() const {
       if (!map_ || map_->version_ == version_) return;
-      it_ = atEnd_ ? map_->storage_.end() : map_->storage_.lower_bound(key_);
+      it_ = atEnd_ ? map_->storage_.end() : map_->storage_.lowerBound(key_);
       version_ = map_->version_;
     }
 
     const OrderedMap* map_ = nullptr;
+    // Holds the version it reads, so a change to the map never writes under it.
     mutable typename Storage::const_iterator it_{};
     mutable std::uint64_t version_ = 0;
     // The key stood on, meaningful unless at the end. A plain value rather than an optional:
@@ -114,12 +121,9 @@ class ACLKIT_EXPORT OrderedMap {
 
   [[nodiscard]] std::size_t size() const noexcept { return storage_.size(); }
   [[nodiscard]] bool empty() const noexcept { return storage_.empty(); }
-  [[nodiscard]] bool contains(const K& key) const { return storage_.find(key) != storage_.end(); }
+  [[nodiscard]] bool contains(const K& key) const { return storage_.contains(key); }
   // The value stored under key, or null.
-  [[nodiscard]] const V* find(const K& key) const {
-    auto it = storage_.find(key);
-    return it == storage_.end() ? nullptr : &it->second;
-  }
+  [[nodiscard]] const V* find(const K& key) const { return storage_.find(key); }
   // The value stored under key, or the value type's default.
   [[nodiscard]] const V& valueOr(const K& key) const {
     const V* found = find(key);
@@ -129,16 +133,15 @@ class ACLKIT_EXPORT OrderedMap {
   [[nodiscard]] const_iterator begin() const { return const_iterator(this, storage_.begin()); }
   [[nodiscard]] const_iterator end() const { return const_iterator(this, storage_.end()); }
   // First entry whose key is not below key.
-  [[nodiscard]] const_iterator lowerBound(const K& key) const {
-    return const_iterator(this, storage_.lower_bound(key));
-  }
+  [[nodiscard]] const_iterator lowerBound(const K& key) const { return const_iterator(this, storage_.lowerBound(key)); }
   // First entry whose key is above key.
-  [[nodiscard]] const_iterator upperBound(const K& key) const {
-    return const_iterator(this, storage_.upper_bound(key));
-  }
+  [[nodiscard]] const_iterator upperBound(const K& key) const { return const_iterator(this, storage_.upperBound(key)); }
   // The entry with the highest key, or end().
-  [[nodiscard]] const_iterator last() const {
-    return storage_.empty() ? end() : const_iterator(this, std::prev(storage_.end()));
+  [[nodiscard]] const_iterator last() const { return const_iterator(this, storage_.last()); }
+  // Whether the two maps share all their storage, and so hold the same entries; O(1). False
+  // says nothing: equal maps built apart do not share.
+  [[nodiscard]] bool sharesAllWith(const OrderedMap& other) const noexcept {
+    return storage_.sharesAllWith(other.storage_);
   }
 
  private:
@@ -147,27 +150,22 @@ class ACLKIT_EXPORT OrderedMap {
   // Stores value under key; false when the same value was already there.
   // Strong guarantee: a copy that throws leaves the map as it was.
   bool assign(const K& key, const V& value) {
-    auto [it, inserted] = storage_.try_emplace(key, value);
-    if (!inserted) {
-      if (it->second == value) return false;
-      V copy(value);
-      it->second = std::move(copy);
-    }
+    if (!storage_.assign(key, value)) return false;
     ++version_;
     return true;
   }
   bool erase(const K& key) {
-    if (storage_.erase(key) == 0) return false;
+    if (!storage_.erase(key)) return false;
     ++version_;
     return true;
   }
   // The key popEntry() removes next; the map must not be empty.
-  [[nodiscard]] const K& nextToPop() const { return storage_.begin()->first; }
+  [[nodiscard]] K nextToPop() const { return storage_.begin().key(); }
   // Removes the first entry and hands back its key; the map must not be empty.
   K popEntry() {
-    auto node = storage_.extract(storage_.begin());
-    ++version_;
-    return std::move(node.key());
+    K key = nextToPop();
+    erase(key);
+    return key;
   }
   Storage storage_;
   std::uint64_t version_ = 0;
@@ -186,219 +184,94 @@ class ChildMap : public OrderedMap<K, Ptr<E>> {
   }
 };
 
-namespace detail {
-
-// A growable array in fixed blocks: growing never moves an element, so the memory a large
-// collection touches is what it holds, and an element keeps its address until removed.
-template <class T>
-class BlockArray {
-  static constexpr std::size_t shift = 7;  // 128 elements a block
-  static constexpr std::size_t perBlock = std::size_t{1} << shift;
-
- public:
-  BlockArray() = default;
-  BlockArray(const BlockArray&) = delete;
-  BlockArray& operator=(const BlockArray&) = delete;
-  ~BlockArray() {
-    while (size_ > 0) popBack();
-    for (T* block : blocks_) ::operator delete (static_cast<void*>(block), std::align_val_t{alignof(T)});
-  }
-
-  [[nodiscard]] std::size_t size() const noexcept { return size_; }
-  [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
-  T& operator[](std::size_t i) noexcept { return blocks_[i >> shift][i & (perBlock - 1)]; }
-  const T& operator[](std::size_t i) const noexcept { return blocks_[i >> shift][i & (perBlock - 1)]; }
-  T& back() noexcept { return (*this)[size_ - 1]; }
-
-  template <class... Args>
-  void emplaceBack(Args&&... args) {
-    if (size_ == blocks_.size() * perBlock) {
-      blocks_.reserve(blocks_.size() + 1);
-      void* raw = ::operator new (perBlock * sizeof(T), std::align_val_t{alignof(T)});
-      blocks_.push_back(static_cast<T*>(raw));
-    }
-    new (&(*this)[size_]) T(std::forward<Args>(args)...);
-    ++size_;
-  }
-  void popBack() noexcept {
-    (*this)[size_ - 1].~T();
-    --size_;
-  }
-
- private:
-  std::vector<T*> blocks_;
-  std::size_t size_ = 0;
-};
-
-}  // namespace detail
-
-// Entries live in one dense block array (iteration is a linear walk, and a record-sized
-// value costs no node of its own); an open-addressing index of 8-byte slots, each holding a
-// hash fragment and an entry's position, finds them, so most probes never touch an entry.
-// Removal moves the last entry into the hole. A pointer from find() stays good until an
-// entry is removed.
+// Entries iterate in insertion order until one is removed; a removal moves the last entry
+// into the hole.
 template <class K, class V>
 class ACLKIT_EXPORT HashMap {
-  using Entry = std::pair<K, V>;
+  using Storage = PersistentHashMap<K, V>;
 
  public:
   using key_type = K;
   using mapped_type = V;
-  using value_type = Entry;
+  using value_type = std::pair<K, V>;
 
-  // Iteration must not overlap a change to the map; debug builds check that.
+  // Iteration must not overlap a change to the map (positions move when an entry goes);
+  // debug builds check that.
   class const_iterator {  // NOLINT(readability-identifier-naming): standard container name
    public:
     using iterator_category = std::forward_iterator_tag;
-    using value_type = Entry;
+    using value_type = HashMap::value_type;
     using difference_type = std::ptrdiff_t;
-    using pointer = const Entry*;
-    using reference = const Entry&;
+    using pointer = const value_type*;
+    using reference = const value_type&;
 
     const_iterator() = default;
     reference operator*() const {
       check();
-      return map_->entries_[index_];
+      return *it_;
     }
     pointer operator->() const { return &**this; }
     const_iterator& operator++() {
       check();
-      ++index_;
+      ++it_;
       return *this;
     }
-    friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.index_ == b.index_; }
+    friend bool operator==(const const_iterator& a, const const_iterator& b) { return a.it_ == b.it_; }
 
    private:
     friend class HashMap;
-    const_iterator(const HashMap* map, std::size_t index) : map_(map), index_(index), version_(map->version_) {}
+    const_iterator(const HashMap* map, typename Storage::const_iterator it)
+        : map_(map), it_(std::move(it)), version_(map->version_) {}
     void check() const { FWK_DEBUG_ASSERT(map_->version_ == version_ && "HashMap changed during iteration"); }
 
     const HashMap* map_ = nullptr;
-    std::size_t index_ = 0;
+    typename Storage::const_iterator it_{};
     std::uint64_t version_ = 0;
   };
   using iterator = const_iterator;
 
   HashMap() = default;
 
-  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
-  [[nodiscard]] bool contains(const K& key) const { return find(key) != nullptr; }
-  [[nodiscard]] const V* find(const K& key) const {
-    if (entries_.empty()) return nullptr;
-    const std::size_t h = hashOf(key);
-    std::size_t at = locate(key, h);
-    return at == npos ? nullptr : &entries_[entryAt(at)].second;
-  }
+  [[nodiscard]] std::size_t size() const noexcept { return storage_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return storage_.empty(); }
+  [[nodiscard]] bool contains(const K& key) const { return storage_.contains(key); }
+  [[nodiscard]] const V* find(const K& key) const { return storage_.find(key); }
   [[nodiscard]] const V& valueOr(const K& key) const {
     const V* found = find(key);
     return found ? *found : detail::defaultValue<V>();
   }
-  [[nodiscard]] const_iterator begin() const { return const_iterator(this, 0); }
-  [[nodiscard]] const_iterator end() const { return const_iterator(this, entries_.size()); }
+  [[nodiscard]] const_iterator begin() const { return const_iterator(this, storage_.begin()); }
+  [[nodiscard]] const_iterator end() const { return const_iterator(this, storage_.end()); }
+  // Whether the two maps share all their storage, and so hold the same entries in the same
+  // order; O(1). False says nothing: equal maps built apart do not share.
+  [[nodiscard]] bool sharesAllWith(const HashMap& other) const noexcept {
+    return storage_.sharesAllWith(other.storage_);
+  }
 
  private:
   friend struct detail::CollectionAccess;
-  static constexpr std::size_t npos = ~std::size_t{0};
 
-  static std::size_t hashOf(const K& key) { return mixHash(Hash<K>{}(key)); }
-  static std::uint64_t slotFor(std::size_t h, std::size_t entry) {
-    return (std::uint64_t{static_cast<std::uint32_t>(h >> 32)} << 32) | (entry + 1);
-  }
-  static std::size_t entryOf(std::uint64_t slot) { return static_cast<std::size_t>(slot & 0xFFFFFFFFU) - 1; }
-  [[nodiscard]] std::size_t entryAt(std::size_t at) const { return entryOf(slots_[at]); }
-  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
-
-  // The index slot holding key, or npos.
-  [[nodiscard]] std::size_t locate(const K& key, std::size_t h) const {
-    const auto fragment = static_cast<std::uint32_t>(h >> 32);
-    for (std::size_t at = h & mask();; at = (at + 1) & mask()) {
-      const std::uint64_t slot = slots_[at];
-      if (slot == 0) return npos;
-      if (static_cast<std::uint32_t>(slot >> 32) == fragment && entries_[entryOf(slot)].first == key) return at;
-    }
-  }
-  void place(std::size_t h, std::size_t entry) {
-    std::size_t at = h & mask();
-    while (slots_[at] != 0) at = (at + 1) & mask();
-    slots_[at] = slotFor(h, entry);
-  }
-  void grow() {
-    std::vector<std::uint64_t> wider(slots_.empty() ? 16 : slots_.size() * 2, 0);
-    slots_.swap(wider);
-    for (std::size_t i = 0; i < entries_.size(); ++i) place(hashes_[i], i);
-  }
-
-  // Strong guarantee: everything that can throw (growing, copying) happens before the map
-  // changes, so a failure leaves it as it was.
+  // Strong guarantee: a failure leaves the map as it was.
   bool assign(const K& key, const V& value) {
-    const std::size_t h = hashOf(key);
-    if (!slots_.empty()) {
-      if (std::size_t at = locate(key, h); at != npos) {
-        V& stored = entries_[entryAt(at)].second;
-        if (stored == value) return false;
-        V copy(value);
-        stored = std::move(copy);
-        ++version_;
-        return true;
-      }
-    }
-    if ((entries_.size() + 1) * 2 > slots_.size()) grow();  // at most half full
-    if (hashes_.size() == hashes_.capacity()) hashes_.reserve(hashes_.capacity() * 2 + 16);
-    entries_.emplaceBack(key, value);
-    hashes_.push_back(h);  // cannot throw: reserved
-    place(h, entries_.size() - 1);
+    if (!storage_.assign(key, value)) return false;
     ++version_;
     return true;
   }
-
   bool erase(const K& key) {
-    if (entries_.empty()) return false;
-    std::size_t at = locate(key, hashOf(key));
-    if (at == npos) return false;
-    const std::size_t entry = entryAt(at);
-    removeSlot(at);
-    // The last entry fills the hole; its slot is pointed at the new place.
-    const std::size_t last = entries_.size() - 1;
-    if (entry != last) {
-      std::size_t lastAt = hashes_[last] & mask();
-      while (entryAt(lastAt) != last) lastAt = (lastAt + 1) & mask();
-      slots_[lastAt] = slotFor(hashes_[last], entry);
-      entries_[entry] = std::move(entries_[last]);
-      hashes_[entry] = hashes_[last];
-    }
-    entries_.popBack();
-    hashes_.pop_back();
+    if (!storage_.erase(key)) return false;
     ++version_;
     return true;
   }
-
-  // Empties slot `at` and shifts back the slots after it that probed past it.
-  void removeSlot(std::size_t at) {
-    std::size_t hole = at;
-    for (std::size_t next = (at + 1) & mask(); slots_[next] != 0; next = (next + 1) & mask()) {
-      const std::size_t home = hashes_[entryAt(next)] & mask();
-      // Stays when its home lies cyclically in (hole, next]: it would still be found.
-      const bool stays = hole <= next ? (home > hole && home <= next) : (home > hole || home <= next);
-      if (stays) continue;
-      slots_[hole] = slots_[next];
-      hole = next;
-    }
-    slots_[hole] = 0;
-  }
-
   // The key popEntry() removes next; the map must not be empty.
-  [[nodiscard]] const K& nextToPop() const { return entries_[entries_.size() - 1].first; }
+  [[nodiscard]] const K& nextToPop() const { return storage_.lastEntry().first; }
   // Removes some entry (the last) and hands back its key; the map must not be empty.
   K popEntry() {
-    K key = entries_.back().first;
+    K key = nextToPop();
     erase(key);
     return key;
   }
 
-  detail::BlockArray<Entry> entries_;
-  std::vector<std::size_t> hashes_;
-  std::vector<std::uint64_t> slots_;
+  Storage storage_;
   std::uint64_t version_ = 0;
 };
 

@@ -60,26 +60,29 @@ class PersistentHashMap {
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
   [[nodiscard]] bool empty() const noexcept { return entries_.size() == 0; }
   [[nodiscard]] const V* find(const K& key) const {
-    const std::size_t* position = index_.find(key, hashOf(key));
+    const std::size_t* position = index_.find(hashOf(key), holding(entries_, key));
     return position ? &entries_[*position].second : nullptr;
   }
   [[nodiscard]] bool contains(const K& key) const { return find(key) != nullptr; }
   [[nodiscard]] const_iterator begin() const { return const_iterator(entries_, 0); }
   [[nodiscard]] const_iterator end() const { return const_iterator(entries_, entries_.size()); }
+  // The entry iterated last; the map must not be empty.
+  [[nodiscard]] const Entry& lastEntry() const { return entries_[entries_.size() - 1]; }
 
   // Stores `value` under `key`; false (and nothing copied) when that value is there already.
   bool assign(const K& key, const V& value) {
     const std::size_t h = hashOf(key);
-    if (const std::size_t* position = index_.find(key, h)) {
+    if (const std::size_t* position = index_.find(h, holding(entries_, key))) {
       if (entries_[*position].second == value) return false;
       entries_.set(*position, Entry(key, value));
       return true;
     }
-    // The entry first: if the index cannot take the key, popping the entry just pushed walks
-    // only the nodes the push wrote, which nothing else holds, so it allocates nothing.
+    // The entry first, so that the index can read its key; if the index cannot take it,
+    // popping the entry just pushed walks only the nodes the push wrote, which nothing else
+    // holds, so it allocates nothing.
     entries_.pushBack(Entry(key, value));
     try {
-      index_.put(key, h, entries_.size() - 1);
+      index_.put(h, entries_.size() - 1, holding(entries_, key));
     } catch (...) {
       entries_.popBack();
       throw;
@@ -91,19 +94,21 @@ class PersistentHashMap {
   // place only once it is whole.
   bool erase(const K& key) {
     const std::size_t h = hashOf(key);
-    const std::size_t* found = index_.find(key, h);
+    const std::size_t* found = index_.find(h, holding(entries_, key));
     if (!found) return false;
     const std::size_t position = *found;
     Entries entries = entries_;
-    detail::PersistentIndex<K> index = index_;
+    detail::PersistentIndex index = index_;
+    // The index reads keys through the entries, so each change to it comes before the
+    // entries move.
+    index.erase(h, holding(entries, key));
     const std::size_t last = entries.size() - 1;
     if (position != last) {
       Entry moved = entries[last];
-      index.put(moved.first, hashOf(moved.first), position);
+      index.put(hashOf(moved.first), position, holding(entries, moved.first));
       entries.set(position, std::move(moved));
     }
     entries.popBack();
-    index.erase(key, h);
     entries_ = std::move(entries);
     index_ = std::move(index);
     return true;
@@ -116,9 +121,13 @@ class PersistentHashMap {
 
  private:
   static std::size_t hashOf(const K& key) { return mixHash(Hash<K>{}(key)); }
+  // Whether the entry at a position has `key`: how the index tells keys apart.
+  static auto holding(const Entries& entries, const K& key) {
+    return [&entries, &key](std::size_t position) { return entries[position].first == key; };
+  }
 
   Entries entries_;
-  detail::PersistentIndex<K> index_;
+  detail::PersistentIndex index_;
 };
 
 }  // namespace fwk

@@ -46,7 +46,8 @@ class PersistentMap {
 
     const_iterator() = default;
     [[nodiscard]] const K& key() const { return walk_.leaf().keys[walk_.index()]; }
-    [[nodiscard]] const V& value() const { return walk_.leaf().values[walk_.index()]; }
+    [[nodiscard]] const V& value() const { return walk_.leaf().values[walk_.index()].value; }
+    [[nodiscard]] bool atEnd() const noexcept { return walk_.atEnd(); }
     reference operator*() const { return {key(), value()}; }
     const_iterator& operator++() {
       walk_.next();

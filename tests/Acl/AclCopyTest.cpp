@@ -2,6 +2,7 @@
 
 #include "aclkit/Acl/AclCopy.h"
 #include "aclkit/platform/fwk/Reflection.h"
+#include "aclkit/platform/session/EntityCopy.h"
 #include "aclkit/platform/trace/Trace.h"
 #include "tests/support/AclBuilders.h"
 
@@ -46,6 +47,22 @@ TEST_F(AclCopyTest, EqualRuleConfigComparesContentsInOrderNotNumbersOrIdentities
 
   EXPECT_TRUE(handler->equalRuleConfig(static_cast<AclType>(7), a, reordered)) << "unknown family: counts only";
   EXPECT_TRUE(handler->equalRuleConfig(AclType::ipv6, a, reordered)) << "no IPv6 rules on either side";
+
+  // A copy holds its source's storage until one side changes; each change stands apart.
+  auto copy = looseVersion({});
+  auto withRemark = looseVersion({}, {{15, "web"}});
+  EXPECT_TRUE(Cli::Session::entityCopyFactory()->doCopyEntityAttrs(copy, a, "", nullptr));
+  EXPECT_TRUE(handler->equalRuleConfig(AclType::ip, a, copy));
+  EXPECT_TRUE(handler->equalSequence(a, copy));
+  copy->ipRuleByIdIs(copy->ruleBySequence(20), ipRule(444));
+  EXPECT_FALSE(handler->equalRuleConfig(AclType::ip, a, copy)) << "same places, a record changed under its identity";
+  EXPECT_EQ(a->ipRuleById(a->ruleBySequence(20)), ipRule(443)) << "the source keeps its own record";
+  EXPECT_TRUE(handler->equalSequence(a, copy));
+  EXPECT_TRUE(Cli::Session::entityCopyFactory()->doCopyEntityAttrs(copy, withRemark, "", nullptr));
+  EXPECT_TRUE(handler->equalRemark(copy, withRemark));
+  copy->remarkBySequenceIs(15, RemarkConfig(String("mail")));
+  EXPECT_FALSE(handler->equalRemark(copy, withRemark));
+  EXPECT_EQ(withRemark->remarkBySequence(15), RemarkConfig(String("web")));
 }
 
 TEST_F(AclCopyTest, FlagsDecideBeforeRules) {

@@ -136,6 +136,17 @@
   ::fwk::ChildMap<K, E> name##_;
 
 #define FWK_PASS_HANDLER_(kind, ...) FWK_HANDLER_##kind(__VA_ARGS__)
+// A value map has a second handler, NFilled(), for an empty map filled at once from another
+// (a copy into a fresh entity). By default it reports every entry as NChanged(key), in the
+// map's order, reading a snapshot taken first; a reactor that can take the whole collection
+// in one step overrides it.
+#define FWK_HANDLER_FILLABLE_(name, K)                             \
+  virtual void name##Changed(const K&) {}                          \
+  virtual void name##Filled() {                                    \
+    if (!notifier()) return;                                       \
+    const auto snapshot = notifier()->name();                      \
+    for (const auto& entry : snapshot) name##Changed(entry.first); \
+  }
 #define FWK_HANDLER_scalar(name, ...) \
   virtual void name##Changed() {}
 #define FWK_HANDLER_customScalar(name, ...) \
@@ -148,12 +159,9 @@
   virtual void name##Changed() {}
 #define FWK_HANDLER_ownedChild(name, ...) \
   virtual void name##Changed() {}
-#define FWK_HANDLER_orderedMap(name, K, V) \
-  virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_hashMap(name, K, V) \
-  virtual void name##Changed(const K&) {}
-#define FWK_HANDLER_customOrderedMap(name, K, V) \
-  virtual void name##Changed(const K&) {}
+#define FWK_HANDLER_orderedMap(name, K, V) FWK_HANDLER_FILLABLE_(name, K)
+#define FWK_HANDLER_hashMap(name, K, V) FWK_HANDLER_FILLABLE_(name, K)
+#define FWK_HANDLER_customOrderedMap(name, K, V) FWK_HANDLER_FILLABLE_(name, K)
 #define FWK_HANDLER_children(name, K, E) \
   virtual void name##Changed(const K&) {}
 #define FWK_HANDLER_customChildren(name, K, E) \
@@ -168,14 +176,22 @@
   case Notifier::name##AttrIndex:              \
     name##Changed(change.template keyAs<K>()); \
     break;
+#define FWK_CASE_FILLABLE_(name, K)              \
+  case Notifier::name##AttrIndex:                \
+    if (change.key) {                            \
+      name##Changed(change.template keyAs<K>()); \
+    } else {                                     \
+      name##Filled();                            \
+    }                                            \
+    break;
 #define FWK_CASE_scalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_customScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_nonNullScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_ownedChild(name, ...) FWK_CASE_SCALAR_(name)
-#define FWK_CASE_orderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
-#define FWK_CASE_hashMap(name, K, V) FWK_CASE_KEYED_(name, K)
-#define FWK_CASE_customOrderedMap(name, K, V) FWK_CASE_KEYED_(name, K)
+#define FWK_CASE_orderedMap(name, K, V) FWK_CASE_FILLABLE_(name, K)
+#define FWK_CASE_hashMap(name, K, V) FWK_CASE_FILLABLE_(name, K)
+#define FWK_CASE_customOrderedMap(name, K, V) FWK_CASE_FILLABLE_(name, K)
 #define FWK_CASE_children(name, K, E) FWK_CASE_KEYED_(name, K)
 #define FWK_CASE_customChildren(name, K, E) FWK_CASE_KEYED_(name, K)

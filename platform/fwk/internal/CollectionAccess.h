@@ -78,6 +78,26 @@ struct ACLKIT_HIDDEN CollectionAccess {
     if (map.erase(removed)) owner.notify(id, &removed);
   }
 
+  // Fills an empty map with every entry of `source` at once: the two then share their
+  // storage, and observers get one notification for the whole collection (a null key).
+  template <class Map>
+  static void mapFill(const Entity& owner, Map& map, const Map& source, AttrId id) {
+    FWK_DEBUG_ASSERT(map.empty());
+    if (source.empty()) return;
+    FWK_FAULT_POINT(mutation);
+    if (undoRecording(owner)) undoRecord([target = UndoTarget(owner), &map, id] { mapDelAll(*target, map, id); });
+    map.storage_ = source.storage_;
+    if constexpr (requires { map.version_; }) ++map.version_;
+    owner.notify(id);
+  }
+
+  // Calls visit(key, mine, theirs) for each key whose entry differs between two ordered maps,
+  // in ascending order, skipping what they share unread.
+  template <class K, class V, class Visit>
+  static void forEachDifference(const OrderedMap<K, V>& mine, const OrderedMap<K, V>& theirs, Visit&& visit) {
+    mine.storage_.forEachDifference(theirs.storage_, visit);
+  }
+
   // Entries go one at a time, so each observer sees a consistent map at its notification.
   template <class Map>
   static void mapDelAll(const Entity& owner, Map& map, AttrId id) {
@@ -174,8 +194,8 @@ struct ACLKIT_HIDDEN CollectionAccess {
                          const typename OrderedMap<K, Ptr<E>>::const_iterator& at, AttrId id) {
     FWK_ASSERT_TEXT(at.map_ == &map, "iterator of another collection");
     at.sync();
-    if (at.atEnd_ || at.it_ == map.storage_.end()) return;
-    const K key = at.it_->first;
+    if (at.it_.atEnd()) return;
+    const K key = at.it_.key();
     childDel(parent, map, key, id);
   }
 

@@ -4,7 +4,6 @@
 // write in place where the map is the only holder of the path, as PersistentMap does.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -24,8 +23,14 @@ inline constexpr std::size_t persistentMask = persistentWidth - 1;
 template <class T>
 struct VectorNode final : RefCounted {
   VectorNode() = default;
-  VectorNode(const VectorNode& other) : RefCounted(), items(other.items), children(other.children) {}
+  VectorNode(const VectorNode& other) : RefCounted(), children(other.children) {
+    if (!other.items.empty()) {
+      items.reserve(persistentWidth);
+      items = other.items;
+    }
+  }
   VectorNode& operator=(const VectorNode&) = delete;
+  // A leaf's items keep their addresses while it fills: room for all 32 is taken at once.
   std::vector<T> items;                         // leaves
   std::vector<Ptr<const VectorNode>> children;  // inner nodes
 };
@@ -55,6 +60,7 @@ class PersistentVector {
   void pushBack(T item) {
     if (!root_) {
       Ptr<Node> leaf(new Node);
+      leaf->items.reserve(persistentWidth);
       leaf->items.push_back(std::move(item));
       root_ = std::move(leaf);
       size_ = 1;
@@ -99,6 +105,7 @@ class PersistentVector {
   // A fresh path of the given height down to a leaf holding `item`.
   static NodePtr pathTo(unsigned level, T item) {
     Ptr<Node> leaf(new Node);
+    leaf->items.reserve(persistentWidth);
     leaf->items.push_back(std::move(item));
     NodePtr node = std::move(leaf);
     for (unsigned l = 0; l < level; l += persistentBits) {
@@ -168,16 +175,25 @@ class PersistentVector {
 
 // ---- the index -------------------------------------------------------------------------------
 
+// Counts the bits set, without a call into the runtime library on machines built without a
+// population-count instruction.
+inline std::uint32_t bitsSet(std::uint32_t x) noexcept {
+  x = x - ((x >> 1) & 0x55555555U);
+  x = (x & 0x33333333U) + ((x >> 2) & 0x33333333U);
+  x = (x + (x >> 4)) & 0x0F0F0F0FU;
+  return (x * 0x01010101U) >> 24;
+}
+
 // A trie node: the entries present among its 32 slots (bit i of `bitmap` for slot i), each a
-// key with its position or a child for the next five bits of the hash. Past the hash's last
-// bits, a node is a plain list of the keys that collide.
-template <class K>
+// hash with its entry's position or a child for the next five bits of the hash. Past the
+// hash's last bits, a node is a plain list of the entries that collide. Keys are not held
+// here: the caller tells whether the entry at a position has the key looked for, so a record
+// key is stored once, with its entry.
 struct IndexNode final : RefCounted {
   struct Slot {
-    K key{};
     std::size_t hash = 0;
     std::size_t position = 0;
-    Ptr<const IndexNode> child;  // set for a child, and then key and position mean nothing
+    Ptr<const IndexNode> child;  // set for a child, and then hash and position mean nothing
   };
   IndexNode() = default;
   IndexNode(const IndexNode& other) : RefCounted(), bitmap(other.bitmap), slots(other.slots) {}
@@ -186,47 +202,50 @@ struct IndexNode final : RefCounted {
   std::vector<Slot> slots;  // in slot order; all of them in a collision list
 };
 
-template <class K>
+// `Matches` is callable as matches(position) -> bool: whether the entry at that position has
+// the key in question.
 class PersistentIndex {
-  using Node = IndexNode<K>;
+  using Node = IndexNode;
   using NodePtr = Ptr<const Node>;
-  using Slot = typename Node::Slot;
+  using Slot = Node::Slot;
   static constexpr unsigned hashBits = sizeof(std::size_t) * 8;
 
  public:
-  // The position stored for `key`, or null.
-  [[nodiscard]] const std::size_t* find(const K& key, std::size_t hash) const {
+  // The position stored for the key, or null.
+  template <class Matches>
+  [[nodiscard]] const std::size_t* find(std::size_t hash, const Matches& matches) const {
     const Node* node = root_.get();
     for (unsigned shift = 0; node; shift += persistentBits) {
-      if (shift >= hashBits) return findInList(*node, key);
+      if (shift >= hashBits) return findInList(*node, matches);
       const std::uint32_t bit = bitFor(hash, shift);
       if (!(node->bitmap & bit)) return nullptr;
       const Slot& slot = node->slots[indexOf(*node, bit)];
-      if (!slot.child) return slot.hash == hash && slot.key == key ? &slot.position : nullptr;
+      if (!slot.child) return slot.hash == hash && matches(slot.position) ? &slot.position : nullptr;
       node = slot.child.get();
     }
     return nullptr;
   }
-  // Stores `position` for `key`, whether or not it was there.
-  void put(const K& key, std::size_t hash, std::size_t position) {
-    root_ = putIn(root_.get(), 0, Slot{key, hash, position, nullptr}, true);
+  // Stores `position` for the key, whether or not it was there.
+  template <class Matches>
+  void put(std::size_t hash, std::size_t position, const Matches& matches) {
+    root_ = putIn(root_.get(), 0, Slot{hash, position, nullptr}, matches, true);
   }
-  // Removes `key`, which must be there.
-  void erase(const K& key, std::size_t hash) {
+  // Removes the key, which must be there.
+  template <class Matches>
+  void erase(std::size_t hash, const Matches& matches) {
     FWK_DEBUG_ASSERT(root_);
-    root_ = eraseIn(*root_, 0, key, hash, true);
+    root_ = eraseIn(*root_, 0, hash, matches, true);
   }
 
  private:
   static std::uint32_t bitFor(std::size_t hash, unsigned shift) {
     return std::uint32_t{1} << ((hash >> shift) & persistentMask);
   }
-  static std::size_t indexOf(const Node& node, std::uint32_t bit) {
-    return static_cast<std::size_t>(std::popcount(node.bitmap & (bit - 1)));
-  }
-  static const std::size_t* findInList(const Node& node, const K& key) {
+  static std::size_t indexOf(const Node& node, std::uint32_t bit) { return bitsSet(node.bitmap & (bit - 1)); }
+  template <class Matches>
+  static const std::size_t* findInList(const Node& node, const Matches& matches) {
     for (const Slot& slot : node.slots) {
-      if (slot.key == key) return &slot.position;
+      if (matches(slot.position)) return &slot.position;
     }
     return nullptr;
   }
@@ -247,7 +266,7 @@ class PersistentIndex {
     const std::uint32_t bitB = bitFor(b.hash, shift);
     if (bitA == bitB) {
       node->bitmap = bitA;
-      node->slots.push_back(Slot{K{}, 0, 0, pair(shift + persistentBits, std::move(a), std::move(b))});
+      node->slots.push_back(Slot{0, 0, pair(shift + persistentBits, std::move(a), std::move(b))});
       return node;
     }
     node->bitmap = bitA | bitB;
@@ -259,7 +278,8 @@ class PersistentIndex {
     return node;
   }
 
-  static NodePtr putIn(const Node* node, unsigned shift, Slot entry, bool owned) {
+  template <class Matches>
+  static NodePtr putIn(const Node* node, unsigned shift, Slot entry, const Matches& matches, bool owned) {
     if (!node) {
       Ptr<Node> leaf(new Node);
       leaf->bitmap = bitFor(entry.hash, shift);
@@ -270,7 +290,7 @@ class PersistentIndex {
     if (shift >= hashBits) {
       Ptr<Node> copy = writable(*node, owned);
       for (Slot& slot : copy->slots) {
-        if (slot.key == entry.key) {
+        if (matches(slot.position)) {
           slot.position = entry.position;
           return copy;
         }
@@ -289,8 +309,8 @@ class PersistentIndex {
     const Slot& present = node->slots[at];
     NodePtr replacement;
     if (present.child) {
-      replacement = putIn(present.child.get(), shift + persistentBits, std::move(entry), owned);
-    } else if (present.hash == entry.hash && present.key == entry.key) {
+      replacement = putIn(present.child.get(), shift + persistentBits, std::move(entry), matches, owned);
+    } else if (present.hash == entry.hash && matches(present.position)) {
       Ptr<Node> copy = writable(*node, owned);
       copy->slots[at].position = entry.position;
       return copy;
@@ -298,19 +318,20 @@ class PersistentIndex {
       replacement = pair(shift + persistentBits, present, std::move(entry));
     }
     Ptr<Node> copy = writable(*node, owned);
-    copy->slots[at] = Slot{K{}, 0, 0, std::move(replacement)};
+    copy->slots[at] = Slot{0, 0, std::move(replacement)};
     return copy;
   }
 
-  // The subtree without `key`; null when it is left empty. A child left with one plain entry
-  // is folded into its parent's slot, so that lookups stay as short as the keys allow.
-  static NodePtr eraseIn(const Node& node, unsigned shift, const K& key, std::size_t hash, bool owned) {
+  // The subtree without the key; null when it is left empty. A child left with one plain
+  // entry is folded into its parent's slot, so that lookups stay as short as the keys allow.
+  template <class Matches>
+  static NodePtr eraseIn(const Node& node, unsigned shift, std::size_t hash, const Matches& matches, bool owned) {
     owned = ownedBelow(node, owned);
     Ptr<Node> copy;
     if (shift >= hashBits) {
       copy = writable(node, owned);
       for (std::size_t i = 0; i < copy->slots.size(); ++i) {
-        if (copy->slots[i].key == key) {
+        if (matches(copy->slots[i].position)) {
           copy->slots.erase(copy->slots.begin() + static_cast<std::ptrdiff_t>(i));
           break;
         }
@@ -320,7 +341,7 @@ class PersistentIndex {
       const std::size_t at = indexOf(node, bit);
       const Slot& present = node.slots[at];
       if (present.child) {
-        NodePtr child = eraseIn(*present.child, shift + persistentBits, key, hash, owned);
+        NodePtr child = eraseIn(*present.child, shift + persistentBits, hash, matches, owned);
         copy = writable(node, owned);
         if (child && child->slots.size() == 1 && !child->slots.front().child) {
           Slot only = child->slots.front();

@@ -14,6 +14,13 @@
 
 namespace fwk::detail {
 
+// A value as a leaf stores it: wrapped, so that a map of bools holds real bools (a
+// std::vector<bool> packs bits and cannot hand out a reference to one).
+template <class V>
+struct PersistentCell {
+  V value;
+};
+
 template <class K, class V>
 struct PersistentNode final : RefCounted {
   explicit PersistentNode(bool isLeaf) : leaf(isLeaf) {}
@@ -31,7 +38,7 @@ struct PersistentNode final : RefCounted {
   std::size_t size = 0;  // entries under this node
   // A leaf's keys; an inner node's lowest key of each child.
   std::vector<K> keys;
-  std::vector<V> values;                            // leaves only
+  std::vector<PersistentCell<V>> values;            // leaves only
   std::vector<Ptr<const PersistentNode>> children;  // inner nodes only
 };
 
@@ -68,7 +75,7 @@ struct PersistentTree {
     }
     if (!node) return nullptr;
     const std::size_t pos = at(node->keys, key);
-    return holds(node->keys, pos, key) ? &node->values[pos] : nullptr;
+    return holds(node->keys, pos, key) ? &node->values[pos].value : nullptr;
   }
 
   static Ptr<Node> copyOf(const Node& node) { return Ptr<Node>(new Node(node)); }
@@ -112,7 +119,7 @@ struct PersistentTree {
     if (!node) {
       Ptr<Node> leaf(new Node(true));
       leaf->keys.push_back(key);
-      leaf->values.push_back(value);
+      leaf->values.push_back({value});
       leaf->size = 1;
       return {true, leaf, nullptr};
     }
@@ -121,13 +128,13 @@ struct PersistentTree {
     if (node->leaf) {
       const std::size_t pos = at(node->keys, key);
       const bool found = holds(node->keys, pos, key);
-      if (found && node->values[pos] == value) return {};
+      if (found && node->values[pos].value == value) return {};
       copy = writable(*node, owned);
       if (found) {
         V replacement(value);
-        copy->values[pos] = std::move(replacement);
+        copy->values[pos].value = std::move(replacement);
       } else {
-        copy->values.insert(copy->values.begin() + static_cast<std::ptrdiff_t>(pos), value);
+        copy->values.insert(copy->values.begin() + static_cast<std::ptrdiff_t>(pos), PersistentCell<V>{value});
         try {
           copy->keys.insert(copy->keys.begin() + static_cast<std::ptrdiff_t>(pos), key);
         } catch (...) {
@@ -280,7 +287,7 @@ struct PersistentTree {
   static void entriesOf(const Node* node, std::vector<std::pair<const K*, const V*>>& out) {
     if (!node) return;
     if (node->leaf) {
-      for (std::size_t i = 0; i < node->keys.size(); ++i) out.emplace_back(&node->keys[i], &node->values[i]);
+      for (std::size_t i = 0; i < node->keys.size(); ++i) out.emplace_back(&node->keys[i], &node->values[i].value);
       return;
     }
     for (const NodePtr& child : node->children) entriesOf(child.get(), out);
@@ -340,6 +347,7 @@ class PersistentWalk {
     return *path_[depth_ - 1].node;
   }
   [[nodiscard]] std::size_t index() const { return path_[depth_ - 1].index; }
+  [[nodiscard]] bool atEnd() const noexcept { return depth_ == 0; }
 
   void next() {
     FWK_DEBUG_ASSERT(depth_ > 0 && "advanced past the end of a PersistentMap");

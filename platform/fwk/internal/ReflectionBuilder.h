@@ -134,24 +134,41 @@ class ACLKIT_HIDDEN MapAttr final : public AttrInfo {
     C& dest = cast<C>(destEntity);
     const Map& from = cast<C>(srcEntity).*member_;
     const Map& to = dest.*member_;
+    if constexpr (!isEntityPtr<V>()) {
+      // Values mean the same in every tree, so the two maps may share their storage: a copy
+      // into an empty map is one step, and maps that already share are equal unread.
+      if (to.sharesAllWith(from)) return false;
+      if (to.empty()) {
+        CollectionAccess::mapFill(dest, dest.*member_, from, AttrId{&C::staticType, index()});
+        return !from.empty();
+      }
+    }
     // Plan first, write second: the walk never sees its own writes, and two equal maps cost
     // one pass with no allocation.
     std::vector<K> stale;
-    std::vector<const typename Map::value_type*> writes;
-    if constexpr (requires { from.lowerBound(std::declval<const K&>()); }) {
+    std::vector<std::pair<const K*, const V*>> writes;
+    if constexpr (!isEntityPtr<V>() && requires { CollectionAccess::forEachDifference(from, to, [](auto&&...) {}); }) {
+      CollectionAccess::forEachDifference(from, to, [&](const K& key, const V* mine, const V*) {
+        if (mine) {
+          writes.emplace_back(&key, mine);
+        } else {
+          stale.push_back(key);
+        }
+      });
+    } else if constexpr (requires { from.lowerBound(std::declval<const K&>()); }) {
       auto s = from.begin();
       auto d = to.begin();
       const auto sEnd = from.end();
       const auto dEnd = to.end();
       while (s != sEnd || d != dEnd) {
-        if (s == sEnd || (d != dEnd && d->first < s->first)) {
-          stale.push_back(d->first);
+        if (s == sEnd || (d != dEnd && (*d).first < (*s).first)) {
+          stale.push_back((*d).first);
           ++d;
-        } else if (d == dEnd || s->first < d->first) {
-          writes.push_back(&*s);
+        } else if (d == dEnd || (*s).first < (*d).first) {
+          writes.emplace_back(&(*s).first, &(*s).second);
           ++s;
         } else {
-          if (!sameValue(d->second, s->second, context)) writes.push_back(&*s);
+          if (!sameValue((*d).second, (*s).second, context)) writes.emplace_back(&(*s).first, &(*s).second);
           ++s;
           ++d;
         }
@@ -162,15 +179,15 @@ class ACLKIT_HIDDEN MapAttr final : public AttrInfo {
       }
       for (const auto& entry : from) {
         const V* current = to.find(entry.first);
-        if (!current || !sameValue(*current, entry.second, context)) writes.push_back(&entry);
+        if (!current || !sameValue(*current, entry.second, context)) writes.emplace_back(&entry.first, &entry.second);
       }
     }
     for (const K& key : stale) del_(dest, key);
-    for (const auto* entry : writes) {
+    for (const auto& [key, value] : writes) {
       if constexpr (isEntityPtr<V>()) {
-        set_(dest, entry->first, resolveForCopy(entry->second, context));
+        set_(dest, *key, resolveForCopy(*value, context));
       } else {
-        set_(dest, entry->first, entry->second);
+        set_(dest, *key, *value);
       }
     }
     return !stale.empty() || !writes.empty();

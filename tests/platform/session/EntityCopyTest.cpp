@@ -77,6 +77,25 @@ TEST(EntityCopyTest, DeepCopyMakesDestinationEqualAndReportsChangesOnlyWhenThere
   src->refIs(elsewhere->leafIs(9));
   EXPECT_TRUE(copy->copyTree(dest, src));
   EXPECT_EQ(dest->ref(), elsewhere->leaf(9)) << "a reference out of the tree stays as it is";
+
+  // A map copied into an empty one is taken whole: a reactor hears every entry in order, or
+  // the whole map once where it asks to.
+  struct Heard : Node::Reactor {
+    using Node::Reactor::Reactor;
+    std::vector<std::uint32_t> places;
+    int matchFills = 0;
+    void bySeqChanged(const std::uint32_t& sequence) override { places.push_back(sequence); }
+    void byMatchFilled() override { ++matchFills; }
+  };
+  Ptr<Node> fresh = makeNode("fresh");
+  Heard heard(fresh.get());
+  EXPECT_TRUE(copy->copyTree(fresh, src));
+  EXPECT_EQ(heard.places, (std::vector<std::uint32_t>{10, 20}));
+  EXPECT_EQ(heard.matchFills, 1);
+  src->bySeqIs(15, "c");
+  fresh->bySeqDel(10);
+  EXPECT_EQ(fresh->bySeq().size(), 1u) << "the copy's entries stand apart from its source's";
+  EXPECT_EQ(src->bySeq().size(), 3u);
 }
 
 TEST(EntityCopyTest, FilteredAttributesAreLeftAlone) {
