@@ -87,18 +87,24 @@ struct PersistentTree {
     return size;
   }
 
-  // Moves the upper half of an overfull node into a new node and returns it.
-  static NodePtr splitOff(Node& node) {
+  // Moves the upper part of an overfull node into a new node and returns it: half of it, or
+  // only the last entry when that is where the entry went in. Lists grow at their end (each
+  // automatic place is the last one), and splitting there leaves full nodes behind instead of
+  // half-empty ones. Both nodes then hold no more room than their entries.
+  static NodePtr splitOff(Node& node, bool grewAtEnd) {
     Ptr<Node> upper(new Node(node.leaf));
-    const auto half = static_cast<std::ptrdiff_t>(node.keys.size() / 2);
-    upper->keys.assign(node.keys.begin() + half, node.keys.end());
-    node.keys.erase(node.keys.begin() + half, node.keys.end());
+    const auto cut = static_cast<std::ptrdiff_t>(grewAtEnd ? node.keys.size() - 1 : node.keys.size() / 2);
+    upper->keys.assign(node.keys.begin() + cut, node.keys.end());
+    node.keys.erase(node.keys.begin() + cut, node.keys.end());
+    node.keys.shrink_to_fit();
     if (node.leaf) {
-      upper->values.assign(node.values.begin() + half, node.values.end());
-      node.values.erase(node.values.begin() + half, node.values.end());
+      upper->values.assign(node.values.begin() + cut, node.values.end());
+      node.values.erase(node.values.begin() + cut, node.values.end());
+      node.values.shrink_to_fit();
     } else {
-      upper->children.assign(node.children.begin() + half, node.children.end());
-      node.children.erase(node.children.begin() + half, node.children.end());
+      upper->children.assign(node.children.begin() + cut, node.children.end());
+      node.children.erase(node.children.begin() + cut, node.children.end());
+      node.children.shrink_to_fit();
     }
     upper->size = sizeOf(*upper);
     node.size = sizeOf(node);
@@ -125,8 +131,10 @@ struct PersistentTree {
     }
     owned = ownedBelow(*node, owned);
     Ptr<Node> copy;
+    bool grewAtEnd = false;
     if (node->leaf) {
       const std::size_t pos = at(node->keys, key);
+      grewAtEnd = pos == node->keys.size();
       const bool found = holds(node->keys, pos, key);
       if (found && node->values[pos].value == value) return {};
       copy = writable(*node, owned);
@@ -159,12 +167,13 @@ struct PersistentTree {
       copy->keys[i] = below.node->keys.front();
       copy->children[i] = std::move(below.node);
       if (below.split) {
+        grewAtEnd = i + 1 == copy->children.size();
         const auto next = static_cast<std::ptrdiff_t>(i + 1);
         copy->keys.insert(copy->keys.begin() + next, below.split->keys.front());
         copy->children.insert(copy->children.begin() + next, std::move(below.split));
       }
     }
-    NodePtr split = copy->keys.size() > fanout ? splitOff(*copy) : nullptr;
+    NodePtr split = copy->keys.size() > fanout ? splitOff(*copy, grewAtEnd) : nullptr;
     return {true, std::move(copy), std::move(split)};
   }
 
