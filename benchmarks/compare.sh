@@ -19,7 +19,7 @@
 #         bound and reprogrammed by two dataplanes).
 # The packet filters run in a private network namespace (unshare -n): nothing touches the
 # machine's own tables. Prints a table of medians and ratios (the other tool's time over
-# aclsh's), and writes it with a plot to docs/.
+# aclsh's), and writes it with a plot and the raw medians (compare.tsv) to docs/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/release}
@@ -86,15 +86,22 @@ for size in ${ACLKIT_COMPARE_SIZES:-1000 10000 100000}; do measure "generated_$s
 for set in "$classbench"/*_*k; do measure "$(basename "$set")" "$set"; done
 
 mkdir -p docs
+cp "$results" docs/compare.tsv  # the medians in milliseconds, columns as in the table
 python3 - "$results" docs/compare.md <<'PY'
 import sys
 rows = [line.rstrip("\n").split("\t") for line in open(sys.argv[1])]
 out = ["| set | entries | load: aclsh | iptables-legacy-restore | nft -f | edit: aclsh session | aclsh programmed | iptables-legacy -R | nft -f |",
        "|---|---:|---:|---:|---:|---:|---:|---:|---:|"]
+def time(ms):  # three significant figures, in the unit that keeps them readable
+    if ms >= 1000:
+        return f"{ms / 1000:.3g} s"
+    return f"{ms:.3g} ms" if ms >= 1 else f"{ms * 1000:.3g} µs"
+def ratio(x):
+    return f"{x:.2f}x" if x < 10 else f"{x:,.0f}x"
 for name, n, a, i, f, e, p, ie, fe in rows:
     a, i, f, e, p, ie, fe = map(float, (a, i, f, e, p, ie, fe))
-    out.append(f"| {name} | {int(n):,} | {a:.1f} ms | {i:.1f} ms ({i / a:.2f}x) | {f:.1f} ms ({f / a:.2f}x) "
-               f"| {e:.2f} ms | {p:.2f} ms | {ie:.1f} ms ({ie / e:.1f}x) | {fe:.1f} ms ({fe / e:.1f}x) |")
+    out.append(f"| {name} | {int(n):,} | {time(a)} | {time(i)} ({ratio(i / a)}) | {time(f)} ({ratio(f / a)}) "
+               f"| {time(e)} | {time(p)} | {time(ie)} ({ratio(ie / e)}) | {time(fe)} ({ratio(fe / e)}) |")
 text = "\n".join(out) + "\n\nMedians; (Nx) is the tool's time over aclsh's (the load, or the edit session).\n"
 open(sys.argv[2], "w").write(text)
 print(text)
