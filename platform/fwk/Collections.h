@@ -55,10 +55,11 @@ class ACLKIT_EXPORT OrderedMap {
     using difference_type = std::ptrdiff_t;
     using reference = value_type;
     // `it->first` reads through a temporary holding the entry's references.
-    struct pointer {
+    struct Arrow {
       value_type entry;
       const value_type* operator->() const noexcept { return &entry; }
     };
+    using pointer = Arrow;
 
     const_iterator() = default;
     reference operator*() const {
