@@ -101,7 +101,8 @@ function(aclkit_test)
                                             GTest::gtest_main ${ARG_LIBS})
   aclkit_warnings(${ARG_NAME})
   aclkit_sanitize(${ARG_NAME})
-  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT
+  # Labelled with its binary, so that a preset can run the tests of some binaries only.
+  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${ARG_NAME} ENVIRONMENT
                        "GTEST_DEATH_TEST_STYLE=threadsafe")
 endfunction()
 

@@ -3,7 +3,8 @@
 //                   hash map by identity), the floor for any bulk load
 //   AddAndCommit    N rules added with sequence 0 (duplicate check, numbering, bookkeeping), then
 //                   committed as a new list; as a ratio to the baseline at the same N, with the
-//                   peak heap of the whole load and the heap each committed rule keeps
+//                   peak heap of the whole load, the heap each committed rule keeps and the
+//                   allocations made per rule
 //   OneEdit         a whole session on a committed N-rule list: create, remove one rule (or add
 //                   it back), commit, clean up; read as its growth from N = 1,000, which is the
 //                   one figure that must stay flat
@@ -80,10 +81,12 @@ void BM_AddAndCommit(benchmark::State& state) {
   for (U32 i = 1; i <= n; ++i) rules.push_back(ruleNumber(i));
   long long peak = 0;
   long long kept = 0;
+  long long allocations = 0;
   for (auto _ : state) {
     state.PauseTiming();
     auto world = std::make_unique<Store>();
     const long long before = alloccount::liveBytes();
+    const long long allocationsBefore = alloccount::allocations();
     alloccount::resetPeak();
     state.ResumeTiming();
     auto s = world->session();
@@ -92,6 +95,7 @@ void BM_AddAndCommit(benchmark::State& state) {
     }
     if (s->commit() != AclApi::succeeded) state.SkipWithError("commit failed");
     state.PauseTiming();
+    allocations = alloccount::allocations() - allocationsBefore;
     s = nullptr;
     peak = alloccount::peakBytes() - before;
     kept = alloccount::liveBytes() - before;
@@ -101,6 +105,7 @@ void BM_AddAndCommit(benchmark::State& state) {
   perAdd(state);
   state.counters["peakHeapMB"] = static_cast<double>(peak) / 1e6;
   state.counters["bytesPerRule"] = static_cast<double>(kept) / n;
+  state.counters["allocsPerRule"] = static_cast<double>(allocations) / n;
 }
 BENCHMARK(BM_AddAndCommit)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMillisecond);
 

@@ -148,6 +148,11 @@ class ACLKIT_EXPORT OrderedMap {
  private:
   friend struct detail::CollectionAccess;
 
+  // The tree is searched again by the store, so a place is only what it holds.
+  using Place = const V*;
+  [[nodiscard]] Place lookUp(const K& key) const { return find(key); }
+  [[nodiscard]] static const V* valueAt(Place place) { return place; }
+  bool assignAt(Place /*place*/, const K& key, const V& value) { return assign(key, value); }
   // Stores value under key; false when the same value was already there.
   // Strong guarantee: a copy that throws leaves the map as it was.
   bool assign(const K& key, const V& value) {
@@ -252,12 +257,17 @@ class ACLKIT_EXPORT HashMap {
  private:
   friend struct detail::CollectionAccess;
 
+  // One search serves both the undo record and the store of a change.
+  using Place = typename Storage::Place;
+  [[nodiscard]] Place lookUp(const K& key) const { return storage_.lookUp(key); }
+  [[nodiscard]] const V* valueAt(const Place& place) const { return storage_.valueAt(place); }
   // Strong guarantee: a failure leaves the map as it was.
-  bool assign(const K& key, const V& value) {
-    if (!storage_.assign(key, value)) return false;
+  bool assignAt(const Place& place, const K& key, const V& value) {
+    if (!storage_.assignAt(place, key, value)) return false;
     ++version_;
     return true;
   }
+  bool assign(const K& key, const V& value) { return assignAt(lookUp(key), key, value); }
   bool erase(const K& key) {
     if (!storage_.erase(key)) return false;
     ++version_;

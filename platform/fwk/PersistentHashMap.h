@@ -59,10 +59,22 @@ class PersistentHashMap {
 
   [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
   [[nodiscard]] bool empty() const noexcept { return entries_.size() == 0; }
-  [[nodiscard]] const V* find(const K& key) const {
-    const std::size_t* position = index_.find(hashOf(key), holding(entries_, key));
-    return position ? &entries_[*position].second : nullptr;
+  // Where a key stands, or would: one search that a store after it reuses.
+  struct Place {
+    std::size_t hash = 0;
+    std::size_t position = 0;
+    bool found = false;
+  };
+  [[nodiscard]] Place lookUp(const K& key) const {
+    const std::size_t h = hashOf(key);
+    const std::size_t* position = index_.find(h, holding(entries_, key));
+    return {h, position ? *position : 0, position != nullptr};
   }
+  // The value at a place looked up since the last change, or null.
+  [[nodiscard]] const V* valueAt(const Place& place) const {
+    return place.found ? &entries_[place.position].second : nullptr;
+  }
+  [[nodiscard]] const V* find(const K& key) const { return valueAt(lookUp(key)); }
   [[nodiscard]] bool contains(const K& key) const { return find(key) != nullptr; }
   [[nodiscard]] const_iterator begin() const { return const_iterator(entries_, 0); }
   [[nodiscard]] const_iterator end() const { return const_iterator(entries_, entries_.size()); }
@@ -70,11 +82,12 @@ class PersistentHashMap {
   [[nodiscard]] const Entry& lastEntry() const { return entries_[entries_.size() - 1]; }
 
   // Stores `value` under `key`; false (and nothing copied) when that value is there already.
-  bool assign(const K& key, const V& value) {
-    const std::size_t h = hashOf(key);
-    if (const std::size_t* position = index_.find(h, holding(entries_, key))) {
-      if (entries_[*position].second == value) return false;
-      entries_.set(*position, Entry(key, value));
+  bool assign(const K& key, const V& value) { return assignAt(lookUp(key), key, value); }
+  // The same at the place lookUp(key) gave, with no change to the map since.
+  bool assignAt(const Place& place, const K& key, const V& value) {
+    if (place.found) {
+      if (entries_[place.position].second == value) return false;
+      entries_.set(place.position, Entry(key, value));
       return true;
     }
     // The entry first, so that the index can read its key; if the index cannot take it,
@@ -82,7 +95,7 @@ class PersistentHashMap {
     // holds, so it allocates nothing.
     entries_.pushBack(Entry(key, value));
     try {
-      index_.put(h, entries_.size() - 1, holding(entries_, key));
+      index_.put(place.hash, entries_.size() - 1, holding(entries_, key));
     } catch (...) {
       entries_.popBack();
       throw;

@@ -25,9 +25,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <utility>
 
 #include "aclkit/platform/fwk/Export.h"
+#include "aclkit/platform/fwk/internal/UndoLog.h"
 
 namespace fwk {
 
@@ -52,11 +53,14 @@ class ACLKIT_EXPORT Transaction {
   //
   //   if (fwk::Transaction::recording(*this)) fwk::Transaction::undoWith([...] { ... });
   [[nodiscard]] static bool recording(const Entity& owner) noexcept;
-  static void undoWith(std::function<void()> undo);
+  template <class F>
+  static void undoWith(F&& undo) {
+    detail::undoRecord(std::forward<F>(undo));
+  }
 
  private:
-  Transaction* outer_;
-  std::size_t savepoint_;
+  Transaction* outer_ = nullptr;
+  std::size_t savepoint_ = 0;
   std::uint64_t firstSerial_;
   int uncaughtAtStart_;
 };
@@ -65,8 +69,6 @@ namespace detail {
 // True when the innermost live transaction must record a change to `entity`: one is live,
 // no undo is running, and the entity existed when it began.
 [[nodiscard]] ACLKIT_EXPORT bool undoRecording(const Entity& entity) noexcept;
-// Records how to undo the change about to be made.
-ACLKIT_EXPORT void undoRecord(std::function<void()> undo);
 }  // namespace detail
 
 }  // namespace fwk

@@ -64,8 +64,9 @@ struct ACLKIT_HIDDEN CollectionAccess {
       if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
     }
     FWK_FAULT_POINT(mutation);
-    if (undoRecording(owner)) recordEntry(owner, map, key, id);
-    if (map.assign(key, value)) owner.notify(id, &key);
+    const auto place = map.lookUp(key);
+    if (undoRecording(owner)) recordEntry(owner, map, key, map.valueAt(place), id);
+    if (map.assignAt(place, key, value)) owner.notify(id, &key);
   }
 
   // The key is copied first: callers often pass the stored key itself, which the removal frees.
@@ -73,8 +74,9 @@ struct ACLKIT_HIDDEN CollectionAccess {
   static void mapDel(const Entity& owner, Map& map, const K& key, AttrId id) {
     const K removed = key;
     FWK_FAULT_POINT(mutation);
-    if (!map.contains(removed)) return;
-    if (undoRecording(owner)) recordEntry(owner, map, removed, id);
+    const auto* old = map.find(removed);
+    if (!old) return;
+    if (undoRecording(owner)) recordEntry(owner, map, removed, old, id);
     if (map.erase(removed)) owner.notify(id, &removed);
   }
 
@@ -87,7 +89,7 @@ struct ACLKIT_HIDDEN CollectionAccess {
     FWK_FAULT_POINT(mutation);
     if (undoRecording(owner)) undoRecord([target = UndoTarget(owner), &map, id] { mapDelAll(*target, map, id); });
     map.storage_ = source.storage_;
-    if constexpr (requires { map.version_; }) ++map.version_;
+    ++map.version_;
     owner.notify(id);
   }
 
@@ -102,7 +104,10 @@ struct ACLKIT_HIDDEN CollectionAccess {
   template <class Map>
   static void mapDelAll(const Entity& owner, Map& map, AttrId id) {
     while (!map.empty()) {
-      if (undoRecording(owner)) recordEntry(owner, map, map.nextToPop(), id);
+      if (undoRecording(owner)) {
+        const auto& key = map.nextToPop();
+        recordEntry(owner, map, key, map.find(key), id);
+      }
       auto key = map.popEntry();
       owner.notify(id, &key);
     }
@@ -208,10 +213,10 @@ struct ACLKIT_HIDDEN CollectionAccess {
   }
 
  private:
-  // Records how to put back the entry under key as it stands now (or its absence).
-  template <class Map, class K>
-  static void recordEntry(const Entity& owner, Map& map, const K& key, AttrId id) {
-    if (const auto* old = map.find(key)) {
+  // Records how to put back the entry under key as it stands now (`old`, its value or null).
+  template <class Map, class K, class V>
+  static void recordEntry(const Entity& owner, Map& map, const K& key, const V* old, AttrId id) {
+    if (old) {
       undoRecord([target = UndoTarget(owner), &map, key, value = *old, id] { mapSet(*target, map, key, value, id); });
     } else {
       undoRecord([target = UndoTarget(owner), &map, key, id] { mapDel(*target, map, key, id); });

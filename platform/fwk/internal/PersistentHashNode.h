@@ -103,7 +103,7 @@ class PersistentVector {
   static bool ownedBelow(const Node& node, bool owned) { return owned && node.fwkReferences() == 1; }
 
   // A fresh path of the given height down to a leaf holding `item`.
-  static NodePtr pathTo(unsigned level, T item) {
+  static NodePtr pathTo(unsigned level, T&& item) {
     Ptr<Node> leaf(new Node);
     leaf->items.reserve(persistentWidth);
     leaf->items.push_back(std::move(item));
@@ -115,7 +115,7 @@ class PersistentVector {
     }
     return node;
   }
-  static NodePtr setIn(const Node* node, unsigned level, std::size_t i, T item, bool owned) {
+  static NodePtr setIn(const Node* node, unsigned level, std::size_t i, T&& item, bool owned) {
     owned = ownedBelow(*node, owned);
     if (level == 0) {
       Ptr<Node> copy = writable(*node, owned);
@@ -128,7 +128,7 @@ class PersistentVector {
     copy->children[slot] = std::move(child);
     return copy;
   }
-  static NodePtr pushIn(const Node* node, unsigned level, std::size_t i, T item, bool owned) {
+  static NodePtr pushIn(const Node* node, unsigned level, std::size_t i, T&& item, bool owned) {
     owned = ownedBelow(*node, owned);
     if (level == 0) {
       Ptr<Node> copy = writable(*node, owned);

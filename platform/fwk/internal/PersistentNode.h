@@ -90,21 +90,22 @@ struct PersistentTree {
   // Moves the upper part of an overfull node into a new node and returns it: half of it, or
   // only the last entry when that is where the entry went in. Lists grow at their end (each
   // automatic place is the last one), and splitting there leaves full nodes behind instead of
-  // half-empty ones. Both nodes then hold no more room than their entries.
+  // half-empty ones. A node split off at the end takes room for a whole node at once, as the
+  // next entries go there too; other nodes hold no more room than their entries.
   static NodePtr splitOff(Node& node, bool grewAtEnd) {
     Ptr<Node> upper(new Node(node.leaf));
     const auto cut = static_cast<std::ptrdiff_t>(grewAtEnd ? node.keys.size() - 1 : node.keys.size() / 2);
-    upper->keys.assign(node.keys.begin() + cut, node.keys.end());
-    node.keys.erase(node.keys.begin() + cut, node.keys.end());
-    node.keys.shrink_to_fit();
+    auto move = [&](auto& from, auto& to) {
+      if (grewAtEnd) to.reserve(fanout + 1);
+      to.assign(from.begin() + cut, from.end());
+      from.erase(from.begin() + cut, from.end());
+      from.shrink_to_fit();
+    };
+    move(node.keys, upper->keys);
     if (node.leaf) {
-      upper->values.assign(node.values.begin() + cut, node.values.end());
-      node.values.erase(node.values.begin() + cut, node.values.end());
-      node.values.shrink_to_fit();
+      move(node.values, upper->values);
     } else {
-      upper->children.assign(node.children.begin() + cut, node.children.end());
-      node.children.erase(node.children.begin() + cut, node.children.end());
-      node.children.shrink_to_fit();
+      move(node.children, upper->children);
     }
     upper->size = sizeOf(*upper);
     node.size = sizeOf(node);

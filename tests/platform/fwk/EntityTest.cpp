@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "aclkit/platform/fwk/Entity.h"
+#include "aclkit/platform/fwk/Transaction.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {
@@ -140,6 +141,47 @@ TEST(EntityTest, AThrowingObserverDoesNotKeepTheChangeFromTheOthers) {
   EXPECT_THROW(node->flagIs(true), std::runtime_error) << "the first exception goes on";
   EXPECT_EQ(third.seen, std::vector<std::string>{"flag"});
   EXPECT_TRUE(node->flag());
+}
+
+// The undo log builds its steps in chunks it keeps for the next transaction: one that
+// records far more than a chunk holds must put back every change, newest first, an inner
+// scope that fails must take back only its own, and the log must serve again afterwards.
+TEST(EntityTest, AFailedTransactionPutsBackEveryChangeItRecorded) {
+  Ptr<Node> node = activeNode();
+  node->bySeqIs(1, "kept");
+  Recorder r(node.get());
+  auto writeMany = [&node] {
+    for (std::uint32_t i = 0; i < 3000; ++i) node->bySeqIs(i, String(std::to_string(i)));
+  };
+  for (int round = 0; round < 2; ++round) {
+    r.seen.clear();
+    auto failing = [&] {
+      const fwk::Transaction transaction;
+      node->labelIs(String("changed"));
+      writeMany();
+      throw std::runtime_error("late failure");
+    };
+    EXPECT_THROW(failing(), std::runtime_error);
+    EXPECT_EQ(node->label(), String());
+    ASSERT_EQ(node->bySeq().size(), 1U);
+    EXPECT_EQ(node->bySeq().valueOr(1), String("kept"));
+    ASSERT_EQ(r.seen.size(), 2U * 3001U);
+    EXPECT_EQ(r.seen[3001], "bySeq:2999");  // the newest change goes back first
+    EXPECT_EQ(r.seen.back(), "label");
+  }
+  {
+    const fwk::Transaction outer;
+    node->labelIs(String("outer"));
+    try {
+      const fwk::Transaction inner;
+      writeMany();
+      throw std::runtime_error("inner failure");
+    } catch (const std::runtime_error&) {  // the outer scope goes on
+    }
+    EXPECT_EQ(node->bySeq().size(), 1U);
+    EXPECT_EQ(node->label(), String("outer"));
+  }
+  EXPECT_EQ(node->label(), String("outer"));
 }
 
 TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {
