@@ -43,36 +43,60 @@ std::map<TableKey, Wanted> boundLists(const Input::Config& config, const IntfCon
   return wanted;
 }
 
-// One merge walk of the version against the held entries, both in sequence order: a rule at
-// a sequence that holds the same rule is kept, every other held entry goes to `drop` and every
-// other rule is copied into `add`. Nothing held is touched.
+// The version's places and records of the family, held by sharing: O(1), nothing copied.
 template <class F>
-void diff(const AclSubConfig& version, const std::map<U32, Rule>& held, std::vector<U32>& drop,
-          std::map<U32, Rule>& add, RunReport& report) {
-  using R = typename F::Rule;
-  const auto& records = F::records(version);
-  auto old = held.begin();
-  const auto dropOld = [&] {
-    drop.push_back(old->first);
-    ++report.removed;
-    ++old;
-  };
-  for (const auto& [sequence, id] : version.ruleBySequence()) {
-    const R* rule = records.find(id);
-    if (!rule) continue;  // a sequence without a record of the family holds no rule
-    while (old != held.end() && old->first < sequence) dropOld();
-    if (old != held.end() && old->first == sequence) {
-      if (std::get<R>(old->second) == *rule) {
-        ++report.kept;
-        ++old;
-        continue;
-      }
-      dropOld();
-    }
-    ++report.added;
-    add.emplace_hint(add.end(), sequence, *rule);
+Table snapshot(const String& acl, const AclSubConfig& version) {
+  return Table{acl, version.ruleBySequence(), Table::Records(F::records(version)), 0};
+}
+
+// Counts what programming `next` over `held` (null for a table not held yet) changes, and sets
+// next.size: an entry (a rule at a sequence) whose sequence and rule stay is kept, every other
+// held entry is removed and every other new one added. What the two versions share is equal
+// unread: an unchanged list costs nothing, and a list whose rule records are all shared costs
+// only the places that changed. Anything else is one merge walk of both in sequence order.
+template <class F>
+void diff(const Table* held, Table& next, RunReport& report) {
+  using Records = fwk::HashMap<UniqueId, typename F::Rule>;
+  const Records& records = std::get<Records>(next.records);
+  auto ruleOf = [](const Records& byId, const UniqueId* id) { return id ? byId.find(*id) : nullptr; };
+  if (!held) {
+    next.forEachEntry([&](U32, const auto&) { return ++next.size, false; });
+    report.added += next.size;
+    return;
   }
-  while (old != held.end()) dropOld();
+  const Records& heldRecords = std::get<Records>(held->records);
+  std::size_t added = 0;
+  std::size_t removed = 0;
+  auto change = [&](const typename F::Rule* before, const typename F::Rule* after) {
+    if (before && after && *before == *after) return;
+    removed += before ? 1 : 0;
+    added += after ? 1 : 0;
+  };
+  if (heldRecords.sharesAllWith(records)) {
+    held->places.forEachDifference(next.places, [&](const U32&, const UniqueId* before, const UniqueId* after) {
+      change(ruleOf(records, before), ruleOf(records, after));
+    });
+  } else {
+    auto old = held->places.begin();
+    auto now = next.places.begin();
+    while (old != held->places.end() || now != next.places.end()) {
+      if (now == next.places.end() || (old != held->places.end() && (*old).first < (*now).first)) {
+        change(ruleOf(heldRecords, &(*old).second), nullptr);
+        ++old;
+      } else if (old == held->places.end() || (*now).first < (*old).first) {
+        change(nullptr, ruleOf(records, &(*now).second));
+        ++now;
+      } else {
+        change(ruleOf(heldRecords, &(*old).second), ruleOf(records, &(*now).second));
+        ++old;
+        ++now;
+      }
+    }
+  }
+  next.size = held->size - removed + added;
+  report.added += added;
+  report.removed += removed;
+  report.kept += next.size - added;
 }
 
 std::string count(std::size_t entries) {
@@ -193,42 +217,31 @@ Dataplane::Plan Dataplane::prepare(RunReport& report) {
   Plan plan;
   const std::map<TableKey, Wanted> wanted = boundLists(*config_, *intfConfig_);
   for (const auto& [key, want] : wanted) {
-    const AclSubConfig& version = *want.version;
     auto held = tables_.find(key);
-    std::vector<U32>* drop = nullptr;
-    std::map<U32, Rule>* add = nullptr;
-    if (held == tables_.end()) {
-      Table& fresh = plan.fresh[key];
-      fresh.acl = want.acl;
-      add = &fresh.entries;
-    } else {
-      Plan::Edit& edit = plan.edits.emplace_back(Plan::Edit{held, want.acl, {}, {}});
-      drop = &edit.drop;
-      add = &edit.add;
-    }
-    static const std::map<U32, Rule> none;
-    const std::map<U32, Rule>& old = held == tables_.end() ? none : held->second.entries;
-    std::vector<U32> unused;
-    withFamily(familyOrMac(key.family),
-               [&](auto family) { diff<decltype(family)>(version, old, drop ? *drop : unused, *add, report); });
+    withFamily(familyOrMac(key.family), [&](auto family) {
+      using F = decltype(family);
+      Table next = snapshot<F>(want.acl, *want.version);
+      diff<F>(held == tables_.end() ? nullptr : &held->second, next, report);
+      if (held == tables_.end()) {
+        plan.fresh.emplace(key, std::move(next));
+      } else {
+        plan.edits.push_back(Plan::Edit{held, std::move(next)});
+      }
+    });
   }
   for (auto it = tables_.begin(); it != tables_.end(); ++it) {
     if (wanted.contains(it->first)) continue;
-    report.removed += it->second.entries.size();
+    report.removed += it->second.size;
     plan.gone.push_back(it);
   }
   return plan;
 }
 
-// Erasing and splicing prepared nodes allocate nothing: this part does not fail half-way.
+// Erasing, moving shared storage and splicing prepared nodes allocate nothing: this part does
+// not fail half-way.
 void Dataplane::apply(Plan& plan) {
   for (auto table : plan.gone) tables_.erase(table);
-  for (Plan::Edit& edit : plan.edits) {
-    Table& table = edit.table->second;
-    table.acl = edit.acl;
-    for (U32 sequence : edit.drop) table.entries.erase(sequence);
-    table.entries.merge(edit.add);
-  }
+  for (Plan::Edit& edit : plan.edits) edit.table->second = std::move(edit.next);
   tables_.merge(plan.fresh);
 }
 
@@ -249,17 +262,24 @@ Verdict Dataplane::check(const IntfId& intf, AclDirection direction, const Packe
   if (found == tables_.end()) return verdict;
   const Table& table = found->second;
   verdict.acl = table.acl;
-  withFamily(familyOrMac(packet.family), [&](auto family) {
-    using R = typename decltype(family)::Rule;
-    for (const auto& [sequence, rule] : table.entries) {
-      if (matches(std::get<R>(rule), packet)) {
-        verdict.entry = Entry{sequence, rule};
-        verdict.action = verdict.entry->action();
-        return;
-      }
-    }
+  table.forEachEntry([&](U32 sequence, const auto& rule) {
+    if (!matches(rule, packet)) return false;
+    verdict.entry = Entry{sequence, rule};
+    verdict.action = verdict.entry->action();
+    return true;
   });
   return verdict;
+}
+
+std::optional<Rule> Table::at(U32 sequence) const {
+  const UniqueId* id = places.find(sequence);
+  if (!id) return std::nullopt;
+  return std::visit(
+      [&](const auto& byId) -> std::optional<Rule> {
+        const auto* rule = byId.find(*id);
+        return rule ? std::optional<Rule>(*rule) : std::nullopt;
+      },
+      records);
 }
 
 }  // namespace Agent

@@ -26,9 +26,10 @@
 // sequence order, remarks left out. An unbound interface, or one bound to a list that does not
 // exist or has no current version, has no table. A table is changed entry by entry: an entry
 // (a rule at a sequence) whose sequence and rule are unchanged is kept, others are removed or
-// added, and tables no longer bound lose all their entries. A run costs one walk of each bound
-// version against its table, comparing records, and one map operation per entry it changes:
-// nothing is copied for what is kept. The run then writes its status: the error map holds
+// added, and tables no longer bound lose all their entries. A table holds its version by
+// sharing the version's storage, so a run copies no rule: a list that did not change costs
+// nothing, one whose records are all shared with what is held costs the places that changed,
+// and any other one walk of the version against its table. The run then writes its status: the error map holds
 // this run's error, if any, and nothing else (a run that succeeds clears earlier errors), and
 // dpAclUpdateTime becomes the request time, last, so that a session that sees the time also
 // sees the errors.
@@ -78,10 +79,34 @@ struct TableKey {
   friend auto operator<=>(const TableKey&, const TableKey&) = default;
 };
 
-// The entries of one (family, interface, direction): rules by sequence, walked in order.
+// The entries of one (family, interface, direction): the places and rule records of the list
+// version programmed there, held by sharing that version's storage, so that programming a
+// list copies none of its rules. A place whose identity has no record of the family holds no
+// entry.
 struct Table {
+  using Records =
+      std::variant<fwk::HashMap<Acl::UniqueId, Acl::IpRuleConfig>, fwk::HashMap<Acl::UniqueId, Acl::Ip6RuleConfig>,
+                   fwk::HashMap<Acl::UniqueId, Acl::MacRuleConfig>>;
+
   fwk::String acl;  // the list they come from
-  std::map<U32, Rule> entries;
+  fwk::OrderedMap<U32, Acl::UniqueId> places;
+  Records records;
+  std::size_t size = 0;  // the entries: places that hold a rule
+
+  // Calls visit(sequence, rule) for each entry in ascending sequence order, with the rule's
+  // own record type; a visit that returns true ends the walk.
+  template <class Visit>
+  void forEachEntry(Visit&& visit) const {
+    std::visit(
+        [&](const auto& byId) {
+          for (const auto& [sequence, id] : places) {
+            if (const auto* rule = byId.find(id); rule && visit(sequence, *rule)) return;
+          }
+        },
+        records);
+  }
+  // The rule at a sequence, or nothing.
+  [[nodiscard]] std::optional<Rule> at(U32 sequence) const;
 };
 
 // What one run did.
@@ -162,14 +187,11 @@ class Dataplane {
   };
 
   // What a run changes, prepared before anything held is touched: per held table still bound,
-  // the sequences to drop and the rules to add (already copied); the tables not held yet; the
-  // held tables no longer bound.
+  // what it holds next; the tables not held yet; the held tables no longer bound.
   struct Plan {
     struct Edit {
       std::map<TableKey, Table>::iterator table;
-      fwk::String acl;
-      std::vector<U32> drop;
-      std::map<U32, Rule> add;
+      Table next;
     };
     std::vector<Edit> edits;
     std::map<TableKey, Table> fresh;

@@ -138,7 +138,10 @@ void bindAgents(py::module_& m) {
             py::dict all;
             for (const auto& [key, table] : d.tables()) {
               py::list entries;
-              for (const auto& [sequence, rule] : table.entries) entries.append(py::make_tuple(sequence, ruleOf(rule)));
+              table.forEachEntry([&](Acl::U32 sequence, const auto& rule) {
+                entries.append(py::make_tuple(sequence, ruleOf(Agent::Rule(rule))));
+                return false;
+              });
               all[py::make_tuple(key.family, key.intf, key.direction)] = py::make_tuple(table.acl.str(), entries);
             }
             return all;

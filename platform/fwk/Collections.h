@@ -144,6 +144,13 @@ class ACLKIT_EXPORT OrderedMap {
   [[nodiscard]] bool sharesAllWith(const OrderedMap& other) const noexcept {
     return storage_.sharesAllWith(other.storage_);
   }
+  // Calls visit(key, mine, theirs), each a pointer to that key's value here and in `other` or
+  // null, for every key whose entry differs, in ascending order; what the two share is
+  // skipped unread, so two versions of one map compare in the time their changes take.
+  template <class Visit>
+  void forEachDifference(const OrderedMap& other, Visit&& visit) const {
+    storage_.forEachDifference(other.storage_, visit);
+  }
 
  private:
   friend struct detail::CollectionAccess;

@@ -33,7 +33,7 @@ class DataplaneTest : public ::testing::Test, protected build::SessionWorld {
   static std::vector<U32> sequences(const Dataplane& dp, const IntfId& intf = eth1) {
     std::vector<U32> all;
     if (const Agent::Table* t = dp.table(AclType::ip, intf, AclDirection::in)) {
-      for (const auto& [seq, rule] : t->entries) all.push_back(seq);
+      t->forEachEntry([&](U32 seq, const auto&) { return all.push_back(seq), false; });
     }
     return all;
   }
@@ -133,7 +133,15 @@ TEST_F(DataplaneTest, AOneEntryChangeToALargeListIsADiff) {
   acl.hwConfig->dpAclUpdateRequestTimeIs(2);
   const Agent::RunReport& r = dp1.lastRun();
   EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(1u, 1u, 43999u));
-  EXPECT_EQ(Agent::actionOf(dp1.table(AclType::ip, eth1, AclDirection::in)->entries.at(20000)), RuleAction::deny);
+  EXPECT_EQ(Agent::actionOf(dp1.table(AclType::ip, eth1, AclDirection::in)->at(20000).value()), RuleAction::deny);
+  // Only the places change, the records stay shared with what is held: a second place for a
+  // rule is one entry more. Then nothing changes: everything is kept.
+  v->ruleBySequenceIs(44001, v->ruleBySequence(1));
+  acl.hwConfig->dpAclUpdateRequestTimeIs(3);
+  EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(1u, 0u, 44000u));
+  acl.hwConfig->dpAclUpdateRequestTimeIs(4);
+  EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(0u, 0u, 44001u));
+  EXPECT_EQ(dp1.entryCount(), 44001u);
 }
 
 TEST_F(DataplaneTest, AttachAndDetachChangeWhatIsProgrammed) {

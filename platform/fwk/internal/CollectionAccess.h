@@ -93,13 +93,6 @@ struct ACLKIT_HIDDEN CollectionAccess {
     owner.notify(id);
   }
 
-  // Calls visit(key, mine, theirs) for each key whose entry differs between two ordered maps,
-  // in ascending order, skipping what they share unread.
-  template <class K, class V, class Visit>
-  static void forEachDifference(const OrderedMap<K, V>& mine, const OrderedMap<K, V>& theirs, Visit&& visit) {
-    mine.storage_.forEachDifference(theirs.storage_, visit);
-  }
-
   // Entries go one at a time, so each observer sees a consistent map at its notification.
   template <class Map>
   static void mapDelAll(const Entity& owner, Map& map, AttrId id) {

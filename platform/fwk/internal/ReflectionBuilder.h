@@ -147,8 +147,8 @@ class ACLKIT_HIDDEN MapAttr final : public AttrInfo {
     // one pass with no allocation.
     std::vector<K> stale;
     std::vector<std::pair<const K*, const V*>> writes;
-    if constexpr (!isEntityPtr<V>() && requires { CollectionAccess::forEachDifference(from, to, [](auto&&...) {}); }) {
-      CollectionAccess::forEachDifference(from, to, [&](const K& key, const V* mine, const V*) {
+    if constexpr (!isEntityPtr<V>() && requires { from.forEachDifference(to, [](auto&&...) {}); }) {
+      from.forEachDifference(to, [&](const K& key, const V* mine, const V*) {
         if (mine) {
           writes.emplace_back(&key, mine);
         } else {
