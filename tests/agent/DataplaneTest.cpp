@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <tuple>
 #include <vector>
 
 #include "aclkit/agent/Dataplane.h"
@@ -115,25 +114,6 @@ TEST_F(DataplaneTest, ARunBeyondCapacityKeepsTheOldTablesUntilOneFits) {
   EXPECT_EQ(s->commit(), succeeded);
   EXPECT_EQ(sequences(dp1), (std::vector<U32>{20, 30}));
   EXPECT_TRUE(dp1.status()->error().empty());
-}
-
-TEST_F(DataplaneTest, AOneEntryChangeToALargeListIsADiff) {
-  auto big = acl.config->configIs(AclType::ip)->aclIs("big", AclType::ip, false, false);
-  auto v = big->subConfigIs(UniqueId());
-  for (U32 seq = 1; seq <= 44000; ++seq) {
-    UniqueId id;
-    v->ruleBySequenceIs(seq, id);
-    v->ipRuleByIdIs(id, build::ipRule(static_cast<U16>(seq)));
-  }
-  big->currCfgIs(v);
-  acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(eth1, "big");
-  acl.hwConfig->dpAclUpdateRequestTimeIs(1);
-  EXPECT_EQ(dp1.lastRun().added, 44000u);
-  v->ipRuleByIdIs(v->ruleBySequence(20000), build::ipRule(1, RuleAction::deny));
-  acl.hwConfig->dpAclUpdateRequestTimeIs(2);
-  const Agent::RunReport& r = dp1.lastRun();
-  EXPECT_EQ(std::tuple(r.added, r.removed, r.kept), std::tuple(1u, 1u, 43999u));
-  EXPECT_EQ(Agent::actionOf(dp1.table(AclType::ip, eth1, AclDirection::in)->entries.at(20000)), RuleAction::deny);
 }
 
 TEST_F(DataplaneTest, AttachAndDetachChangeWhatIsProgrammed) {
