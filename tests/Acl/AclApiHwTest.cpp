@@ -395,6 +395,21 @@ TEST_F(HwTest, ADataplaneAnsweringInsideTheRequestCompletesTheWait) {
   EXPECT_TRUE(acl.config->config(AclType::ip)->acl("web")->currCfg()->committed());
 }
 
+// Like the commit's guard, reached by the property test only on sessions opened without
+// capabilities: seldom enough that this pins it.
+TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
+  Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(1); });
+  installRule("v6", AclType::ipv6, rule);
+  auto attaching = session("v6", AclType::ipv6, attach_);
+  EXPECT_EQ(attaching->attach("Ethernet1", AclDirection::in), errAclApi);
+  EXPECT_EQ(attaching->attachedAcl("Ethernet1", AclDirection::in), "");
+  EXPECT_EQ(attaching->intf(), "") << "nothing is recorded";
+  bind("Ethernet1", "v6", AclType::ipv6);
+  auto detaching = session("v6", AclType::ipv6, detach_);
+  EXPECT_EQ(detaching->detach("Ethernet1", AclDirection::in), succeeded);
+  EXPECT_EQ(detaching->attachedAcl("Ethernet1", AclDirection::in), "");
+}
+
 TEST_F(HwTest, DetachRemovesOnlyWhatItNames) {
   bind("Ethernet1", "web");
   bind("Ethernet2", "other");
