@@ -79,6 +79,7 @@ TEST_F(CommitTest, AHardwareErrorIsRevertedAndTheOldVersionWaitedForAgain) {
 
 // ---- other sessions ------------------------------------------------------------------------
 
+// The outcomes are the property test's; the traces say which conflict it was.
 TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
   installAcl("web", {{10, 80}});
   auto first = session("web");
@@ -88,6 +89,19 @@ TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
   EXPECT_EQ(first->commit(), succeeded);
   EXPECT_EQ(second->commit(), errSessionModify);
   EXPECT_TRUE(traces.contains("Acl web has been modified by another session"));
+
+  auto a = session("fresh");
+  auto b = session("fresh");
+  ASSERT_EQ(a->addIpRule(0, ipRule(1)), succeeded);
+  ASSERT_EQ(b->addIpRule(0, ipRule(2)), succeeded);
+  EXPECT_EQ(a->commit(), succeeded);
+  EXPECT_EQ(b->commit(), errSessionCreate);
+  EXPECT_TRUE(traces.contains("Acl fresh has been created by another session"));
+  auto late = session("web");
+  ASSERT_EQ(late->addIpRule(30, ipRule(3)), succeeded);
+  EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);
+  EXPECT_EQ(late->commit(), errSessionDelete);
+  EXPECT_TRUE(traces.contains("Acl web has been deleted by another session"));
 }
 
 // ---- in place or new ------------------------------------------------------------------------
@@ -179,11 +193,16 @@ TEST_F(CommitTest, RevertOfADetachRestoresTheBinding) {
   EXPECT_TRUE(traces.contains("Failed while detach"));
 }
 
-TEST_F(CommitTest, RemoveTracesItsRefusalAndLetsGoOfAliases) {
+TEST_F(CommitTest, RemoveTracesItsRefusalsAndLetsGoOfAliases) {
   installAcl("web", {{10, 80}});
   installAcl("ro", {}, {}, true);
-  EXPECT_EQ(session("ro", AclType::ip, remove_)->remove(), errReadOnly);
-  EXPECT_TRUE(traces.contains("<, errReadOnly"));
+  acl.config->config(AclType::ip)->aclIs("std", AclType::ip, true, false);
+  const std::pair<const char*, ApiState> refused[] = {
+      {"none", errAclDoesNotExist}, {"std", errStandardAcl}, {"ro", errReadOnly}};
+  for (const auto& [name, state] : refused) {
+    EXPECT_EQ(session(name, AclType::ip, remove_)->remove(), state);
+    EXPECT_TRUE(traces.contains("<, " + std::string(stringValue(state).view()))) << name;
+  }
   Ptr<UdfAliasPayload> alias = acl.udfAlias->ipAliasIs("key");
   alias->aceListForAclIs("web")->seqIs(10, true);
   EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);

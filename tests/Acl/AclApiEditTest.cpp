@@ -80,6 +80,9 @@ TEST_F(EditTest, OccupancyIsJudgedBeforeReadOnly) {
   EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{{9, "<, readonly"}}));
   EXPECT_EQ(ruleCount(s->currentAcl()), 2u) << "refusals change nothing";
   EXPECT_EQ(traces.lines().empty() ? "" : traces.lines()[0].function, "addRuleCommon");
+  traces.clear();
+  EXPECT_EQ(s->removeRuleBySequence(0, 100), errReadOnly);
+  EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{{9, "<, readonly"}}));
 }
 
 // Another family's rule is stored as the session family's default rule (the property test
@@ -111,6 +114,9 @@ TEST_F(EditTest, RemarksTakeFreePlacesAndRefuseOccupiedOnes) {
                                                                {8, "Remark exists with the sequence number: 10"},
                                                                {0, "addRemark"},
                                                                {8, "Rule exists with the sequence number: 15"}}));
+  traces.clear();
+  EXPECT_EQ(s->removeRemark(x, 10), succeeded);
+  EXPECT_EQ(lines(), (std::vector<std::pair<int, std::string>>{{0, "removeRemark"}, {0, " seq 10"}}));
 }
 
 // ---- resequencing ----------------------------------------------------------------------

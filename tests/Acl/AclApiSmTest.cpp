@@ -176,6 +176,20 @@ TEST_F(ApiSmTest, CleanupDeletesTheReplacedVersionOnly) {
   EXPECT_TRUE(u->currentAcl()) << "kept when the ACL is gone";
 }
 
+// What each toggle does to the scratchpad is the property test's; each names itself.
+TEST_F(ApiSmTest, FlagTogglesAreTraced) {
+  auto s = session("web");
+  const std::pair<ApiState (ApiSm::*)(), const char*> toggles[] = {{&ApiSm::enableCounters, "enableCounters"},
+                                                                   {&ApiSm::disableCounters, "disableCounters"},
+                                                                   {&ApiSm::enableFragments, "enableFragments"},
+                                                                   {&ApiSm::disableFragments, "disableFragments"}};
+  for (const auto& [toggle, name] : toggles) {
+    traces.clear();
+    EXPECT_EQ(((*s).*toggle)(), succeeded);
+    EXPECT_EQ(traces.messages("AclApi"), std::vector<std::string>{name});
+  }
+}
+
 // ---- lookups ---------------------------------------------------------------------------
 
 TEST_F(ApiSmTest, LookupsReturnTheDefaultRuleWhereNoRuleOfThatFamilyStands) {
