@@ -33,49 +33,30 @@ class CommitTest : public ::testing::Test, protected build::SessionWorld {
 
 // ---- from request to programmed hardware ------------------------------------------------
 
-TEST_F(CommitTest, ANewAclWaitsForEveryDataplaneAndIsThenCommitted) {
-  FakeDataplane dp1(acl, "dp1");
-  FakeDataplane dp2(acl, "dp2");
+TEST_F(CommitTest, ANewAclIsTracedAsNewAndLetsGoOfItsScratchpadAtOnce) {
+  FakeDataplane dp(acl, "dp1");
   auto s = session("web");
   ASSERT_EQ(s->addIpRule(0, ipRule(80)), succeeded);
-  ASSERT_EQ(s->addIpRule(0, ipRule(443)), succeeded);
   EXPECT_EQ(s->commit(), waitingForHw);
   EXPECT_TRUE(traces.contains("New acl web"));
   EXPECT_TRUE(traces.contains("create new subConfig for ACL web"));
-  Ptr<AclSubConfig> current = web()->currCfg();
-  ASSERT_TRUE(current);
-  EXPECT_EQ(places(*current), (std::vector<U32>{10, 20}));
-  EXPECT_FALSE(current->committed()) << "not before the hardware has it";
   EXPECT_FALSE(s->currentAcl()) << "commit() cleans up at once";
-  dp1.apply();
-  EXPECT_EQ(s->apiState(), waitingForHw);
-  dp2.apply();
+  dp.apply();
   EXPECT_EQ(s->apiState(), succeeded);
-  EXPECT_TRUE(current->committed());
-  EXPECT_FALSE(s->origAclConfig());
 }
 
-TEST_F(CommitTest, WithoutDataplanesACommitCompletesAndLetsGo) {
+TEST_F(CommitTest, ACommitHoldsNoCopyOfItsScratchpad) {
   installAcl("web", {{10, 80}});
-  Ptr<AclSubConfig> old = web()->currCfg();
-  auto kept = session("web");
-  ASSERT_EQ(kept->addIpRule(20, ipRule(443)), succeeded);
-  EXPECT_EQ(kept->commitExt(false), succeeded);
-  EXPECT_TRUE(web()->subConfig().contains(old->id())) << "without cleanup the old version stays";
-  EXPECT_FALSE(kept->currentAcl()) << "the scratchpad went with the wait";
-  EXPECT_TRUE(web()->currCfg()->committed());
-
   auto s = session("web");
   ASSERT_EQ(s->addIpRule(30, ipRule(22)), succeeded);
   Ptr<AclSubConfig> scratchpad = s->currentAcl();
   EXPECT_EQ(s->commit(), succeeded);
   EXPECT_EQ(scratchpad->fwkReferences(), 1u) << "the session holds on to no copy of its scratchpad";
-  EXPECT_EQ(web()->subConfig().size(), 2u) << "cleanup deletes only the version this commit replaced";
-  EXPECT_EQ(places(*web()->currCfg()), (std::vector<U32>{10, 20, 30}));
   EXPECT_EQ(session("none", AclType::ip, remove_)->commit(), succeeded) << "no scratchpad: nothing to do";
   EXPECT_TRUE(traces.contains("Scratchpad is empty!"));
 }
 
+// The states, versions and request times on the way are the property test's; this pins the traces.
 TEST_F(CommitTest, AHardwareErrorIsRevertedAndTheOldVersionWaitedForAgain) {
   installAcl("web", {{10, 80}});
   Ptr<AclSubConfig> old = web()->currCfg();
@@ -83,18 +64,12 @@ TEST_F(CommitTest, AHardwareErrorIsRevertedAndTheOldVersionWaitedForAgain) {
   auto s = session("web");
   ASSERT_EQ(s->addIpRule(20, ipRule(443)), succeeded);
   EXPECT_EQ(s->commitExt(false), waitingForHw);
-  const double firstRequest = acl.hwConfig->dpAclUpdateRequestTime();
   dp.fail("tcam exhausted");
   EXPECT_EQ(s->apiState(), errHw);
-  EXPECT_EQ(s->errString("dp1"), "tcam exhausted");
-  EXPECT_FALSE(web()->currCfg()->committed());
-
   dp.recover();
   traces.clear();
   EXPECT_EQ(s->revert(), waitingForHw);
   EXPECT_EQ(web()->currCfg(), old);
-  EXPECT_EQ(web()->subConfig().size(), 1u) << "the failed version is gone";
-  EXPECT_GT(acl.hwConfig->dpAclUpdateRequestTime(), firstRequest);
   EXPECT_TRUE(traces.contains("Failed while committing"));
   EXPECT_TRUE(traces.contains("Reverting to " + std::to_string(old->id().val())));
   EXPECT_TRUE(traces.contains("Setting the currCfg to : " + old->fullName().str()));
@@ -104,6 +79,7 @@ TEST_F(CommitTest, AHardwareErrorIsRevertedAndTheOldVersionWaitedForAgain) {
 
 // ---- other sessions ------------------------------------------------------------------------
 
+// The outcomes are the property test's; the traces say which conflict it was.
 TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
   installAcl("web", {{10, 80}});
   auto first = session("web");
@@ -111,12 +87,8 @@ TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
   ASSERT_EQ(first->addIpRule(20, ipRule(1)), succeeded);
   ASSERT_EQ(second->addIpRule(20, ipRule(2)), succeeded);
   EXPECT_EQ(first->commit(), succeeded);
-  Ptr<AclSubConfig> firstVersion = web()->currCfg();
   EXPECT_EQ(second->commit(), errSessionModify);
   EXPECT_TRUE(traces.contains("Acl web has been modified by another session"));
-  EXPECT_EQ(web()->currCfg(), firstVersion);
-  EXPECT_EQ(firstVersion->ipRuleById(firstVersion->ruleBySequence(20)), ipRule(1));
-  EXPECT_TRUE(second->currentAcl()) << "the scratchpad is kept for the caller";
 
   auto a = session("fresh");
   auto b = session("fresh");
@@ -124,13 +96,12 @@ TEST_F(CommitTest, TheSecondOfTwoSessionsToCommitFindsTheConflict) {
   ASSERT_EQ(b->addIpRule(0, ipRule(2)), succeeded);
   EXPECT_EQ(a->commit(), succeeded);
   EXPECT_EQ(b->commit(), errSessionCreate);
-  EXPECT_EQ(acl.config->config(AclType::ip)->acl("fresh")->currCfg()->ipRuleById().begin()->second, ipRule(1));
-
+  EXPECT_TRUE(traces.contains("Acl fresh has been created by another session"));
   auto late = session("web");
-  EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);
   ASSERT_EQ(late->addIpRule(30, ipRule(3)), succeeded);
+  EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);
   EXPECT_EQ(late->commit(), errSessionDelete);
-  EXPECT_FALSE(web());
+  EXPECT_TRUE(traces.contains("Acl web has been deleted by another session"));
 }
 
 // ---- in place or new ------------------------------------------------------------------------
@@ -169,6 +140,8 @@ TEST_F(CommitTest, EssentialChangesMakeANewVersion) {
   EXPECT_TRUE(session("none")->shouldUpdateAcl()) << "an ACL that does not exist is new";
 }
 
+// The property test meets the guard only on sessions opened without capabilities, too seldom
+// to tell a bound list from an unbound one: this pins that only a bound list is refused.
 TEST_F(CommitTest, ThePreApplyGuardAppliesOnlyToBoundAcls) {
   Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(8); });
   auto loose = session("v6", AclType::ipv6);
@@ -210,46 +183,31 @@ TEST_F(CommitTest, RevertUndoesWhatTheSessionDid) {
   EXPECT_EQ(session("x", AclType::ip, remove_)->revert(), ready);
 }
 
-TEST_F(CommitTest, RevertOfAttachAndDetachRestoresTheBinding) {
+TEST_F(CommitTest, RevertOfADetachRestoresTheBinding) {
   auto bindings = acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in);
   bindings->intfIs(IntfId(String("Ethernet1")), "old");
-  auto replacing = session("web", AclType::ip, attach_);
-  ASSERT_EQ(replacing->attach("Ethernet1", AclDirection::in), succeeded);
-  EXPECT_EQ(replacing->revert(), succeeded);
-  EXPECT_EQ(bindings->intf(IntfId(String("Ethernet1"))), "old");
-  auto fresh = session("web", AclType::ip, attach_);
-  ASSERT_EQ(fresh->attach("Ethernet2", AclDirection::in), succeeded);
-  EXPECT_EQ(fresh->revert(), succeeded);
-  EXPECT_FALSE(bindings->intf().contains(IntfId(String("Ethernet2"))));
   auto detaching = session("old", AclType::ip, detach_);
   ASSERT_EQ(detaching->detach("Ethernet1", AclDirection::in), succeeded);
-  EXPECT_TRUE(bindings->intf().empty());
   EXPECT_EQ(detaching->revert(), succeeded);
   EXPECT_EQ(bindings->intf(IntfId(String("Ethernet1"))), "old");
   EXPECT_TRUE(traces.contains("Failed while detach"));
 }
 
-TEST_F(CommitTest, RemoveRefusesWhatItMustNotDelete) {
-  auto s = session("web", AclType::ip, remove_);
-  EXPECT_EQ(s->remove(), errAclDoesNotExist);
+TEST_F(CommitTest, RemoveTracesItsRefusalsAndLetsGoOfAliases) {
   installAcl("web", {{10, 80}});
-  acl.config->config(AclType::ip)->aclIs("std", AclType::ip, true, false);
-  EXPECT_EQ(session("std", AclType::ip, remove_)->remove(), errStandardAcl);
   installAcl("ro", {}, {}, true);
-  EXPECT_EQ(session("ro", AclType::ip, remove_)->remove(), errReadOnly);
-  EXPECT_TRUE(traces.contains("<, errReadOnly"));
+  acl.config->config(AclType::ip)->aclIs("std", AclType::ip, true, false);
+  const std::pair<const char*, ApiState> refused[] = {
+      {"none", errAclDoesNotExist}, {"std", errStandardAcl}, {"ro", errReadOnly}};
+  for (const auto& [name, state] : refused) {
+    EXPECT_EQ(session(name, AclType::ip, remove_)->remove(), state);
+    EXPECT_TRUE(traces.contains("<, " + std::string(stringValue(state).view()))) << name;
+  }
   Ptr<UdfAliasPayload> alias = acl.udfAlias->ipAliasIs("key");
   alias->aceListForAclIs("web")->seqIs(10, true);
-  EXPECT_EQ(s->remove(), succeeded);
+  EXPECT_EQ(session("web", AclType::ip, remove_)->remove(), succeeded);
   EXPECT_FALSE(web());
   EXPECT_FALSE(alias->aceListForAcl("web")) << "the alias no longer points at the ACL";
-  EXPECT_TRUE(acl.config->config(AclType::ip)->acl("std"));
-}
-
-TEST(CommitDeathTest, RemoveAndCommitBelongToTheirSessionTypes) {
-  build::SessionWorld world;
-  auto commitSession = world.session("web");
-  EXPECT_DEATH(static_cast<void>(commitSession->remove()), "Assertion failed: apiType\\(\\) == remove_ \\(");
 }
 
 // ---- UDF aliases --------------------------------------------------------------------------------

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
+#include <type_traits>
 
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/platform/trace/Clock.h"
@@ -41,60 +41,6 @@ class HwTest : public ::testing::Test, protected build::SessionWorld {
   fwk::TraceCapture traces;
 };
 
-// ---- the hardware wait: every outcome and arrival order of three dataplanes ----------------
-
-enum class Outcome { updated, behind, error };
-
-TEST(HwWaitTest, EveryArrivalOrderAndOutcomeEndsInTheRightState) {
-  fwk::TraceFacility::get("AclApi").levelsIs(0);
-  const Outcome outcomes[] = {Outcome::updated, Outcome::behind, Outcome::error};
-  int cases = 0;
-  for (int reports = 0; reports < 8; ++reports) {
-    for (int o = 0; o < 27; ++o) {
-      Outcome of[3] = {outcomes[o % 3], outcomes[(o / 3) % 3], outcomes[o / 9]};
-      int order[3] = {0, 1, 2};
-      do {
-        build::SessionWorld world;
-        double now = 10;
-        fwk::ClockOverride clock([&] { return now += 1; });
-        std::vector<std::unique_ptr<FakeDataplane>> dps;
-        for (int i = 0; i < 3; ++i) {
-          dps.push_back(
-              std::make_unique<FakeDataplane>(world.acl, ("dp" + std::to_string(i)).c_str(), (reports >> i) & 1));
-        }
-        auto s = world.session("web");
-        ApiState started = s->waitForHw();
-        for (int i : order) {
-          if (of[i] == Outcome::updated) dps[i]->apply();
-          if (of[i] == Outcome::error) dps[i]->fail(("broken " + std::to_string(i)).c_str());
-        }
-        bool anyReports = reports != 0;
-        bool anyBehind = false;
-        std::size_t errors = 0;
-        for (int i = 0; i < 3; ++i) {
-          if (!((reports >> i) & 1)) continue;
-          anyBehind = anyBehind || of[i] == Outcome::behind;
-          errors += of[i] == Outcome::error ? 1 : 0;
-        }
-        ApiState expected = !anyReports ? succeeded : anyBehind ? waitingForHw : errors ? errHw : succeeded;
-        SCOPED_TRACE("reports " + std::to_string(reports) + " outcomes " + std::to_string(o));
-        ASSERT_EQ(started, anyReports ? waitingForHw : succeeded);
-        ASSERT_EQ(s->apiState(), expected);
-        ASSERT_EQ(s->errString().size(), expected == errHw ? errors : 0u);
-        // A report that comes while the session is not waiting changes nothing.
-        if (expected != waitingForHw) {
-          auto before = s->errString().size();
-          dps[0]->status()->dpAclUpdateTimeIs(1e9);
-          ASSERT_EQ(s->apiState(), expected);
-          ASSERT_EQ(s->errString().size(), before);
-        }
-        ++cases;
-      } while (std::next_permutation(order, order + 3));
-    }
-  }
-  EXPECT_EQ(cases, 8 * 27 * 6);
-}
-
 // ---- capability rows -------------------------------------------------------------------------
 
 struct Row {
@@ -122,6 +68,7 @@ struct Row {
       flag, key, message, trace \
   }
 #define CAN(flag) [](ParamConfig& p) { p.flag##Is(true); }
+#define SAME nullptr  // the trace is "<, " and the message
 
 template <class Rule>
 Rule& pick(IpRuleConfig& ip, Ip6RuleConfig& ip6, MacRuleConfig& mac) {
@@ -138,18 +85,18 @@ Rule& pick(IpRuleConfig& ip, Ip6RuleConfig& ip6, MacRuleConfig& mac) {
 std::vector<Row> rows() {
   return {
       IP(f.srcMaskIs(Ip4Addr(0xFF00FF00)), CAN(discontiguousMaskSupported), "discontiguous IP mask",
-         "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
+         "discontiguous IP mask not supported", SAME),
       IP(f.dstMaskIs(Ip4Addr(0xFFFF00FF)), CAN(discontiguousMaskSupported), "discontiguous IP mask",
-         "discontiguous IP mask not supported", "<, discontiguous IP mask not supported"),
+         "discontiguous IP mask not supported", SAME),
       IP(r.mirrorSessionIs("m"), CAN(ipMirrorSupported), "mirror", "mirror not supported",
          "<, mirroring action on IP ACL not supported"),
       IP(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
          "<, copyToCpu action on IP ACL not supported"),
-      IP(r.logIs(true), CAN(loggingSupported), "logging", "logging not supported", "<, logging not supported"),
+      IP(r.logIs(true), CAN(loggingSupported), "logging", "logging not supported", SAME),
       IP(f.trackedIs(true), nullptr, "tracked", "tracked not supported", "<, tracked"),
-      IP(f.ttlKindIs(ValueOp::eq), nullptr, "ttl", "ttl option not supported", "<, ttl option not supported"),
-      IP(f.matchDscpIs(true), CAN(ipDscpSupported), "dscp", "dscp not supported", "<, dscp not supported"),
-      IP(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", "<, ecn not supported"),
+      IP(f.ttlKindIs(ValueOp::eq), nullptr, "ttl", "ttl option not supported", SAME),
+      IP(f.matchDscpIs(true), CAN(ipDscpSupported), "dscp", "dscp not supported", SAME),
+      IP(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", SAME),
       IP(f.ipLengthIs(RangeMatch(ValueOp::lt, 64)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
          "<, ip-length match not supported"),
       IP(f.outerVlanMaskIs(0xFFF), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
@@ -157,16 +104,14 @@ std::vector<Row> rows() {
       IP(f.innerVlanMaskIs(0xFFF), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
          "<, inner Vlan not supported"),
       IP((f.protocolIs(47), f.greProtoIs(0x6558)), CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported",
-         "<, DPI Nvgre not supported"),
-      IP(f.greProtoMaskIs(0xFFFF), CAN(dpiGreSupported), "dpi-gre", "DPI Gre not supported",
-         "<, DPI Gre not supported"),
-      IP(f.tniIs(5), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", "<, DPI TNI not supported"),
-      IP(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", "<, DPI Vxlan not supported"),
-      IP(f.vniIs(5), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", "<, DPI VNI not supported"),
-      IP(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", "<, DPI Gtp not supported"),
-      IP(f.teidIs(5), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", "<, DPI TEID not supported"),
-      IP(f.userL4MaskIs(0xFF), CAN(dpiUserL4Supported), "dpi-userl4", "DPI userL4 not supported",
-         "<, DPI userL4 not supported"),
+         SAME),
+      IP(f.greProtoMaskIs(0xFFFF), CAN(dpiGreSupported), "dpi-gre", "DPI Gre not supported", SAME),
+      IP(f.tniIs(5), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", SAME),
+      IP(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", SAME),
+      IP(f.vniIs(5), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", SAME),
+      IP(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", SAME),
+      IP(f.teidIs(5), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", SAME),
+      IP(f.userL4MaskIs(0xFF), CAN(dpiUserL4Supported), "dpi-userl4", "DPI userL4 not supported", SAME),
       IP(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
          "DPI payload not supported", "<, DPI Payload not supported"),
       IP(f.tcpFlagsMaskIs(0x12), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported",
@@ -175,11 +120,9 @@ std::vector<Row> rows() {
           "<, mirroring action on IPv6 ACL not supported"),
       IP6(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
           "<, copyToCpu action on IPv6 ACL not supported"),
-      IP6(r.logIs(true), CAN(loggingSupported), "ipv6-logging", "ipv6 logging not supported",
-          "<, ipv6 logging not supported"),
-      IP6(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", "<, ecn not supported"),
-      IP6(f.hopLimitKindIs(ValueOp::gt), nullptr, "hop-limit", "hop-limit option not supported",
-          "<, hop-limit option not supported"),
+      IP6(r.logIs(true), CAN(loggingSupported), "ipv6-logging", "ipv6 logging not supported", SAME),
+      IP6(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", SAME),
+      IP6(f.hopLimitKindIs(ValueOp::gt), nullptr, "hop-limit", "hop-limit option not supported", SAME),
       IP6(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
           "<, outer Vlan not supported"),
       IP6(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
@@ -187,31 +130,24 @@ std::vector<Row> rows() {
       IP6(f.ipLengthIs(RangeMatch(ValueOp::gt, 9)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
           "<, ip-length match not supported"),
       IP6((f.greProtoIs(0x6558), f.greProtoMaskIs(0xFFFF)), CAN(dpiNvgreSupported), "dpi-nvgre",
-          "DPI Nvgre not supported", "<, DPI Nvgre not supported"),
-      IP6(f.tniIs(1), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", "<, DPI TNI not supported"),
-      IP6(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported",
-          "<, DPI Vxlan not supported"),
-      IP6(f.vniIs(1), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", "<, DPI VNI not supported"),
-      IP6(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", "<, DPI Gtp not supported"),
-      IP6(f.teidIs(1), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", "<, DPI TEID not supported"),
-      IP6(f.userL4MaskIs(1), CAN(dpiUserL4Supported), "dpi-userl4", "DPI UserL4 not supported",
-          "<, DPI UserL4 not supported"),
+          "DPI Nvgre not supported", SAME),
+      IP6(f.tniIs(1), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", SAME),
+      IP6(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", SAME),
+      IP6(f.vniIs(1), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", SAME),
+      IP6(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", SAME),
+      IP6(f.teidIs(1), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", SAME),
+      IP6(f.userL4MaskIs(1), CAN(dpiUserL4Supported), "dpi-userl4", "DPI UserL4 not supported", SAME),
       IP6(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
           "DPI payload not supported", "<, DPI Payload not supported"),
-      IP6(f.tcpFlagsMaskIs(2), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported",
-          "<, TCP flag not supported"),
-      IP6(f.matchDscpIs(true), CAN(ip6DscpSupported), "dscp", "dscp not supported", "<, dscp not supported"),
+      IP6(f.tcpFlagsMaskIs(2), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported", SAME),
+      IP6(f.matchDscpIs(true), CAN(ip6DscpSupported), "dscp", "dscp not supported", SAME),
       MAC(r.mirrorSessionIs("m"), CAN(macMirrorSupported), "mirror", "mirror not supported",
           "<, mirroring action on MAC ACL not supported"),
-      MAC(r.logIs(true), CAN(loggingSupported), "mac-logging", "mac logging not supported",
-          "<, mac logging not supported"),
-      MAC(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer Vlan not supported",
-          "<, outer Vlan not supported"),
-      MAC(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner Vlan not supported",
-          "<, inner Vlan not supported"),
-      MAC(f.mplsInnerLabelIs(17), CAN(mplsTwoLabelSupported), "mpls", "Two-label Mpls not supported",
-          "<, Two-label Mpls not supported"),
-      MAC(f.mplsLabelIs(16), CAN(mplsSupported), "mpls", "Mpls not supported", "<, Mpls not supported"),
+      MAC(r.logIs(true), CAN(loggingSupported), "mac-logging", "mac logging not supported", SAME),
+      MAC(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer Vlan not supported", SAME),
+      MAC(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner Vlan not supported", SAME),
+      MAC(f.mplsInnerLabelIs(17), CAN(mplsTwoLabelSupported), "mpls", "Two-label Mpls not supported", SAME),
+      MAC(f.mplsLabelIs(16), CAN(mplsSupported), "mpls", "Mpls not supported", SAME),
       MAC(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
           "DPI payload not supported", "<, DPI Payload not supported"),
   };
@@ -219,11 +155,11 @@ std::vector<Row> rows() {
 
 // DSCP-mask rows: the feature also uses DSCP, which the platform then has.
 std::vector<Row> maskRows() {
-  Row v4 = IP((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ipDscpMaskSupported), "dscpMask", "dscpMask not supported",
-              "<, dscpMask not supported");
+  Row v4 =
+      IP((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ipDscpMaskSupported), "dscpMask", "dscpMask not supported", SAME);
   v4.prerequisite = CAN(ipDscpSupported);
   Row v6 = IP6((f.matchDscpIs(true), f.dscpMaskIs(7)), CAN(ip6DscpMaskSupported), "dscpMask", "dscpMask not supported",
-               "<, dscpMask not supported");
+               SAME);
   v6.prerequisite = CAN(ip6DscpSupported);
   return {v4, v6};
 }
@@ -232,6 +168,7 @@ std::vector<Row> maskRows() {
 #undef IP6
 #undef MAC
 #undef CAN
+#undef SAME
 #undef ROW
 
 TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
@@ -268,7 +205,7 @@ TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
         } else {
           EXPECT_EQ(s->errString().size(), 1u);
           EXPECT_EQ(s->errString(row.key), row.message);
-          EXPECT_TRUE(traces.contains(row.trace));
+          EXPECT_TRUE(traces.contains(row.trace ? std::string(row.trace) : std::string("<, ") + row.message));
           EXPECT_TRUE(traces.contains("<, false"));
         }
       }
@@ -458,6 +395,8 @@ TEST_F(HwTest, ADataplaneAnsweringInsideTheRequestCompletesTheWait) {
   EXPECT_TRUE(acl.config->config(AclType::ip)->acl("web")->currCfg()->committed());
 }
 
+// Like the commit's guard, reached by the property test only on sessions opened without
+// capabilities: seldom enough that this pins it.
 TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
   Ip6RuleConfig rule = build::ruleWith<Ip6RuleConfig>([&](Ip6Filter& f) { f.hopLimitIs(1); });
   installRule("v6", AclType::ipv6, rule);
@@ -468,7 +407,6 @@ TEST_F(HwTest, AnAclFailingThePreApplyGuardCannotBeAttachedButCanBeDetached) {
   bind("Ethernet1", "v6", AclType::ipv6);
   auto detaching = session("v6", AclType::ipv6, detach_);
   EXPECT_EQ(detaching->detach("Ethernet1", AclDirection::in), succeeded);
-  EXPECT_EQ(detaching->origAclName(), "v6");
   EXPECT_EQ(detaching->attachedAcl("Ethernet1", AclDirection::in), "");
 }
 
@@ -490,13 +428,16 @@ TEST_F(HwTest, DetachRemovesOnlyWhatItNames) {
   EXPECT_TRUE(acl.intfConfig->config(AclType::ip)->intf(AclDirection::in)->intf().empty());
 }
 
-TEST(HwDeathTest, AttachAndDetachBelongToTheirSessionTypes) {
+TEST(ApiSmDeathTest, OperationsBelongToTheirSessionTypes) {
   build::SessionWorld world;
   auto s = world.session("web");
   EXPECT_DEATH(static_cast<void>(s->attach("Ethernet1", AclDirection::in)),
                "Assertion failed: apiType\\(\\) == attach_ \\(");
   EXPECT_DEATH(static_cast<void>(s->detach("Ethernet1", AclDirection::in)),
                "Assertion failed: apiType\\(\\) == detach_ \\(");
+  EXPECT_DEATH(static_cast<void>(s->remove()), "Assertion failed: apiType\\(\\) == remove_ \\(");
+  auto attaching = world.session("web", AclType::ip, attach_);
+  EXPECT_DEATH(attaching->createScratchpad(), "Assertion failed: apiType\\(\\) == commit_ \\(");
 }
 
 }  // namespace
