@@ -2,7 +2,9 @@
 // first-match walk.
 #include "aclkit/agent/Dataplane.h"
 
+#include <algorithm>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -21,6 +23,10 @@ RuleAction Entry::action() const {
 }
 
 namespace {
+
+struct IdHash {
+  std::size_t operator()(const UniqueId& id) const noexcept { return id.hash(); }
+};
 
 // What one binding asks for: the list's name and the version to program.
 struct Wanted {
@@ -52,11 +58,14 @@ Table snapshot(const String& acl, const AclSubConfig& version) {
 // Counts what programming `next` over `held` (null for a table not held yet) changes, and sets
 // next.size: an entry (a rule at a sequence) whose sequence and rule stay is kept, every other
 // held entry is removed and every other new one added. What the two versions share is equal
-// unread: an unchanged list costs nothing, and a list whose rule records are all shared costs
-// only the places that changed. Anything else is one merge walk of both in sequence order.
+// unread: the places are compared along their differing paths only, and a place that kept its
+// identity can change only if that identity's record did; those records come from the
+// storage the two record maps do not share. A list rebuilt apart from the one held (nothing
+// shared) is one merge walk of both in sequence order.
 template <class F>
 void diff(const Table* held, Table& next, RunReport& report) {
-  using Records = fwk::HashMap<UniqueId, typename F::Rule>;
+  using R = typename F::Rule;
+  using Records = fwk::HashMap<UniqueId, R>;
   const Records& records = std::get<Records>(next.records);
   auto ruleOf = [](const Records& byId, const UniqueId* id) { return id ? byId.find(*id) : nullptr; };
   if (!held) {
@@ -67,16 +76,26 @@ void diff(const Table* held, Table& next, RunReport& report) {
   const Records& heldRecords = std::get<Records>(held->records);
   std::size_t added = 0;
   std::size_t removed = 0;
-  auto change = [&](const typename F::Rule* before, const typename F::Rule* after) {
+  auto change = [&](const R* before, const R* after) {
     if (before && after && *before == *after) return;
     removed += before ? 1 : 0;
     added += after ? 1 : 0;
   };
-  if (heldRecords.sharesAllWith(records)) {
-    held->places.forEachDifference(next.places, [&](const U32&, const UniqueId* before, const UniqueId* after) {
-      change(ruleOf(records, before), ruleOf(records, after));
+  // Identities whose record changed, unless so many did that a walk of everything is cheaper.
+  std::unordered_set<UniqueId, IdHash> changedIds;
+  bool walkAll = false;
+  if (!heldRecords.sharesAllWith(records)) {
+    const std::size_t budget = std::max(records.size(), heldRecords.size()) / 8 + 1;
+    heldRecords.forEachUnsharedKey(records, [&](const UniqueId& id) {
+      if (walkAll || changedIds.contains(id)) return;
+      const R* before = heldRecords.find(id);
+      const R* after = records.find(id);
+      if (before && after && *before == *after) return;
+      changedIds.insert(id);
+      walkAll = changedIds.size() > budget;
     });
-  } else {
+  }
+  if (walkAll) {
     auto old = held->places.begin();
     auto now = next.places.begin();
     while (old != held->places.end() || now != next.places.end()) {
@@ -90,6 +109,21 @@ void diff(const Table* held, Table& next, RunReport& report) {
         change(ruleOf(heldRecords, &(*old).second), ruleOf(records, &(*now).second));
         ++old;
         ++now;
+      }
+    }
+  } else {
+    std::unordered_set<U32> movedPlaces;
+    held->places.forEachDifference(next.places,
+                                   [&](const U32& sequence, const UniqueId* before, const UniqueId* after) {
+                                     change(ruleOf(heldRecords, before), ruleOf(records, after));
+                                     if (!changedIds.empty()) movedPlaces.insert(sequence);
+                                   });
+    // A place outside the differing paths holds the same identity in both versions.
+    if (!changedIds.empty()) {
+      for (const auto& [sequence, id] : next.places) {
+        if (changedIds.contains(id) && !movedPlaces.contains(sequence)) {
+          change(heldRecords.find(id), records.find(id));
+        }
       }
     }
   }

@@ -260,6 +260,13 @@ class ACLKIT_EXPORT HashMap {
   [[nodiscard]] bool sharesAllWith(const HashMap& other) const noexcept {
     return storage_.sharesAllWith(other.storage_);
   }
+  // Calls visit(key) for every key stored where the two maps do not share their storage, on
+  // either side: each key whose entry differs is among them (some may come twice, or be
+  // equal on both sides); what they share is skipped unread.
+  template <class Visit>
+  void forEachUnsharedKey(const HashMap& other, Visit&& visit) const {
+    storage_.forEachUnsharedKey(other.storage_, visit);
+  }
 
  private:
   friend struct detail::CollectionAccess;

@@ -127,6 +127,18 @@ class PersistentHashMap {
     return true;
   }
 
+  // Calls visit(key) for the key of every entry, on either side, stored where the two maps do
+  // not share their storage: every key whose entry differs between them is among those
+  // visited, and some may be visited twice or be equal on both sides. What the two share is
+  // skipped unread, so two versions of one map compare in the time their changes take.
+  template <class Visit>
+  void forEachUnsharedKey(const PersistentHashMap& other, Visit&& visit) const {
+    entries_.forEachUnshared(other.entries_, [&](std::size_t i) {
+      if (i < entries_.size()) visit(entries_[i].first);
+      if (i < other.entries_.size()) visit(other.entries_[i].first);
+    });
+  }
+
   // Whether both maps hold the very same nodes (so the same entries in the same order).
   [[nodiscard]] bool sharesAllWith(const PersistentHashMap& other) const noexcept {
     return entries_.root() == other.entries_.root();

@@ -4,6 +4,7 @@
 // write in place where the map is the only holder of the path, as PersistentMap does.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -52,6 +53,16 @@ class PersistentVector {
     return node->items[i & persistentMask];
   }
   [[nodiscard]] const NodePtr& root() const noexcept { return root_; }
+  // Calls visit(i) for every position of either vector that lies under a node the two do not
+  // share (items the other may not hold the same); shared nodes are skipped unread.
+  template <class Visit>
+  void forEachUnshared(const PersistentVector& other, Visit&& visit) const {
+    if (shift_ != other.shift_) {
+      for (std::size_t i = 0; i < std::max(size_, other.size_); ++i) visit(i);
+      return;
+    }
+    unshared(root_.get(), other.root_.get(), shift_, 0, visit);
+  }
 
   void set(std::size_t i, T item) {
     FWK_DEBUG_ASSERT(i < size_);
@@ -166,6 +177,22 @@ class PersistentVector {
       copy->children.pop_back();
     }
     return copy;
+  }
+
+  template <class Visit>
+  static void unshared(const Node* a, const Node* b, unsigned level, std::size_t base, Visit& visit) {
+    if (a == b) return;
+    if (level == 0) {
+      const std::size_t n = std::max(a ? a->items.size() : 0, b ? b->items.size() : 0);
+      for (std::size_t j = 0; j < n; ++j) visit(base + j);
+      return;
+    }
+    const std::size_t n = std::max(a ? a->children.size() : 0, b ? b->children.size() : 0);
+    for (std::size_t j = 0; j < n; ++j) {
+      const Node* childA = a && j < a->children.size() ? a->children[j].get() : nullptr;
+      const Node* childB = b && j < b->children.size() ? b->children[j].get() : nullptr;
+      unshared(childA, childB, level - persistentBits, base + (j << level), visit);
+    }
   }
 
   NodePtr root_;

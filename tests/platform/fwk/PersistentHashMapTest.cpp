@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <random>
+#include <set>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -101,6 +102,20 @@ void againstTheModel(U32 keys, int steps) {
     expectSame(map, model);
   }  // the map every snapshot came from is gone
   for (const auto& [map, model] : snapshots) expectSame(map, model);
+  // Between two versions, every key whose entry differs is among the unshared keys.
+  for (std::size_t i = 1; i < snapshots.size(); ++i) {
+    const auto& older = snapshots[i - 1].first;
+    const auto& newer = snapshots[i].first;
+    std::set<U32> visited;
+    newer.forEachUnsharedKey(older, [&](const K& key) { visited.insert(numberOf(key)); });
+    for (U32 key = 0; key < keys; ++key) {
+      const U32* before = older.find(keyOf<K>(key));
+      const U32* after = newer.find(keyOf<K>(key));
+      if ((before == nullptr) != (after == nullptr) || (before && *before != *after)) {
+        ASSERT_TRUE(visited.contains(key)) << key;
+      }
+    }
+  }
 }
 
 TEST(PersistentHashMapTest, AgreesWithTheHashMapsOrderAndEveryCopyKeepsItsVersion) {
@@ -124,6 +139,10 @@ TEST(PersistentHashMapTest, ACopyWithOneChangeSharesTheRest) {
   auto it = copy.begin();
   for (int i = 0; i < 7; ++i) ++it;
   EXPECT_EQ(it->first, 99999U);
+  std::set<U32> unshared;
+  copy.forEachUnsharedKey(big, [&](U32 key) { unshared.insert(key); });
+  EXPECT_TRUE(unshared.contains(7) && unshared.contains(99999));
+  EXPECT_LE(unshared.size(), 64U) << "only the two leaves the change wrote are read";
 }
 
 }  // namespace
