@@ -250,7 +250,9 @@ void Dataplane::run() {
 Dataplane::Plan Dataplane::prepare(RunReport& report) {
   Plan plan;
   const std::map<TableKey, Wanted> wanted = boundLists(*config_, *intfConfig_);
-  for (const auto& [key, want] : wanted) {
+  for (const auto& entry : wanted) {
+    const TableKey& key = entry.first;  // named, not bound: a lambda below reads them
+    const Wanted& want = entry.second;
     auto held = tables_.find(key);
     withFamily(familyOrMac(key.family), [&](auto family) {
       using F = decltype(family);

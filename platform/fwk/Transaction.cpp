@@ -47,7 +47,7 @@ class StepArena {
   }
 
  private:
-  static constexpr std::size_t chunkBytes = 16 * 1024;
+  static constexpr std::size_t chunkBytes = std::size_t{16} * 1024;
   struct Chunk {
     std::unique_ptr<std::byte[]> bytes;
     std::size_t size;
