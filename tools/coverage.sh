@@ -11,7 +11,7 @@ gcovr --root . --object-directory build/coverage --filter 'platform/' --filter '
 python3 - build/coverage/summary.json <<'PY'
 import json, re, sys
 floors = {  # directory: (lines %, branches %)
-    "platform": (94, 56),
+    "platform": (94, 53),
     "model": (98, 78),
     "Acl": (97, 88),
 }
