@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "aclkit/model/Family.h"
+#include "aclkit/platform/fwk/Hash.h"
 
 namespace Agent {
 
@@ -23,10 +24,6 @@ RuleAction Entry::action() const {
 }
 
 namespace {
-
-struct IdHash {
-  std::size_t operator()(const UniqueId& id) const noexcept { return id.hash(); }
-};
 
 // What one binding asks for: the list's name and the version to program.
 struct Wanted {
@@ -82,7 +79,7 @@ void diff(const Table* held, Table& next, RunReport& report) {
     added += after ? 1 : 0;
   };
   // Identities whose record changed, unless so many did that a walk of everything is cheaper.
-  std::unordered_set<UniqueId, IdHash> changedIds;
+  std::unordered_set<UniqueId, fwk::Hash<UniqueId>> changedIds;
   bool walkAll = false;
   if (!heldRecords.sharesAllWith(records)) {
     const std::size_t budget = std::max(records.size(), heldRecords.size()) / 8 + 1;
