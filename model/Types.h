@@ -40,7 +40,7 @@ FWK_ENUM_CLASS(RuleAction, U8, ACLKIT_ACL_RULE_ACTIONS)
 // clang-format off
 #define ACLKIT_ACL_VALUE_OPS(E) E(eq, 0) E(any, 1) E(neq, 2) E(lt, 3) E(gt, 4) E(range, 5)
 // clang-format on
-FWK_ENUM_CLASS(ValueOp, U32, ACLKIT_ACL_VALUE_OPS)
+FWK_ENUM_CLASS(ValueOp, U8, ACLKIT_ACL_VALUE_OPS)
 
 // Identifies one sub-configuration or one rule. A default-constructed UniqueId is a fresh
 // identity, distinct from every other one made in this process.

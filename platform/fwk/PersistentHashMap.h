@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "aclkit/platform/fwk/Hash.h"
@@ -67,8 +68,8 @@ class PersistentHashMap {
   };
   [[nodiscard]] Place lookUp(const K& key) const {
     const std::size_t h = hashOf(key);
-    const std::size_t* position = index_.find(h, holding(entries_, key));
-    return {h, position ? *position : 0, position != nullptr};
+    const std::optional<std::size_t> position = index_.find(h, holding(entries_, key));
+    return {h, position.value_or(0), position.has_value()};
   }
   // The value at a place looked up since the last change, or null.
   [[nodiscard]] const V* valueAt(const Place& place) const {
@@ -107,7 +108,7 @@ class PersistentHashMap {
   // place only once it is whole.
   bool erase(const K& key) {
     const std::size_t h = hashOf(key);
-    const std::size_t* found = index_.find(h, holding(entries_, key));
+    const std::optional<std::size_t> found = index_.find(h, holding(entries_, key));
     if (!found) return false;
     const std::size_t position = *found;
     Entries entries = entries_;
