@@ -88,7 +88,7 @@ int compareValues(const T& a, const T& b) {
 #define FWK_RECORD_EQ_(kind, name, ...) &&name##_ == other.name##_
 #define FWK_RECORD_CMP_(kind, name, ...) \
   if (int c = ::fwk::detail::compareValues(name##_, other.name##_)) return c;
-#define FWK_RECORD_HASH_(kind, name, T, ...) h = ::fwk::hashCombine(h, ::fwk::Hash<T>{}(name##_));
+#define FWK_RECORD_HASH_(kind, name, T, ...) h = ::fwk::hashAppend(h, ::fwk::Hash<T>{}(name##_));
 
 // Inside the class body of a record type.
 #define FWK_RECORD(Class, Base, LIST)                                                               \
