@@ -22,10 +22,8 @@ U32 highestSequence(const AclSubConfig& sp) {
 }
 
 // Adds delta to a content count; the counts do no range check (0 - 1 wraps).
-template <class Map, class Key>
-U32 countAfter(const Map& map, const Key& key, std::int32_t delta) {
-  const U32* stored = map.find(key);
-  return (stored ? *stored : 0U) + static_cast<U32>(delta);
+auto adding(std::int32_t delta) {
+  return [delta](const U32* stored) { return (stored ? *stored : 0U) + static_cast<U32>(delta); };
 }
 
 }  // namespace
@@ -177,19 +175,19 @@ void ApiSm::initializeRuleMap() {
 }
 
 void ApiSm::updateIpRuleMap(const IpRuleConfig& rule, std::int32_t delta) {
-  if (spRuleMapInitialized()) spIpRuleMapIs(rule, countAfter(spIpRuleMap(), rule, delta));
+  if (spRuleMapInitialized()) spIpRuleMapUpdate(rule, adding(delta));
 }
 
 void ApiSm::updateIp6RuleMap(const Ip6RuleConfig& rule, std::int32_t delta) {
-  if (spRuleMapInitialized()) spIp6RuleMapIs(rule, countAfter(spIp6RuleMap(), rule, delta));
+  if (spRuleMapInitialized()) spIp6RuleMapUpdate(rule, adding(delta));
 }
 
 void ApiSm::updateMacRuleMap(const MacRuleConfig& rule, std::int32_t delta) {
-  if (spRuleMapInitialized()) spMacRuleMapIs(rule, countAfter(spMacRuleMap(), rule, delta));
+  if (spRuleMapInitialized()) spMacRuleMapUpdate(rule, adding(delta));
 }
 
 void ApiSm::updateRemarkMap(const RemarkConfig& remark, std::int32_t delta) {
-  if (spRuleMapInitialized()) spRemarkMapIs(remark, countAfter(spRemarkMap(), remark, delta));
+  if (spRuleMapInitialized()) spRemarkMapUpdate(remark, adding(delta));
 }
 
 U32 ApiSm::getLastSequenceNumber() {

@@ -30,7 +30,9 @@
 //   statusScalar(N, T, default)  like scalar, but the generic copy leaves it alone: state
 //                                that belongs to the tree it was written in (stamps, flags
 //                                set by whoever applied the configuration)
-//   orderedMap(N, K, V)          N() (the map), N(key), NIs(key, value), NDel(key), NDelAll()
+//   orderedMap(N, K, V)          N() (the map), N(key), NIs(key, value), NDel(key), NDelAll(),
+//                                NUpdate(key, change): NIs(key, change(old)) with one search
+//                                (old a const V*, null when absent)
 //   hashMap(N, K, V)             the same over a hash map
 //   customOrderedMap(N, K, V)    N(), N(key), protected NStore(key, value) and NErase(key);
 //                                the class writes NIs, NDel and NDelAll itself

@@ -12,7 +12,7 @@
 // its edits are. A pointer from find() reads the entry until the map next changes.
 //
 // Callers see only reads; writes go through the owning entity's generated mutators
-// (nameIs, nameDel, nameDelAll), which notify.
+// (nameIs, nameUpdate, nameDel, nameDelAll), which notify.
 #pragma once
 
 #include <cstddef>

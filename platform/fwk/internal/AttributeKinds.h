@@ -72,20 +72,24 @@
  private:                                                                                             \
   T name##_ = def;                                                                                    \
   ::fwk::detail::ChildLinkRelease<T> name##Release_{name##_};
-#define FWK_DECL_MAP_(Map, name, K, V)                                                       \
- public:                                                                                     \
-  FWK_DECL_MAP_READ_(Map, name, K, V)                                                        \
-  void name##Is(const K& key, const V& value) {                                              \
-    ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name)); \
-  }                                                                                          \
-  void name##Del(const K& key) {                                                             \
-    ::fwk::detail::CollectionAccess::mapDel(*this, name##_, key, FWK_ATTR_ID_(name));        \
-  }                                                                                          \
-  void name##DelAll() {                                                                      \
-    ::fwk::detail::CollectionAccess::mapDelAll(*this, name##_, FWK_ATTR_ID_(name));          \
-  }                                                                                          \
-                                                                                             \
- private:                                                                                    \
+#define FWK_DECL_MAP_(Map, name, K, V)                                                                                 \
+ public:                                                                                                               \
+  FWK_DECL_MAP_READ_(Map, name, K, V)                                                                                  \
+  void name##Is(const K& key, const V& value) {                                                                        \
+    ::fwk::detail::CollectionAccess::mapSet(*this, name##_, key, value, FWK_ATTR_ID_(name));                           \
+  }                                                                                                                    \
+  template <class Change>                                                                                              \
+  void name##Update(const K& key, Change&& change) {                                                                   \
+    ::fwk::detail::CollectionAccess::mapUpdate(*this, name##_, key, std::forward<Change>(change), FWK_ATTR_ID_(name)); \
+  }                                                                                                                    \
+  void name##Del(const K& key) {                                                                                       \
+    ::fwk::detail::CollectionAccess::mapDel(*this, name##_, key, FWK_ATTR_ID_(name));                                  \
+  }                                                                                                                    \
+  void name##DelAll() {                                                                                                \
+    ::fwk::detail::CollectionAccess::mapDelAll(*this, name##_, FWK_ATTR_ID_(name));                                    \
+  }                                                                                                                    \
+                                                                                                                       \
+ private:                                                                                                              \
   ::fwk::Map<K, V> name##_;
 #define FWK_DECL_orderedMap(name, K, V) FWK_DECL_MAP_(OrderedMap, name, K, V)
 #define FWK_DECL_customOrderedMap(name, K, V)                                                \

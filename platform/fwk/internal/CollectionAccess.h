@@ -60,13 +60,20 @@ struct ACLKIT_HIDDEN CollectionAccess {
 
   template <class Map, class K, class V>
   static void mapSet(const Entity& owner, Map& map, const K& key, const V& value, AttrId id) {
-    if constexpr (requires { value.get(); }) {
-      if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
-    }
+    refuseNull(value);
+    FWK_FAULT_POINT(mutation);
+    storeAt(owner, map, map.lookUp(key), key, value, id);
+  }
+
+  // Stores change(old) under `key`, old being null for an absent key: one search serves the
+  // read and the write.
+  template <class Map, class K, class Change>
+  static void mapUpdate(const Entity& owner, Map& map, const K& key, Change&& change, AttrId id) {
     FWK_FAULT_POINT(mutation);
     const auto place = map.lookUp(key);
-    if (undoRecording(owner)) recordEntry(owner, map, key, map.valueAt(place), id);
-    if (map.assignAt(place, key, value)) owner.notify(id, &key);
+    const typename Map::mapped_type value = std::forward<Change>(change)(map.valueAt(place));
+    refuseNull(value);
+    storeAt(owner, map, place, key, value, id);
   }
 
   // The key is copied first: callers often pass the stored key itself, which the removal frees.
@@ -206,6 +213,18 @@ struct ACLKIT_HIDDEN CollectionAccess {
   }
 
  private:
+  template <class V>
+  static void refuseNull(const V& value) {
+    if constexpr (requires { value.get(); }) {
+      if (!value) throw NullArgumentError("null value for a collection entry is not allowed");
+    }
+  }
+  // The write at a place just looked up, recorded first when a transaction asks for it.
+  template <class Map, class Place, class K, class V>
+  static void storeAt(const Entity& owner, Map& map, const Place& place, const K& key, const V& value, AttrId id) {
+    if (undoRecording(owner)) recordEntry(owner, map, key, map.valueAt(place), id);
+    if (map.assignAt(place, key, value)) owner.notify(id, &key);
+  }
   // Records how to put back the entry under key as it stands now (`old`, its value or null).
   template <class Map, class K, class V>
   static void recordEntry(const Entity& owner, Map& map, const K& key, const V* old, AttrId id) {
