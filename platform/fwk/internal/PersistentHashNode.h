@@ -277,9 +277,13 @@ struct IndexNode final : RefCounted {
   [[nodiscard]] Word* words() noexcept { return reinterpret_cast<Word*>(this + 1); }
   [[nodiscard]] const Word* words() const noexcept { return reinterpret_cast<const Word*>(this + 1); }
 
+  // The child slot i (for `bit`) holds, or null for an entry.
+  [[nodiscard]] const IndexNode* childIn(std::size_t i, std::uint32_t bit) const noexcept {
+    return (childMap & bit) ? childOf(words()[i]) : nullptr;
+  }
   // Slot i, for `bit`, now holds `child`; what it held before is dropped.
   void setChild(std::size_t i, std::uint32_t bit, Ptr<const IndexNode> child) noexcept {
-    const IndexNode* before = (childMap & bit) ? childOf(words()[i]) : nullptr;
+    const IndexNode* before = childIn(i, bit);
     if (before == child.get()) return;  // written in place below
     words()[i] = reinterpret_cast<std::uintptr_t>(child.release());
     childMap |= bit;
@@ -287,7 +291,7 @@ struct IndexNode final : RefCounted {
   }
   // Slot i, for `bit`, now holds the entry `word`; a child it held is dropped.
   void setEntry(std::size_t i, std::uint32_t bit, Word word) noexcept {
-    const IndexNode* before = (childMap & bit) ? childOf(words()[i]) : nullptr;
+    const IndexNode* before = childIn(i, bit);
     words()[i] = word;
     childMap &= ~bit;
     if (before) before->fwkUnref();
@@ -301,7 +305,7 @@ struct IndexNode final : RefCounted {
     ++count;
   }
   void erase(std::size_t i, std::uint32_t bit) noexcept {
-    const IndexNode* before = (childMap & bit) ? childOf(words()[i]) : nullptr;
+    const IndexNode* before = childIn(i, bit);
     std::copy(words() + i + 1, words() + count, words() + i);
     --count;
     bitmap &= ~bit;
