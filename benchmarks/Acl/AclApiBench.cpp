@@ -9,6 +9,8 @@
 //                   it back), commit, clean up; read as its growth from N = 1,000, which is the
 //                   one figure that must stay flat
 //   HundredEdits    the same with 100 rules replaced in one session
+//   ReplaceLast     a session that replaces the last rule by another at the same place: as
+//                   many rules before as after, so the commit must tell the versions apart
 #include <benchmark/benchmark.h>
 
 #include <map>
@@ -144,6 +146,21 @@ void BM_HundredEdits(benchmark::State& state) {
   editSessions(state, 100);
 }
 BENCHMARK(BM_HundredEdits)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+
+void BM_ReplaceLast(benchmark::State& state) {
+  const auto n = static_cast<U32>(state.range(0));
+  CommittedAcl world(n);
+  U32 round = 0;
+  for (auto _ : state) {
+    auto s = world.session();
+    if (s->removeRuleBySequence(n * 10, n * 10) != AclApi::succeeded ||
+        s->addIpRule(n * 10, ruleNumber(++round % 2 ? n + 1 : n)) != AclApi::succeeded ||
+        s->commit() != AclApi::succeeded) {
+      state.SkipWithError("replace failed");
+    }
+  }
+}
+BENCHMARK(BM_ReplaceLast)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -139,6 +139,10 @@ class ACLKIT_EXPORT OrderedMap {
   [[nodiscard]] const_iterator upperBound(const K& key) const { return const_iterator(this, storage_.upperBound(key)); }
   // The entry with the highest key, or end().
   [[nodiscard]] const_iterator last() const { return const_iterator(this, storage_.last()); }
+  // Positions in key order, in O(log n): how many entries have a key below key, and the
+  // entry at a position (end() past the last).
+  [[nodiscard]] std::size_t indexOf(const K& key) const { return storage_.indexOf(key); }
+  [[nodiscard]] const_iterator nth(std::size_t index) const { return const_iterator(this, storage_.nth(index)); }
   // Whether the two maps share all their storage, and so hold the same entries; O(1). False
   // says nothing: equal maps built apart do not share.
   [[nodiscard]] bool sharesAllWith(const OrderedMap& other) const noexcept {

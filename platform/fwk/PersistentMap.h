@@ -83,6 +83,12 @@ class PersistentMap {
   }
   // The entry with the highest key, or end().
   [[nodiscard]] const_iterator last() const { return const_iterator(detail::PersistentWalk<K, V>::last(root_)); }
+  // Positions in key order, in O(log n): how many entries have a key below `key`, and the
+  // entry at a position (end() past the last).
+  [[nodiscard]] std::size_t indexOf(const K& key) const { return Tree::indexOf(root_.get(), key); }
+  [[nodiscard]] const_iterator nth(std::size_t index) const {
+    return const_iterator(detail::PersistentWalk<K, V>::nth(root_, index));
+  }
 
   // Stores `value` under `key`; false (and nothing copied) when that value is there already.
   // Strong guarantee: the new path is built before the map lets go of the old one.

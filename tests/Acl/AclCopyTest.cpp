@@ -58,6 +58,29 @@ TEST_F(AclCopyTest, EqualRuleConfigComparesContentsInOrderNotNumbersOrIdentities
   EXPECT_FALSE(handler->equalRuleConfig(AclType::ip, a, copy)) << "same places, a record changed under its identity";
   EXPECT_EQ(a->ipRuleById(a->ruleBySequence(20)), ipRule(443)) << "the source keeps its own record";
   EXPECT_TRUE(handler->equalSequence(a, copy));
+
+  // Copies edited at a few places, with every record shared or one added: what lies between
+  // the places that differ decides as much as the places themselves.
+  auto ppqp = looseVersion({{1, 80}, {2, 80}, {3, 22}, {4, 80}});
+  auto editedCopy = [&](auto edit) {
+    auto edited = looseVersion({});
+    EXPECT_TRUE(Cli::Session::entityCopyFactory()->doCopyEntityAttrs(edited, ppqp, "", nullptr));
+    edit(*edited, edited->ruleBySequence(1), edited->ruleBySequence(2));
+    return handler->equalRuleConfig(AclType::ip, ppqp, edited);
+  };
+  EXPECT_FALSE(editedCopy([](AclSubConfig& v, UniqueId first, UniqueId) {
+    v.ruleBySequenceDel(1);
+    v.ruleBySequenceIs(5, first);  // 80 22 80 80: the ends agree, the middle does not
+  }));
+  EXPECT_TRUE(editedCopy([](AclSubConfig& v, UniqueId first, UniqueId second) {
+    v.ruleBySequenceIs(1, second);
+    v.ruleBySequenceIs(2, first);
+  })) << "two equal rules swapped";
+  EXPECT_FALSE(editedCopy([](AclSubConfig& v, UniqueId, UniqueId) {
+    const UniqueId fresh;
+    v.ruleBySequenceIs(4, fresh);
+    v.ipRuleByIdIs(fresh, ipRule(23));
+  })) << "the last rule replaced";
   EXPECT_TRUE(Cli::Session::entityCopyFactory()->doCopyEntityAttrs(copy, withRemark, "", nullptr));
   EXPECT_TRUE(handler->equalRemark(copy, withRemark));
   copy->remarkBySequenceIs(15, RemarkConfig(String("mail")));

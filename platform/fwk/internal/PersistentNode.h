@@ -78,6 +78,18 @@ struct PersistentTree {
     return holds(node->keys, pos, key) ? &node->values[pos].value : nullptr;
   }
 
+  // How many entries have a key below `key`: the children passed on the way down count by
+  // their sizes, unread.
+  static std::size_t indexOf(const Node* node, const K& key) {
+    std::size_t below = 0;
+    for (; node && !node->leaf;) {
+      const std::size_t i = childFor(*node, key);
+      for (std::size_t c = 0; c < i; ++c) below += node->children[c]->size;
+      node = node->children[i].get();
+    }
+    return node ? below + at(node->keys, key) : 0;
+  }
+
   static Ptr<Node> copyOf(const Node& node) { return Ptr<Node>(new Node(node)); }
 
   static std::size_t sizeOf(const Node& node) {
@@ -349,6 +361,21 @@ class PersistentWalk {
       walk.push(node, pos - 1);  // past this leaf: the next leaf's first entry, or the end
       walk.next();
     }
+    return walk;
+  }
+
+  // The entry `index` entries after the first, found by the sizes of the children passed; the
+  // end when there are not that many.
+  static PersistentWalk nth(Ptr<const Node> root, std::size_t index) {
+    PersistentWalk walk(std::move(root));
+    const Node* node = walk.root_.get();
+    if (!node || index >= node->size) return walk;
+    for (; !node->leaf; node = node->children[walk.path_[walk.depth_ - 1].index].get()) {
+      std::size_t i = 0;
+      for (; index >= node->children[i]->size; ++i) index -= node->children[i]->size;
+      walk.push(node, i);
+    }
+    walk.push(node, index);
     return walk;
   }
 

@@ -70,7 +70,12 @@ void expectSame(const Map& map, const Model& model) {
     if (modelUpper != model.end()) {
       ASSERT_EQ(upper.key(), modelUpper->first);
     }
+    const auto index = static_cast<std::size_t>(std::distance(model.begin(), modelLower));
+    ASSERT_EQ(map.indexOf(probe), index) << probe;
+    ASSERT_TRUE(map.nth(index) == lower) << probe;
   }
+  std::size_t index = 0;
+  for (const auto& [key, value] : model) ASSERT_EQ(map.nth(index++).key(), key);
 }
 
 // What forEachDifference must report, from the standard maps.
