@@ -11,6 +11,9 @@
 //   HundredEdits    the same with 100 rules replaced in one session
 //   ReplaceLast     a session that replaces the last rule by another at the same place: as
 //                   many rules before as after, so the commit must tell the versions apart
+//   AppendNumbered  a session that adds one rule with sequence 0 (or takes it away again):
+//                   the first numbered add of a session counts every rule's content for the
+//                   duplicate check, so this one grows with N
 #include <benchmark/benchmark.h>
 
 #include <map>
@@ -161,6 +164,20 @@ void BM_ReplaceLast(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_ReplaceLast)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+
+void BM_AppendNumbered(benchmark::State& state) {
+  const auto n = static_cast<U32>(state.range(0));
+  CommittedAcl world(n);
+  bool takeBack = false;
+  for (auto _ : state) {
+    auto s = world.session();
+    const AclApi::ApiState result =
+        takeBack ? s->removeRuleBySequence((n + 1) * 10, (n + 1) * 10) : s->addIpRule(0, ruleNumber(n + 1));
+    if (result != AclApi::succeeded || s->commit() != AclApi::succeeded) state.SkipWithError("append failed");
+    takeBack = !takeBack;
+  }
+}
+BENCHMARK(BM_AppendNumbered)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
