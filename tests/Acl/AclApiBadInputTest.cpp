@@ -91,8 +91,14 @@ TEST(BadInputTest, EveryRangedFieldRefusesAValuePastItsLimitAndKeepsItsOwn) {
   Ptr<ApiSm> s = world.session("web");
   EXPECT_THROW(s->apiStateIs(static_cast<ApiState>(42)), fwk::EnumError);
   EXPECT_THROW(fwk::parseValue<ApiState>("18"), fwk::EnumError) << "a number read for a state must name one";
+  EXPECT_THROW(fwk::enumFromName<ApiType>("commit_"), fwk::EnumError) << "a trailing underscore is no part of a name";
   EXPECT_EQ(s->apiState(), ready);
-  EXPECT_EQ(fwk::parseValue<ApiState>("17"), errAclApi) << "a number that names a state is taken";
+  // The numbers and names are the interface's: a number that names a state is taken.
+  EXPECT_EQ(fwk::parseValue<ApiState>("17"), errAclApi);
+  EXPECT_EQ(fwk::enumFromValue<ApiState>(9), errSequenceOutOfRange);
+  EXPECT_EQ(fwk::enumFromValue<ApiState>(12), errHw);
+  EXPECT_EQ(fwk::enumFromValue<ApiType>(3), detach_);
+  EXPECT_EQ(stringValue(commit_), "commit");
 }
 
 // ---- null arguments ----------------------------------------------------------------------

@@ -20,11 +20,6 @@ class CommitTest : public ::testing::Test, protected build::SessionWorld {
   void SetUp() override { fwk::TraceFacility::get("AclApi").levelsUpToIs(9); }
   void TearDown() override { fwk::TraceFacility::get("AclApi").levelsIs(0); }
   Ptr<AclConfig> web() { return acl.config->config(AclType::ip)->acl("web"); }
-  std::vector<U32> places(const AclSubConfig& v) {
-    std::vector<U32> all;
-    for (const auto& entry : v.ruleBySequence()) all.push_back(entry.first);
-    return all;
-  }
 
   double now = 1000;
   fwk::ClockOverride clock{[this] { return now += 1; }};
