@@ -42,12 +42,10 @@ TEST(TypesTest, AddressesReadAndPrintTheirUsualForms) {
 }
 
 TEST(TypesTest, VlanInterfacesAreToldApart) {
-  EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId("Vlan10")));
-  EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId("Vlan4094")));
-  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan4095")));
-  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan")));
-  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Ethernet1")));
-  EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId("Vlan10.5")));
+  for (const char* name : {"Vlan10", "Vlan4094"}) EXPECT_TRUE(VlanIntfId::isVlanIntfId(IntfId(name))) << name;
+  for (const char* name : {"Vlan4095", "Vlan", "Ethernet1", "Vlan10.5"}) {
+    EXPECT_FALSE(VlanIntfId::isVlanIntfId(IntfId(name))) << name;
+  }
 }
 
 TEST(TypesTest, VrfNamesHaveALengthLimit) {

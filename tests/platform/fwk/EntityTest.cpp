@@ -39,9 +39,13 @@ class Recorder : public Node::Reactor {
   void notifierDestroyed() override { seen.push_back("destroyed"); }
 };
 
-TEST(EntityTest, NotifiesOnlyRealChanges) {
-  Ptr<Node> node = activeNode();
+TEST(EntityTest, NotifiesOnlyRealChangesOnceActive) {
+  Ptr<Node> node(new Node("quiet"));
   Recorder r(node.get());
+  node->labelIs(String("x"));
+  EXPECT_EQ(node->label(), String("x")) << "the state changes even when nobody is told";
+  node->labelIs(String());
+  node->hasNotificationActiveIs(true);
   node->flagIs(false);      // the value it already holds
   node->labelIs(String());  // likewise
   node->bySeqDel(5);        // nothing to remove
@@ -52,17 +56,6 @@ TEST(EntityTest, NotifiesOnlyRealChanges) {
   node->bySeqIs(10, "b");
   node->bySeqDel(10);
   EXPECT_EQ(r.seen, (std::vector<std::string>{"flag", "bySeq:10", "bySeq:10", "bySeq:10"}));
-}
-
-TEST(EntityTest, NothingIsNotifiedUntilActive) {
-  Ptr<Node> node(new Node("quiet"));
-  Recorder r(node.get());
-  node->flagIs(true);
-  EXPECT_TRUE(r.seen.empty());
-  EXPECT_TRUE(node->flag()) << "the state changes even when nobody is told";
-  node->hasNotificationActiveIs(true);
-  node->flagIs(false);
-  EXPECT_EQ(r.seen.size(), 1u);
 }
 
 TEST(EntityTest, DelAllNotifiesEachKeyWithTheEntryAlreadyGone) {
@@ -85,7 +78,6 @@ TEST(EntityTest, ObserversMayComeAndGoDuringANotification) {
   auto first = std::make_unique<Recorder>(node.get());
   auto second = std::make_unique<Recorder>(node.get());
   std::unique_ptr<Recorder> late;
-  Recorder* secondRaw = second.get();
   // The first observer destroys the second and adds a third while being notified.
   first->onFlag = [&] {
     second.reset();
@@ -95,7 +87,6 @@ TEST(EntityTest, ObserversMayComeAndGoDuringANotification) {
   EXPECT_EQ(first->seen.size(), 1u);
   EXPECT_EQ(late->seen.size(), 0u) << "an observer added during a change sees the next one";
   EXPECT_EQ(node->notifieeList().size(), 2u);
-  (void)secondRaw;
   // An observer that removes itself.
   first->onFlag = [&] { first->notifierIs(nullptr); };
   node->flagIs(false);
@@ -113,20 +104,13 @@ TEST(EntityTest, ReactorAndEntityMayDieInEitherOrder) {
   }
   EXPECT_TRUE(node->notifieeList().empty()) << "a destroyed reactor stops watching";
 
-  Recorder survivor(node.get());
-  node = nullptr;  // the entity goes first
-  EXPECT_EQ(survivor.notifier(), nullptr);
-  EXPECT_EQ(survivor.seen, std::vector<std::string>{"destroyed"});
-}
-
-TEST(EntityTest, AnEntityReleasedByItsOwnObserverSurvivesTheDispatch) {
-  Ptr<Node> node = activeNode();
+  // The entity goes first, released by its own observer in the middle of a notification:
+  // observers after that one still hear the change, then the destruction.
   Recorder r(node.get());
   Recorder other(node.get());
-  r.onFlag = [&] { node = nullptr; };  // drops the last outside reference mid-notification
+  r.onFlag = [&] { node = nullptr; };
   Node* raw = node.get();
   raw->flagIs(true);
-  // Observers after the one that released it still hear the change, then the destruction.
   EXPECT_EQ(other.seen, (std::vector<std::string>{"flag", "destroyed"}));
   EXPECT_EQ(r.notifier(), nullptr);
 }
@@ -184,7 +168,7 @@ TEST(EntityTest, AFailedTransactionPutsBackEveryChangeItRecorded) {
   EXPECT_EQ(node->label(), String("outer"));
 }
 
-TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {
+TEST(EntityTest, ChildrenHaveParentLinksAndPathsWhileTheParentLives) {
   Ptr<Node> node = activeNode("root");
   Recorder r(node.get());
   Ptr<Leaf> leaf = node->leafIs(4);
@@ -198,17 +182,13 @@ TEST(EntityTest, ChildrenHaveParentLinksAndPaths) {
   EXPECT_EQ(leaf->parent(), nullptr) << "a deleted child lives on, detached";
   EXPECT_EQ(node->leaf(4), nullptr);
   EXPECT_EQ(r.seen.size(), 2u);
-}
-
-TEST(EntityTest, ChildrenOutlivingTheirParentLoseTheLink) {
-  Ptr<Node> node = activeNode("root");
   Ptr<Leaf> kept = node->leafIs(1);
   node = nullptr;
   EXPECT_EQ(kept->parent(), nullptr);
   EXPECT_EQ(kept->fullName(), "/1");
 }
 
-TEST(EntityTest, DerivedReactorsHearBaseAttributes) {
+TEST(EntityTest, DerivedTypesHearBaseAttributesAndConvertOnlyToWhatTheyAre) {
   Ptr<BigNode> big(new BigNode("big"));
   big->hasNotificationActiveIs(true);
   struct BigRecorder : BigNode::Reactor {
@@ -222,10 +202,8 @@ TEST(EntityTest, DerivedReactorsHearBaseAttributes) {
   big->extraIs(5);
   EXPECT_EQ(r.flags, 1);
   EXPECT_EQ(r.extras, 1);
-}
 
-TEST(EntityTest, CheckedConversions) {
-  Ptr<fwk::Entity> asEntity = Ptr<BigNode>(new BigNode("b"));
+  Ptr<fwk::Entity> asEntity = big;
   EXPECT_TRUE(fwk::dynCast<Node>(asEntity));
   EXPECT_TRUE(fwk::cast<BigNode>(asEntity));
   EXPECT_FALSE(fwk::dynCast<Leaf>(asEntity));
@@ -233,7 +211,7 @@ TEST(EntityTest, CheckedConversions) {
     (void)fwk::cast<Leaf>(asEntity);
     FAIL();
   } catch (const fwk::TypeConversionError& e) {
-    EXPECT_STREQ(e.what(), "entity '/b' of type BigNode is not a Leaf");
+    EXPECT_STREQ(e.what(), "entity '/big' of type BigNode is not a Leaf");
   }
   EXPECT_EQ(fwk::cast<Leaf>(Ptr<fwk::Entity>()), nullptr) << "null converts to null";
   EXPECT_EQ(asEntity->fwkType().name(), "BigNode");

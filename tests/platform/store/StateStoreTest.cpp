@@ -10,7 +10,7 @@ using fwk::Ptr;
 using fwk::StateStore;
 using sample::Node;
 
-TEST(StateStoreTest, MountCreatesOnceAndFindsByPath) {
+TEST(StateStoreTest, MountCreatesOnceAndFindsByPathInItsOwnStore) {
   StateStore store;
   Ptr<Node> config = store.mount<Node>("acl/input/config");
   EXPECT_EQ(store.mount<Node>("acl/input/config"), config);
@@ -20,13 +20,10 @@ TEST(StateStoreTest, MountCreatesOnceAndFindsByPath) {
   EXPECT_TRUE(config->hasNotificationActive());
   EXPECT_THROW(store.mount<Dir>("acl/input/config"), fwk::TypeConversionError);
   EXPECT_THROW(store.mount<Dir>(""), fwk::Error);
-}
-
-TEST(StateStoreTest, TheDefaultStoreIsShared) {
+  // The default store is shared; this one is not it.
   Ptr<Dir> dp = StateStore::instance().mount<Dir>("acl/status/dp");
   EXPECT_EQ(StateStore::instance().find("acl/status/dp"), dp);
-  StateStore isolated;
-  EXPECT_EQ(isolated.find("acl/status/dp"), nullptr);
+  EXPECT_EQ(store.find("acl/status/dp"), nullptr);
 }
 
 }  // namespace
