@@ -59,9 +59,14 @@ bool sameInOrder(const char* operation, const char* countMismatch, const Map& a,
 template <class Places, class Records>
 std::optional<bool> equalByDifferences(const Places& placesA, const Records& recordsA, const Places& placesB,
                                        const Records& recordsB) {
-  std::vector<std::pair<U32, bool>> differing;  // key, and whether both versions hold it
+  struct Differing {
+    U32 key;
+    bool inA;
+    bool inB;
+  };
+  std::vector<Differing> differing;
   placesA.forEachDifference(placesB, [&](const U32& key, const UniqueId* mine, const UniqueId* theirs) {
-    differing.emplace_back(key, mine && theirs);
+    differing.push_back({key, mine != nullptr, theirs != nullptr});
   });
   // Versions built apart differ at nearly every identity: reading them in order is cheaper
   // than finding each position.
@@ -70,11 +75,14 @@ std::optional<bool> equalByDifferences(const Places& placesA, const Records& rec
     return !sameRuleContent(recordsA, (*placesA.nth(index)).second, recordsB, (*placesB.nth(index)).second);
   };
   bool sameKeys = true;
-  for (const auto& [key, inBoth] : differing) {
-    sameKeys = sameKeys && inBoth;
+  for (const Differing& place : differing) {
+    sameKeys = sameKeys && place.inA && place.inB;
     // Both hold as many entries, so a key one of them holds has a position in the other too.
-    if (placesA.contains(key) && differsAt(placesA.indexOf(key))) return false;
-    if (placesB.contains(key) && differsAt(placesB.indexOf(key))) return false;
+    // A key both hold sits at one position in each unless an earlier key shifted them.
+    const std::optional<std::size_t> inA = place.inA ? std::optional(placesA.indexOf(place.key)) : std::nullopt;
+    const std::optional<std::size_t> inB = place.inB ? std::optional(placesB.indexOf(place.key)) : std::nullopt;
+    if (inA && differsAt(*inA)) return false;
+    if (inB && inB != inA && differsAt(*inB)) return false;
   }
   if (sameKeys && recordsA.sharesAllWith(recordsB)) return true;
   return std::nullopt;

@@ -81,6 +81,13 @@ TEST_F(AclCopyTest, EqualRuleConfigComparesContentsInOrderNotNumbersOrIdentities
     v.ruleBySequenceIs(4, fresh);
     v.ipRuleByIdIs(fresh, ipRule(23));
   })) << "the last rule replaced";
+  EXPECT_FALSE(editedCopy([](AclSubConfig& v, UniqueId first, UniqueId) {
+    v.ruleBySequenceDel(1);
+    v.ipRuleByIdDel(first);
+    const UniqueId fresh;
+    v.ruleBySequenceIs(5, fresh);
+    v.ipRuleByIdIs(fresh, ipRule(23));
+  })) << "the first rule taken away and another appended";
   EXPECT_TRUE(Cli::Session::entityCopyFactory()->doCopyEntityAttrs(copy, withRemark, "", nullptr));
   EXPECT_TRUE(handler->equalRemark(copy, withRemark));
   copy->remarkBySequenceIs(15, RemarkConfig(String("mail")));
