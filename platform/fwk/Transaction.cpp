@@ -64,17 +64,34 @@ struct UndoLog {
   StepArena arena;
   bool undoing = false;
 };
-thread_local UndoLog undoLog;
+// Every mutation reads the thread's log. A thread_local with a destructor is reached through
+// a guard that, from a shared library, costs a call into the dynamic linker on each read; a
+// plain pointer in initial-exec storage is one load. The log lives in an owner made on the
+// thread's first transaction, which clears the pointer when the thread ends.
+[[gnu::tls_model("initial-exec")]] thread_local UndoLog* threadLog = nullptr;
+
+struct LogOwner {
+  LogOwner() noexcept { threadLog = &log; }
+  ~LogOwner() { threadLog = nullptr; }
+  LogOwner(const LogOwner&) = delete;
+  LogOwner& operator=(const LogOwner&) = delete;
+  UndoLog log;
+};
+
+UndoLog& undoLog() noexcept {
+  if (UndoLog* log = threadLog) [[likely]]
+    return *log;
+  thread_local LogOwner owner;
+  return owner.log;
+}
 
 // The record list a finished log keeps for the next one, at most this long.
 constexpr std::size_t recordsKept = 4096;
 
 }  // namespace
 
-// The thread's log is reached once per call: from a shared library each access to a thread
-// local is a call into the dynamic linker.
 Transaction::Transaction() noexcept : firstSerial_(Entity::nextSerial()), uncaughtAtStart_(std::uncaught_exceptions()) {
-  UndoLog& log = undoLog;
+  UndoLog& log = undoLog();
   outer_ = log.innermost;
   savepoint_ = log.records.size();
   log.innermost = this;
@@ -82,8 +99,10 @@ Transaction::Transaction() noexcept : firstSerial_(Entity::nextSerial()), uncaug
 }
 
 Transaction::~Transaction() {
-  UndoLog& log = undoLog;
-  if (std::uncaught_exceptions() > uncaughtAtStart_ && !log.undoing) {
+  UndoLog& log = undoLog();
+  // Asking for the exceptions in flight costs a call into the runtime; most scopes record
+  // nothing of their own and need not ask.
+  if (log.records.size() > savepoint_ && std::uncaught_exceptions() > uncaughtAtStart_ && !log.undoing) {
     // Newest first; an undo that fails (an observer throwing) does not stop the others.
     log.undoing = true;
     fault::Suspend noFaults;
@@ -120,11 +139,13 @@ Transaction::~Transaction() {
 }
 
 bool Transaction::active() noexcept {
-  return undoLog.innermost != nullptr;
+  const UndoLog* log = threadLog;
+  return log && log->innermost != nullptr;
 }
 
 bool Transaction::undoing() noexcept {
-  return undoLog.undoing;
+  const UndoLog* log = threadLog;
+  return log && log->undoing;
 }
 
 bool Transaction::recording(const Entity& owner) noexcept {
@@ -134,20 +155,21 @@ bool Transaction::recording(const Entity& owner) noexcept {
 namespace detail {
 
 bool undoRecording(const Entity& entity) noexcept {
-  const UndoLog& log = undoLog;
+  const UndoLog* log = threadLog;
   // An entity nobody holds is being built or destroyed: nothing to put back into it.
-  return log.innermost && !log.undoing && entity.serial() < log.innermostFirstSerial && entity.fwkReferences() > 0;
+  return log && log->innermost && !log->undoing && entity.serial() < log->innermostFirstSerial &&
+         entity.fwkReferences() > 0;
 }
 
 void* undoSpace(std::size_t size, std::size_t alignment) {
-  UndoLog& log = undoLog;
+  UndoLog& log = undoLog();
   if (log.records.size() == log.records.capacity())
     log.records.reserve(std::max<std::size_t>(64, 2 * log.records.size()));
   return log.arena.allocate(size, alignment);
 }
 
 void undoPush(UndoStep* step) noexcept {
-  undoLog.records.push_back(step);  // room was reserved by undoSpace
+  undoLog().records.push_back(step);  // room was reserved by undoSpace
 }
 
 }  // namespace detail
