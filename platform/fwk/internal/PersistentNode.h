@@ -82,7 +82,7 @@ struct PersistentTree {
   // their sizes, unread.
   static std::size_t indexOf(const Node* node, const K& key) {
     std::size_t below = 0;
-    for (; node && !node->leaf;) {
+    while (node && !node->leaf) {
       const std::size_t i = childFor(*node, key);
       for (std::size_t c = 0; c < i; ++c) below += node->children[c]->size;
       node = node->children[i].get();
