@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/Acl/AclConfigSession.h"
@@ -18,62 +19,51 @@ using namespace AclApi;
 using namespace Acl;
 // ---- range-checked fields ----------------------------------------------------------------
 
-struct RangeRow {
-  fwk::Value record;  // a default record of the type
-  const char* field;
-  const char* limit;
-  const char* over;
-  const char* message;
+// Fields of one record type that share a limit, and the type the refusal names (the one that
+// declares them); the message writes the limit as the declaration does, in hex where given.
+struct RangeGroup {
+  const fwk::Value& record;  // a default record of the type
+  const char* declaredIn;
+  std::uint32_t limit;
+  std::vector<const char*> fields;
+  const char* hex = nullptr;
 };
 
 TEST(BadInputTest, EveryRangedFieldRefusesAValuePastItsLimitAndKeepsItsOwn) {
-  const RangeRow rows[] = {
-      {fwk::Value(MplsLabelFilter()), "label", "1048575", "1048576",
-       "MplsLabelFilter::label < 0 or > 0xFFFFF not allowed"},
-      {fwk::Value(MplsLabelFilter()), "labelMask", "1048575", "1048576",
-       "MplsLabelFilter::labelMask < 0 or > 0xFFFFF not allowed"},
-      {fwk::Value(MplsLabelFilter()), "tc", "7", "8", "MplsLabelFilter::tc < 0 or > 7 not allowed"},
-      {fwk::Value(MplsLabelFilter()), "tcMask", "7", "8", "MplsLabelFilter::tcMask < 0 or > 7 not allowed"},
-      {fwk::Value(IpFilter()), "dscp", "63", "64", "IpFilterBase::dscp < 0 or > 63 not allowed"},
-      {fwk::Value(IpFilter()), "dscpMask", "63", "64", "IpFilterBase::dscpMask < 0 or > 63 not allowed"},
-      {fwk::Value(IpFilter()), "ecn", "3", "4", "IpFilterBase::ecn < 0 or > 3 not allowed"},
-      {fwk::Value(IpFilter()), "outerVlan", "4095", "4096", "IpFilterBase::outerVlan < 0 or > 4095 not allowed"},
-      {fwk::Value(IpFilter()), "outerVlanMask", "4095", "4096",
-       "IpFilterBase::outerVlanMask < 0 or > 4095 not allowed"},
-      {fwk::Value(IpFilter()), "innerVlan", "4095", "4096", "IpFilterBase::innerVlan < 0 or > 4095 not allowed"},
-      {fwk::Value(IpFilter()), "innerVlanMask", "4095", "4096",
-       "IpFilterBase::innerVlanMask < 0 or > 4095 not allowed"},
-      {fwk::Value(IpFilter()), "tni", "16777215", "16777216", "IpFilterBase::tni < 0 or > 16777215 not allowed"},
-      {fwk::Value(Ip6Filter()), "vni", "16777215", "16777216", "IpFilterBase::vni < 0 or > 16777215 not allowed"},
-      {fwk::Value(IpFilter()), "vlan", "4095", "4096", "IpFilter::vlan < 0 or > 4095 not allowed"},
-      {fwk::Value(IpFilter()), "vlanMask", "4095", "4096", "IpFilter::vlanMask < 0 or > 4095 not allowed"},
-      {fwk::Value(Ip6Filter()), "srcPrefixLen", "128", "129", "Ip6Filter::srcPrefixLen < 0 or > 128 not allowed"},
-      {fwk::Value(Ip6Filter()), "dstPrefixLen", "128", "129", "Ip6Filter::dstPrefixLen < 0 or > 128 not allowed"},
-      {fwk::Value(MacFilter()), "outerVlan", "4095", "4096", "MacFilter::outerVlan < 0 or > 4095 not allowed"},
-      {fwk::Value(MacFilter()), "outerVlanMask", "4095", "4096", "MacFilter::outerVlanMask < 0 or > 4095 not allowed"},
-      {fwk::Value(MacFilter()), "innerVlan", "4095", "4096", "MacFilter::innerVlan < 0 or > 4095 not allowed"},
-      {fwk::Value(MacFilter()), "innerVlanMask", "4095", "4096", "MacFilter::innerVlanMask < 0 or > 4095 not allowed"},
-      {fwk::Value(MacFilter()), "mplsLabel", "1048575", "1048576", "MacFilter::mplsLabel < 0 or > 0xFFFFF not allowed"},
-      {fwk::Value(MacFilter()), "mplsInnerLabel", "1048575", "1048576",
-       "MacFilter::mplsInnerLabel < 0 or > 0xFFFFF not allowed"},
+  const fwk::Value mpls{MplsLabelFilter()}, ip{IpFilter()}, ip6{Ip6Filter()}, mac{MacFilter()};
+  const RangeGroup groups[] = {
+      {mpls, "MplsLabelFilter", 1048575, {"label", "labelMask"}, "0xFFFFF"},
+      {mpls, "MplsLabelFilter", 7, {"tc", "tcMask"}},
+      {ip, "IpFilterBase", 63, {"dscp", "dscpMask"}},
+      {ip, "IpFilterBase", 3, {"ecn"}},
+      {ip, "IpFilterBase", 4095, {"outerVlan", "outerVlanMask", "innerVlan", "innerVlanMask"}},
+      {ip, "IpFilterBase", 16777215, {"tni"}},
+      {ip6, "IpFilterBase", 16777215, {"vni"}},
+      {ip, "IpFilter", 4095, {"vlan", "vlanMask"}},
+      {ip6, "Ip6Filter", 128, {"srcPrefixLen", "dstPrefixLen"}},
+      {mac, "MacFilter", 4095, {"outerVlan", "outerVlanMask", "innerVlan", "innerVlanMask"}},
+      {mac, "MacFilter", 1048575, {"mplsLabel", "mplsInnerLabel"}, "0xFFFFF"},
   };
-  for (const RangeRow& row : rows) {
-    SCOPED_TRACE(row.record.type()->name.str() + "." + row.field);
-    const fwk::FieldInfo* field = nullptr;
-    for (const fwk::FieldInfo& f : row.record.type()->fields()) {
-      if (f.name == row.field) field = &f;
+  for (const RangeGroup& group : groups) {
+    for (const char* name : group.fields) {
+      SCOPED_TRACE(group.record.type()->name.str() + "." + name);
+      const fwk::FieldInfo* field = nullptr;
+      for (const fwk::FieldInfo& f : group.record.type()->fields()) {
+        if (f.name == name) field = &f;
+      }
+      ASSERT_NE(field, nullptr);
+      fwk::Value record = group.record;
+      const std::string limit = std::to_string(group.limit);
+      field->set(record.data(), field->type->parse(limit));
+      try {
+        field->set(record.data(), field->type->parse(std::to_string(group.limit + 1)));
+        ADD_FAILURE() << "accepted " << group.limit + 1;
+      } catch (const fwk::RangeError& e) {
+        EXPECT_EQ(e.what(), std::string(group.declaredIn) + "::" + name + " < 0 or > " +
+                                (group.hex ? group.hex : limit) + " not allowed");
+      }
+      EXPECT_EQ(field->type->strepOf(field->get(record.data()).data()), limit) << "the refused value replaced it";
     }
-    ASSERT_NE(field, nullptr);
-    fwk::Value record = row.record;
-    const fwk::Value limit = field->type->parse(row.limit);
-    field->set(record.data(), limit);
-    try {
-      field->set(record.data(), field->type->parse(row.over));
-      ADD_FAILURE() << "accepted " << row.over;
-    } catch (const fwk::RangeError& e) {
-      EXPECT_STREQ(e.what(), row.message);
-    }
-    EXPECT_EQ(field->type->strepOf(field->get(record.data()).data()), row.limit) << "the refused value replaced it";
   }
 
   // Checks that are not a field's range: a label map key, a range's order, an enumeration.
