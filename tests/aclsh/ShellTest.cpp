@@ -155,6 +155,11 @@ TEST(AclshTest, ShowCommandsSpeakJsonToScripts) {
     run.shell.run(show, {"", 3});
     EXPECT_TRUE(nlohmann::json::accept(run.out.str())) << show;
   }
+  // The export goes to standard output as the document alone; what it leaves out, to errors.
+  run.out.str("");
+  run.shell.run("export openconfig", {"", 4});
+  EXPECT_EQ(nlohmann::json::parse(run.out.str())["openconfig-acl:acl"]["acl-sets"]["acl-set"][0]["name"], "web");
+  EXPECT_EQ(run.err.str(), "note: web (ACL_IPV4) entry 10: remark: not in the model; left out: web\n");
 }
 
 TEST(AclshTest, WriteSavesAWholeFileThatLoadsBack) {

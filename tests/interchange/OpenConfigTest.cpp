@@ -243,6 +243,50 @@ TEST(OpenConfigTest, ExportThenImportReproducesListsAndBindings) {
 
   const Interchange::ExportResult out = Interchange::exportOpenConfig(acl);
   EXPECT_TRUE(out.findings.empty()) << texts(out.findings)[0];
+  // The document as the schema names things (each entry's key again under config, and each
+  // binding's), written two spaces deep.
+  const nlohmann::json expected = nlohmann::json::parse(R"({"openconfig-acl:acl": {"acl-sets": {"acl-set": [
+  {"config": {"name": "empty", "type": "ACL_IPV4"}, "name": "empty", "type": "ACL_IPV4",
+    "acl-entries": {"acl-entry": []}},
+  {"config": {"name": "web", "type": "ACL_IPV4"}, "name": "web", "type": "ACL_IPV4",
+    "acl-entries": {"acl-entry": [
+    {"actions": {"config": {"forwarding-action": "ACCEPT", "log-action": "LOG_SYSLOG"}},
+      "config": {"sequence-id": 10}, "ipv4": {"config": {"protocol": 6, "source-address": "192.0.2.0/24"}},
+      "sequence-id": 10, "transport": {"config": {"builtin-detail": "TCP_INITIAL",
+      "destination-port": "80..81", "detail-mode": "BUILTIN"}}},
+    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 20},
+      "ipv4": {"config": {"dscp": 10, "protocol": 17, "source-address": "203.0.113.9/32"}}, "sequence-id": 20,
+      "transport": {"config": {"source-port": 53}}},
+    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 30},
+      "ipv4": {"config": {"hop-limit": 3, "length": 60}}, "sequence-id": 30},
+    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 40},
+      "ipv4": {"config": {"protocol": 6}}, "sequence-id": 40,
+      "transport": {"config": {"detail-mode": "EXPLICIT", "explicit-detail-match-mode": "ALL",
+      "explicit-tcp-flags": ["TCP_FIN", "TCP_SYN", "TCP_RST", "TCP_PSH", "TCP_ACK", "TCP_URG", "TCP_ECE",
+      "TCP_CWR"]}}}
+  ]}},
+  {"config": {"name": "web", "type": "ACL_IPV6"}, "name": "web", "type": "ACL_IPV6",
+    "acl-entries": {"acl-entry": [
+    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 10},
+      "ipv6": {"config": {"hop-limit": 255, "protocol": 6, "source-address": "2001:db8::/48"}},
+      "sequence-id": 10, "transport": {"config": {"source-port": 22}}}
+  ]}},
+  {"config": {"name": "sw", "type": "ACL_L2"}, "name": "sw", "type": "ACL_L2", "acl-entries": {"acl-entry": [
+    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 10},
+      "l2": {"config": {"ethertype": 35020, "source-mac": "00:00:5e:00:53:00",
+      "source-mac-mask": "ff:ff:ff:ff:00:00"}}, "sequence-id": 10},
+    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 20}, "sequence-id": 20}
+  ]}}
+]}, "interfaces": {"interface": [
+  {"config": {"id": "Ethernet1"}, "egress-acl-sets": {"egress-acl-set": [{"config": {"set-name": "sw",
+    "type": "ACL_L2"}, "set-name": "sw", "type": "ACL_L2"}]}, "id": "Ethernet1",
+    "ingress-acl-sets": {"ingress-acl-set": [{"config": {"set-name": "web", "type": "ACL_IPV4"},
+    "set-name": "web", "type": "ACL_IPV4"}]}},
+  {"config": {"id": "Ethernet2"}, "id": "Ethernet2",
+    "ingress-acl-sets": {"ingress-acl-set": [{"config": {"set-name": "web", "type": "ACL_IPV6"},
+    "set-name": "web", "type": "ACL_IPV6"}]}}
+]}}})");
+  EXPECT_EQ(out.json, expected.dump(2) + "\n");
 
   // Into the same store: nothing differs, so no list opens a session and every binding stays.
   const Interchange::ImportResult same = Interchange::importOpenConfig(acl, out.json);
