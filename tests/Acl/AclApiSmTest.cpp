@@ -26,7 +26,7 @@ std::vector<std::string> attrNames(const fwk::TypeInfo& type) {
   return names;
 }
 
-TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrder) {
+TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrderAndRunByName) {
   EXPECT_EQ(attrNames(ApiSm::staticType()),
             (std::vector<std::string>{
                 "aclName",          "aclType",         "standard",      "spAclSubConfig", "spLastSequenceNumber",
@@ -56,6 +56,18 @@ TEST_F(ApiSmTest, AttributesAndOperationsAreReflectedInDeclaredOrder) {
   EXPECT_EQ(types["spAclSubConfig"], "Ptr<AclSubConfig>");
   EXPECT_EQ(types["paramConfig"], "Ptr<const ParamConfig>");
   EXPECT_EQ(types["statusDp"], "Ptr<const StatusDp>");
+
+  // The factory is registered, and operations and attributes run by name.
+  installAcl("web", {{10, 80}});
+  Ptr<fwk::Entity> made = fwk::findType("ApiSm")->create(
+      {String("web"), AclType::ip, false, commit_, acl.config, Ptr<const ParamConfig>(acl.paramConfig), acl.intfConfig,
+       acl.hwConfig, Ptr<const Status>(acl.status), Ptr<const fwk::Dir>(acl.statusDpDir), acl.udfAlias});
+  auto& s = fwk::cast<ApiSm>(*made);
+  EXPECT_TRUE(s.exists());
+  EXPECT_EQ(fwk::invoke(s, "addIpRule", {U32{20}, build::ipRule(443)}).as<ApiState>(), succeeded);
+  EXPECT_EQ(fwk::invoke(s, "getIpRule", {U32{20}}).as<IpRuleConfig>(), build::ipRule(443));
+  EXPECT_EQ(fwk::invoke(s, "getLastSequenceNumber").as<U32>(), 20u);
+  EXPECT_EQ(fwk::getAttribute(s, "apiState").strep(), "succeeded");
 }
 
 TEST_F(ApiSmTest, AFreshSessionIsInitializedWithItsDefaults) {
@@ -80,7 +92,7 @@ TEST_F(ApiSmTest, AFreshSessionIsInitializedWithItsDefaults) {
   for (ApiType t : {remove_, attach_, detach_}) EXPECT_FALSE(session("web", AclType::ip, t)->currentAcl());
 }
 
-TEST_F(ApiSmTest, ErrStringKeepsOneMessagePerKey) {
+TEST_F(ApiSmTest, ErrStringsAndStatusRecordsKeepOneEntryPerKey) {
   auto s = session("web");
   s->errStringIs("k", "first");
   s->errStringIs("k", "second");
@@ -93,38 +105,27 @@ TEST_F(ApiSmTest, ErrStringKeepsOneMessagePerKey) {
   EXPECT_TRUE(s->errString().empty());
   fwk::setAttribute(*s, "errString", String("r"), String("by name"));
   EXPECT_EQ(s->errString("r"), "by name");
-}
 
-TEST_F(ApiSmTest, TheFactoryIsRegisteredAndOperationsRunByName) {
-  installAcl("web", {{10, 80}});
-  Ptr<fwk::Entity> made = fwk::findType("ApiSm")->create(
-      {String("web"), AclType::ip, false, commit_, acl.config, Ptr<const ParamConfig>(acl.paramConfig), acl.intfConfig,
-       acl.hwConfig, Ptr<const Status>(acl.status), Ptr<const fwk::Dir>(acl.statusDpDir), acl.udfAlias});
-  auto& s = fwk::cast<ApiSm>(*made);
-  EXPECT_TRUE(s.exists());
-  EXPECT_EQ(fwk::invoke(s, "addIpRule", {U32{20}, build::ipRule(443)}).as<ApiState>(), succeeded);
-  EXPECT_EQ(fwk::invoke(s, "getIpRule", {U32{20}}).as<IpRuleConfig>(), build::ipRule(443));
-  EXPECT_EQ(fwk::invoke(s, "getLastSequenceNumber").as<U32>(), 20u);
-  EXPECT_EQ(fwk::getAttribute(s, "apiState").strep(), "succeeded");
+  Ptr<StatusDp> dp(new StatusDp("dpX"));
+  s->statusDpIs(dp);
+  s->statusDpIs(dp);
+  EXPECT_EQ(s->statusDpEntry().size(), 1u);
+  Ptr<StatusDpEntry> entry = s->statusDpEntry("dpX");
+  s->statusDpEntryIs(dp);
+  EXPECT_EQ(s->statusDpEntry("dpX"), entry) << "a reactor for the same record is kept";
+  entry = nullptr;
+  Ptr<StatusDpEntry> heldElsewhere = s->statusDpEntry("dpX");
+  s->statusDpDel("dpX");
+  EXPECT_TRUE(s->statusDp().empty());
+  EXPECT_TRUE(s->statusDpEntry().empty());
+  EXPECT_TRUE(dp->notifieeList().empty()) << "an entry the session dropped stops watching, even if held";
+  s = nullptr;
+  dp->dpAclUpdateTimeIs(5);  // reaches nobody
+  auto t = session("web");
+  EXPECT_DEATH(t->statusDpIs("other", dp), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
 }
 
 // ---- scratchpad ------------------------------------------------------------------------
-
-TEST_F(ApiSmTest, ContentCountsStartWhenBuiltAndNeverRangeCheck) {
-  installAcl("web", {{10, 80}, {20, 80}});
-  auto s = session("web");
-  EXPECT_FALSE(s->currentAcl()->committed()) << "the scratchpad does not copy the committed flag";
-  s->updateIpRuleMap(build::ipRule(1), 1);
-  EXPECT_TRUE(s->spIpRuleMap().empty()) << "ignored until built";
-  s->initializeRuleMap();
-  s->initializeRuleMap();
-  EXPECT_EQ(s->spIpRuleMap(build::ipRule(80)), 2u) << "two equal rules, counted once each";
-  EXPECT_EQ(s->removeRuleBySequence(10, 20), succeeded);
-  EXPECT_TRUE(s->spIpRuleMap().contains(build::ipRule(80)));
-  EXPECT_EQ(s->spIpRuleMap(build::ipRule(80)), 0u) << "an entry falls to 0 and stays";
-  s->updateIpRuleMap(build::ipRule(7), -1);
-  EXPECT_EQ(s->spIpRuleMap(build::ipRule(7)), 4294967295u);
-}
 
 TEST_F(ApiSmTest, CleanupDeletesTheReplacedVersionOnly) {
   Ptr<AclConfig> web = installAcl("web", {{10, 80}});
@@ -169,6 +170,7 @@ TEST_F(ApiSmTest, FlagTogglesAreTraced) {
 TEST_F(ApiSmTest, LookupsReturnTheDefaultRuleWhereNoRuleOfThatFamilyStands) {
   installAcl("web", {{10, 80}}, {{20, "r"}});
   auto s = session("web");
+  EXPECT_FALSE(s->currentAcl()->committed()) << "the scratchpad does not copy the committed flag";
   EXPECT_EQ(s->getIpRule(10), build::ipRule(80));
   EXPECT_EQ(s->getIpRule(20), IpRuleConfig()) << "a remark is not a rule";
   EXPECT_EQ(s->getIpRule(99), IpRuleConfig());
@@ -217,27 +219,6 @@ TEST_F(ApiSmTest, TheHardwareWaitStampsOneRequestAndReportsFirstErrors) {
   dp2->dpAclUpdateTimeIs(1001);
   EXPECT_EQ(s->apiState(), succeeded);
   EXPECT_TRUE(web->currCfg()->committed()) << "success marks the current version committed";
-}
-
-TEST_F(ApiSmTest, StatusRecordsAreKeyedByTheirName) {
-  auto s = session("web");
-  Ptr<StatusDp> dp(new StatusDp("dpX"));
-  s->statusDpIs(dp);
-  s->statusDpIs(dp);
-  EXPECT_EQ(s->statusDpEntry().size(), 1u);
-  Ptr<StatusDpEntry> entry = s->statusDpEntry("dpX");
-  s->statusDpEntryIs(dp);
-  EXPECT_EQ(s->statusDpEntry("dpX"), entry) << "a reactor for the same record is kept";
-  entry = nullptr;
-  Ptr<StatusDpEntry> heldElsewhere = s->statusDpEntry("dpX");
-  s->statusDpDel("dpX");
-  EXPECT_TRUE(s->statusDp().empty());
-  EXPECT_TRUE(s->statusDpEntry().empty());
-  EXPECT_TRUE(dp->notifieeList().empty()) << "an entry the session dropped stops watching, even if held";
-  s = nullptr;
-  dp->dpAclUpdateTimeIs(5);  // reaches nobody
-  auto t = session("web");
-  EXPECT_DEATH(t->statusDpIs("other", dp), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
 }
 
 }  // namespace
