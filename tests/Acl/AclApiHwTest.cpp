@@ -80,6 +80,7 @@ Rule& pick(IpRuleConfig& ip, Ip6RuleConfig& ip6, MacRuleConfig& mac) {
 #define IP(...) ROW(ip, IpRuleConfig, IpFilter, __VA_ARGS__)
 #define IP6(...) ROW(ipv6, Ip6RuleConfig, Ip6Filter, __VA_ARGS__)
 #define MAC(...) ROW(mac, MacRuleConfig, MacFilter, __VA_ARGS__)
+#define BOTH(...) IP(__VA_ARGS__), IP6(__VA_ARGS__)  // the same check of both IP families
 
 // clang-format off: one row per line, like the table it pins
 std::vector<Row> rows() {
@@ -96,24 +97,10 @@ std::vector<Row> rows() {
       IP(f.trackedIs(true), nullptr, "tracked", "tracked not supported", "<, tracked"),
       IP(f.ttlKindIs(ValueOp::eq), nullptr, "ttl", "ttl option not supported", SAME),
       IP(f.matchDscpIs(true), CAN(ipDscpSupported), "dscp", "dscp not supported", SAME),
-      IP(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", SAME),
-      IP(f.ipLengthIs(RangeMatch(ValueOp::lt, 64)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
-         "<, ip-length match not supported"),
-      IP(f.outerVlanMaskIs(0xFFF), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
-         "<, outer Vlan not supported"),
-      IP(f.innerVlanMaskIs(0xFFF), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
-         "<, inner Vlan not supported"),
       IP((f.protocolIs(47), f.greProtoIs(0x6558)), CAN(dpiNvgreSupported), "dpi-nvgre", "DPI Nvgre not supported",
          SAME),
       IP(f.greProtoMaskIs(0xFFFF), CAN(dpiGreSupported), "dpi-gre", "DPI Gre not supported", SAME),
-      IP(f.tniIs(5), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", SAME),
-      IP(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", SAME),
-      IP(f.vniIs(5), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", SAME),
-      IP(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", SAME),
-      IP(f.teidIs(5), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", SAME),
       IP(f.userL4MaskIs(0xFF), CAN(dpiUserL4Supported), "dpi-userl4", "DPI userL4 not supported", SAME),
-      IP(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
-         "DPI payload not supported", "<, DPI Payload not supported"),
       IP(f.tcpFlagsMaskIs(0x12), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported",
          "<, TCP flags not supported"),
       IP6(r.mirrorSessionIs("m"), CAN(ip6MirrorSupported), "mirror", "mirror not supported",
@@ -121,24 +108,10 @@ std::vector<Row> rows() {
       IP6(r.copyToCpuIs(true), CAN(copyToCpuSupported), "copyToCpu", "copyToCpu not supported",
           "<, copyToCpu action on IPv6 ACL not supported"),
       IP6(r.logIs(true), CAN(loggingSupported), "ipv6-logging", "ipv6 logging not supported", SAME),
-      IP6(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", SAME),
       IP6(f.hopLimitKindIs(ValueOp::gt), nullptr, "hop-limit", "hop-limit option not supported", SAME),
-      IP6(f.outerVlanMaskIs(1), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
-          "<, outer Vlan not supported"),
-      IP6(f.innerVlanMaskIs(1), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
-          "<, inner Vlan not supported"),
-      IP6(f.ipLengthIs(RangeMatch(ValueOp::gt, 9)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
-          "<, ip-length match not supported"),
       IP6((f.greProtoIs(0x6558), f.greProtoMaskIs(0xFFFF)), CAN(dpiNvgreSupported), "dpi-nvgre",
           "DPI Nvgre not supported", SAME),
-      IP6(f.tniIs(1), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", SAME),
-      IP6(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", SAME),
-      IP6(f.vniIs(1), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", SAME),
-      IP6(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", SAME),
-      IP6(f.teidIs(1), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", SAME),
       IP6(f.userL4MaskIs(1), CAN(dpiUserL4Supported), "dpi-userl4", "DPI UserL4 not supported", SAME),
-      IP6(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
-          "DPI payload not supported", "<, DPI Payload not supported"),
       IP6(f.tcpFlagsMaskIs(2), CAN(tcpFlagsSupported), "tcpFlag", "TCP flag not supported", SAME),
       IP6(f.matchDscpIs(true), CAN(ip6DscpSupported), "dscp", "dscp not supported", SAME),
       MAC(r.mirrorSessionIs("m"), CAN(macMirrorSupported), "mirror", "mirror not supported",
@@ -150,6 +123,20 @@ std::vector<Row> rows() {
       MAC(f.mplsLabelIs(16), CAN(mplsSupported), "mpls", "Mpls not supported", SAME),
       MAC(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
           "DPI payload not supported", "<, DPI Payload not supported"),
+      BOTH(f.matchEcnIs(true), CAN(ecnSupported), "ecn", "ecn not supported", SAME),
+      BOTH(f.outerVlanMaskIs(0xFFF), CAN(outerVlanSupported), "outer-vlan", "outer vlan not supported",
+           "<, outer Vlan not supported"),
+      BOTH(f.innerVlanMaskIs(0xFFF), CAN(innerVlanSupported), "inner-vlan", "inner vlan not supported",
+           "<, inner Vlan not supported"),
+      BOTH(f.ipLengthIs(RangeMatch(ValueOp::lt, 64)), CAN(ipLengthSupported), "ip-length", "ip-length not supported",
+           "<, ip-length match not supported"),
+      BOTH(f.tniIs(5), CAN(dpiNvgreSupported), "dpi-tni", "DPI TNI not supported", SAME),
+      BOTH(f.vxlanIs(true), CAN(dpiVxlanSupported), "dpi-vxlan", "DPI Vxlan not supported", SAME),
+      BOTH(f.vniIs(5), CAN(dpiVxlanSupported), "dpi-vni", "DPI VNI not supported", SAME),
+      BOTH(f.gtpIs(true), CAN(dpiGtpSupported), "dpi-gtp", "DPI Gtp not supported", SAME),
+      BOTH(f.teidIs(5), CAN(dpiGtpSupported), "dpi-teid", "DPI TEID not supported", SAME),
+      BOTH(f.payloadIs(PayloadSpec(String("0,0x1,0x1,,"))), CAN(dpiPayloadSupported), "dpi-payload",
+           "DPI payload not supported", "<, DPI Payload not supported"),
   };
 }
 
@@ -164,6 +151,7 @@ std::vector<Row> maskRows() {
   return {v4, v6};
 }
 // clang-format on
+#undef BOTH
 #undef IP
 #undef IP6
 #undef MAC

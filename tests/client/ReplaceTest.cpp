@@ -42,7 +42,7 @@ struct ReplaceTest : ::testing::Test {
 const std::vector<ListEntry> web = entries({"10 permit tcp any host 192.0.2.1 eq 443", "20 remark mail",
                                             "30 permit tcp any host 192.0.2.2 eq 25", "40 deny ip any any log"});
 
-TEST_F(ReplaceTest, UnchangedOpensNoCommitAndOneChangedEntryChangesOneIdentity) {
+TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRenumberingNone) {
   ASSERT_EQ(Client::replaceList(acl, "web", AclType::ip, web).state, AclApi::succeeded);
   Client::BindingsResult bound = Client::replaceBindings(acl, {{"Ethernet1", AclDirection::in, AclType::ip, "web"}});
   ASSERT_EQ(bound.changes.size(), 1U);
@@ -72,22 +72,19 @@ TEST_F(ReplaceTest, UnchangedOpensNoCommitAndOneChangedEntryChangesOneIdentity) 
   EXPECT_EQ(dp.lastRun().added, 1U);
   EXPECT_EQ(dp.lastRun().removed, 1U);
   EXPECT_EQ(dp.lastRun().kept, 2U);
-}
 
-TEST_F(ReplaceTest, RenumberedListKeepsEveryIdentityAndReportsMoves) {
-  ASSERT_EQ(Client::replaceList(acl, "web", AclType::ip, web).state, AclApi::succeeded);
-  const auto before = identities("web");
-  std::vector<ListEntry> renumbered = web;
+  // Renumbered: every entry moves, each with its identity.
+  std::vector<ListEntry> renumbered = changed;
   for (ListEntry& e : renumbered) e.sequence = e.sequence * 10 + 5;
   Client::ReplaceResult r = Client::replaceList(acl, "web", AclType::ip, renumbered);
   EXPECT_EQ(r.state, AclApi::succeeded);
   EXPECT_EQ(r.report.moved, (std::vector<std::pair<U32, U32>>{{10, 105}, {20, 205}, {30, 305}, {40, 405}}));
   EXPECT_TRUE(r.report.added.empty() && r.report.removed.empty() && r.report.kept.empty());
   EXPECT_EQ(content("web"), renumbered);
-  auto at = identities("web");
-  EXPECT_EQ(at.at(105), before.at(10));
-  EXPECT_EQ(at.at(305), before.at(30));
-  EXPECT_EQ(at.at(405), before.at(40));
+  const auto moved = identities("web");
+  EXPECT_EQ(moved.at(105), after.at(10));
+  EXPECT_EQ(moved.at(305), after.at(30));
+  EXPECT_EQ(moved.at(405), after.at(40));
 }
 
 // Random current and desired lists over a few contents, so that places collide, contents
