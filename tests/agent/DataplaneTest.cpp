@@ -84,7 +84,7 @@ TEST_F(DataplaneTest, ADelayedAnswerProgramsTheConfigurationAndRequestOfItsLastE
   EXPECT_EQ(dp1.lastRun().run, runs + 1);
 }
 
-TEST_F(DataplaneTest, AForcedErrorFailsTheCommitAndClearingItThenRevertingRecovers) {
+TEST_F(DataplaneTest, AForcedErrorOrARunBeyondCapacityFailsTheCommitAndTheOldTablesStay) {
   EXPECT_EQ(attach("web"), succeeded);
   EXPECT_EQ(commitList("web", {{10, 22}}), succeeded);
   dp2.forcedErrorIs("the rule memory does not answer.");
@@ -98,10 +98,8 @@ TEST_F(DataplaneTest, AForcedErrorFailsTheCommitAndClearingItThenRevertingRecove
   EXPECT_TRUE(dp2.status()->error().empty());
   EXPECT_TRUE(dp2.upToDate());
   EXPECT_EQ(sequences(dp2), std::vector<U32>{10});
-}
 
-TEST_F(DataplaneTest, ARunBeyondCapacityKeepsTheOldTablesUntilOneFits) {
-  EXPECT_EQ(attach("web"), succeeded);
+  // A run beyond a dataplane's capacity keeps its old tables until one fits.
   EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}}), succeeded);
   dp1.capacityIs(2);
   EXPECT_EQ(commitList("web", {{10, 22}, {20, 80}, {30, 443}}), errHw);

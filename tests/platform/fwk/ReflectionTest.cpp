@@ -37,7 +37,7 @@ TEST(ReflectionTest, AttributesAreListedInDeclarationOrderWithKindsAndTypes) {
   EXPECT_EQ(names(sample::BigNode::staticType()).front(), "flag");
 }
 
-TEST(ReflectionTest, ReadsAndWritesEveryKindByName) {
+TEST(ReflectionTest, ReadsAndWritesEveryKindByNameAndFromText) {
   Ptr<Node> node(new Node("n"));
   node->hasNotificationActiveIs(true);
   fwk::setAttribute(*node, "flag", true);
@@ -68,10 +68,8 @@ TEST(ReflectionTest, ReadsAndWritesEveryKindByName) {
   EXPECT_EQ(node->fwkType().attr("leaf").keys(*node).at(0).as<U32>(), 2u);
   fwk::delAttribute(*node, "leaf", U32{2});
   EXPECT_EQ(node->leaf(2), nullptr);
-}
 
-TEST(ReflectionTest, ValuesParseFromTextForFrontEnds) {
-  Ptr<Node> node(new Node("n"));
+  // Front ends write values parsed from text.
   const fwk::AttrInfo& color = node->fwkType().attr("color");
   color.set(*node, color.valueType()->parse("red"));
   EXPECT_EQ(node->color(), sample::red);

@@ -46,7 +46,7 @@ TEST(TraceTest, ADisabledLevelEvaluatesFormatsAndAllocatesNothing) {
   EXPECT_EQ(capture.lines()[0].message, "text piece42");
 }
 
-TEST(TraceTest, LinesCarryFacilityLevelPositionAndPieces) {
+TEST(TraceTest, LinesCarryFacilityLevelPositionAndPiecesToTheInnermostCapture) {
   facility().levelsUpToIs(9);
   fwk::TraceCapture capture;
   fwk::Ptr<sample::Node> node(new sample::Node("n"));
@@ -63,6 +63,16 @@ TEST(TraceTest, LinesCarryFacilityLevelPositionAndPieces) {
   EXPECT_EQ(line.message, "seq 4294967295 ok true at /n <null> blue s 1.5");
   EXPECT_EQ(fwk::formatTrace(fwk::TraceRecord{&facility(), 7, "f.cpp", 3, "fn", "msg"}),
             "TraceTest[7] f.cpp:3 fn: msg");
+
+  // A capture made inside another takes the lines until it goes, then the outer one again.
+  {
+    fwk::TraceCapture inner;
+    FWK_TRACE(facility(), 0, "inner");
+    EXPECT_EQ(inner.count("inner"), 1u);
+  }
+  FWK_TRACE(facility(), 0, "outer");
+  EXPECT_EQ(capture.messages("TraceTest").back(), "outer");
+  EXPECT_EQ(capture.count("inner"), 0u);
   facility().levelsIs(0);
 }
 
@@ -75,19 +85,6 @@ TEST(TraceTest, FacilitiesAreSharedByNameAndEnabledFromOptions) {
   EXPECT_FALSE(fwk::TraceFacility::get("OptC").enabled(8));
   EXPECT_THROW(fwk::enableTraces("OptD/10"), fwk::Error);
   EXPECT_THROW(fwk::enableTraces("OptD/x"), fwk::Error);
-}
-
-TEST(TraceTest, CaptureRestoresThePreviousSink) {
-  facility().levelsUpToIs(0);
-  fwk::TraceCapture outer;
-  {
-    fwk::TraceCapture inner;
-    FWK_TRACE(facility(), 0, "inner");
-    EXPECT_EQ(inner.count("inner"), 1u);
-  }
-  FWK_TRACE(facility(), 0, "outer");
-  EXPECT_EQ(outer.messages("TraceTest"), std::vector<std::string>{"outer"});
-  facility().levelsIs(0);
 }
 
 }  // namespace
