@@ -24,65 +24,76 @@ function(aclkit_sanitize target)
   endif()
 endfunction()
 
-# aclkit_layer(NAME <layer> DIR <directory> SOURCES <files...> [DEPENDS <layers...>])
-# An object library compiled into the shared aclkit library. Its headers are reached as
-# "aclkit/<directory>/...", through an include root of its own in the build tree that holds
-# only this layer; a layer therefore sees the headers of exactly the layers it names, and a
-# consumer's own "model/Types.h" can never stand in for one of ours.
-function(aclkit_layer)
-  cmake_parse_arguments(ARG "" "NAME;DIR" "SOURCES;DEPENDS" ${ARGN})
-  set(target aclkit_${ARG_NAME})
-  set(root ${PROJECT_BINARY_DIR}/include/${ARG_DIR})
+# aclkit_include_root(<target> <directory> <scope>)
+# Makes the headers of <directory> reachable from <target> as "aclkit/<directory>/...", through
+# an include root of its own in the build tree that holds only this directory: whoever links
+# <target> sees exactly the layers it names, and a consumer's own "model/Types.h" can never
+# stand in for one of ours. Trace lines and assertions print paths relative to the project,
+# whichever way in.
+function(aclkit_include_root target dir scope)
+  set(root ${PROJECT_BINARY_DIR}/include/${dir})
   file(MAKE_DIRECTORY ${root}/aclkit)
-  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${ARG_DIR} ${root}/aclkit/${ARG_DIR} SYMBOLIC)
-  add_library(${target} OBJECT ${ARG_SOURCES})
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
-  # Trace lines and assertions print paths relative to the project, whichever way in.
-  target_compile_options(${target} PUBLIC -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-                                          -fmacro-prefix-map=${root}/aclkit/=)
-  target_compile_features(${target} PUBLIC cxx_std_20)
-  # Only what the headers mark ACLKIT_EXPORT leaves the shared library.
-  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-  target_compile_definitions(${target} PRIVATE ACLKIT_BUILDING_LIBRARY=1)
-  if(ACLKIT_THREAD_SAFE_PTR)
-    target_compile_definitions(${target} PUBLIC FWK_THREAD_SAFE_PTR=1)
-  endif()
-  foreach(dep IN LISTS ARG_DEPENDS)
-    target_link_libraries(${target} PUBLIC aclkit_${dep})
-  endforeach()
-  aclkit_warnings(${target})
-  aclkit_sanitize(${target})
-  target_link_libraries(aclkit PUBLIC $<BUILD_INTERFACE:${target}>)
+  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${dir} ${root}/aclkit/${dir} SYMBOLIC)
+  target_include_directories(${target} ${scope} $<BUILD_INTERFACE:${root}>)
+  target_compile_options(${target} ${scope} -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+                                           -fmacro-prefix-map=${root}/aclkit/=)
 endfunction()
 
-# aclkit_client_layer(NAME <name> DIR <directory> SOURCES <files...> [DEPENDS <client layers...>]
-#                     [LIBS <other libraries...>])
-# A static library built on top of the shared aclkit library, as a program that installed it
-# would build one: it links aclkit::aclkit, sees the library's headers as "aclkit/<layer>/...",
-# and sees its own headers, and those of the client layers it names, the same way through an
-# include root of its own. Being static and outside the shared library, it exports nothing.
-function(aclkit_client_layer)
-  cmake_parse_arguments(ARG "" "NAME;DIR" "SOURCES;DEPENDS;LIBS" ${ARGN})
-  set(target aclkit_${ARG_NAME})
-  set(root ${PROJECT_BINARY_DIR}/include/${ARG_DIR})
-  file(MAKE_DIRECTORY ${root}/aclkit)
-  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${ARG_DIR} ${root}/aclkit/${ARG_DIR} SYMBOLIC)
-  add_library(${target} STATIC ${ARG_SOURCES})
-  add_library(aclkit::${ARG_NAME} ALIAS ${target})
-  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
-  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-                                           -fmacro-prefix-map=${root}/aclkit/=)
+# aclkit_layer(DIR <directory> CORE|STATIC|PYTHON [DEPENDS <directories...>] SOURCES <files...>
+#              [LIBS <other libraries...>])
+# The one declaration of a layer and of the layers it depends on. tools/check-layers.sh reads
+# these calls back to hold every include, and the README's table, to them; a layer's target is
+# aclkit_<directory in lower case>.
+#   CORE    an object library compiled into the shared aclkit library (platform, model, Acl);
+#           it may depend on core layers only. What its headers mark ACLKIT_EXPORT is exported.
+#   STATIC  a static library on top of the shared library, built as a program that installed
+#           it would build one (aclkit::<name>); it exports nothing.
+#   PYTHON  the Python module, on top of the static layers it names.
+function(aclkit_layer)
+  cmake_parse_arguments(ARG "CORE;STATIC;PYTHON" "DIR" "SOURCES;DEPENDS;LIBS" ${ARGN})
+  string(TOLOWER ${ARG_DIR} name)
+  set(target aclkit_${name})
+  if(ARG_CORE)
+    add_library(${target} OBJECT ${ARG_SOURCES})
+    aclkit_include_root(${target} ${ARG_DIR} PUBLIC)
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    target_compile_definitions(${target} PRIVATE ACLKIT_BUILDING_LIBRARY=1)
+    if(ACLKIT_THREAD_SAFE_PTR)
+      target_compile_definitions(${target} PUBLIC FWK_THREAD_SAFE_PTR=1)
+    endif()
+    target_link_libraries(aclkit PUBLIC $<BUILD_INTERFACE:${target}>)
+    set(scope PUBLIC)
+  elseif(ARG_STATIC)
+    add_library(${target} STATIC ${ARG_SOURCES})
+    add_library(aclkit::${name} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    aclkit_include_root(${target} ${ARG_DIR} PUBLIC)
+    target_link_libraries(${target} PUBLIC aclkit::aclkit)
+    set(scope PUBLIC)
+  elseif(ARG_PYTHON)
+    pybind11_add_module(${target} MODULE ${ARG_SOURCES})
+    aclkit_include_root(${target} ${ARG_DIR} PRIVATE)
+    set(scope PRIVATE)
+  else()
+    message(FATAL_ERROR "aclkit_layer(DIR ${ARG_DIR}): say CORE, STATIC or PYTHON")
+  endif()
   target_compile_features(${target} PUBLIC cxx_std_20)
-  target_link_libraries(${target} PUBLIC aclkit::aclkit)
+  # A core layer links the core layers it names; the others reach the core through the shared
+  # library, and link the static layers they name.
   foreach(dep IN LISTS ARG_DEPENDS)
-    target_link_libraries(${target} PUBLIC aclkit_${dep})
+    string(TOLOWER ${dep} dep_name)
+    get_target_property(dep_type aclkit_${dep_name} TYPE)
+    if(ARG_CORE OR NOT dep_type STREQUAL "OBJECT_LIBRARY")
+      target_link_libraries(${target} ${scope} aclkit_${dep_name})
+    endif()
   endforeach()
   if(ARG_LIBS)
     target_link_libraries(${target} PRIVATE ${ARG_LIBS})
   endif()
   aclkit_warnings(${target})
-  aclkit_sanitize(${target})
+  if(NOT ARG_PYTHON)  # Debian's python3 cannot load a sanitized module
+    aclkit_sanitize(${target})
+  endif()
 endfunction()
 
 function(aclkit_finish_library)
