@@ -76,6 +76,11 @@ ApiState ApiSm::notConfigured() {
   return finish(errNotConfigured);
 }
 
+ApiState ApiSm::noAclConfig() {
+  ACL_API_TRACE(0, "<, aclConfig is NULL");
+  return finish(errNotConfigured);
+}
+
 String ApiSm::attachedAcl(String intfName, AclDirection aclDirection) const {
   Ptr<AclIntf> intfs = bindings(aclDirection, false);
   return intfs ? intfs->intf(IntfId(intfName)) : String();

@@ -29,6 +29,7 @@ ApiState ApiSm::commitExt(bool cleanup) {
 
   // validate
   if (attachedToDp() && !dpAclPreApplyOk()) return finish(errAclApi);
+  if (!config()) return noAclConfig();
   const Ptr<Input::AclTypeConfig> table = config()->configIs(aclType());
   Ptr<AclConfig> live = table->acl(aclName());
   if (const std::optional<ApiState> conflict = conflictingSession(live)) return finish(*conflict);
@@ -45,7 +46,7 @@ ApiState ApiSm::commitExt(bool cleanup) {
   // apply
   if (!shouldUpdateAcl()) {
     ACL_API_TRACE(2, "update existing ACL " << aclName());
-    aclCopyHelper()->copyNonEssential(current, sp);
+    required(aclCopyHelper(), "commit: null aclCopyHelper")->copyNonEssential(current, sp);
     return finish(succeeded);
   }
   const Ptr<AclSubConfig> fresh = installVersion(*live, sp);
@@ -84,7 +85,7 @@ std::optional<ApiState> ApiSm::conflictingSession(const Ptr<AclConfig>& live) co
 Ptr<AclSubConfig> ApiSm::installVersion(AclConfig& live, const Ptr<AclSubConfig>& scratchpad) {
   ACL_API_TRACE(2, "create new subConfig for ACL " << aclName());
   Ptr<AclSubConfig> fresh = live.subConfigIs(scratchpad->id());
-  entityCopy()->doCopyEntityAttrs(fresh, scratchpad, "", nullptr);
+  required(entityCopy(), "commit: null entityCopy")->doCopyEntityAttrs(fresh, scratchpad, "", nullptr);
   live.dynamicIs(dynamic());
   live.secureMonitorIs(secureMonitor());
   live.currCfgIs(fresh);
@@ -94,7 +95,7 @@ Ptr<AclSubConfig> ApiSm::installVersion(AclConfig& live, const Ptr<AclSubConfig>
 bool ApiSm::shouldUpdateAcl() const {
   if (!exists()) return true;
   if (!spAclSubConfig()) return false;
-  if (!origAclSubConfig()) return true;
+  if (!origAclSubConfig() || !config()) return true;
   Ptr<Input::AclTypeConfig> typeConfig = config()->config(aclType());
   FWK_ASSERT(typeConfig);
   Ptr<AclConfig> live = typeConfig->acl(aclName());
@@ -106,7 +107,7 @@ bool ApiSm::shouldUpdateAcl() const {
       sp->fragmentsEnabled() != origAclSubConfig()->fragmentsEnabled()) {
     return true;
   }
-  return !aclCopyHelper()->equalRuleConfig(aclType(), live->currCfg(), sp);
+  return !required(aclCopyHelper(), "shouldUpdateAcl: null aclCopyHelper")->equalRuleConfig(aclType(), live->currCfg(), sp);
 }
 
 // ---- revert and remove ------------------------------------------------------------------
@@ -123,7 +124,7 @@ ApiState ApiSm::revert() {
     }
     ACL_API_TRACE(8, "Failed while committing");
     clearUdfAceList();
-    Ptr<Input::AclTypeConfig> typeConfig = config()->config(aclType());
+    Ptr<Input::AclTypeConfig> typeConfig = config() ? config()->config(aclType()) : nullptr;
     if (!origAclSubConfig()) {
       ACL_API_TRACE(8, "origAclSubConfig does not exist. Deleting the acl");
       if (typeConfig) typeConfig->aclDel(aclName());
@@ -164,6 +165,7 @@ ApiState ApiSm::remove() {
   ACL_API_TRACE(0, "remove"
                        << " >, " << aclName() << aclType());
   FWK_ASSERT(apiType() == remove_);
+  if (!config()) return noAclConfig();
   Ptr<Input::AclTypeConfig> typeConfig = config()->config(aclType());
   FWK_ASSERT(typeConfig);
   Ptr<AclConfig> acl = typeConfig->acl(aclName());

@@ -119,10 +119,11 @@ ApiState ApiSm::waitForHw() {
     ACL_API_TRACE(0, "<, waitForHwStatus is false");
     return finish(succeeded);
   }
+  const Ptr<HwConfig>& hw = required(hwConfig(), "waitForHw: null hwConfig");
   apiStateIs(waitingForHw);
   const double now = fwk::now();
   ACL_API_TRACE(2, "commit time: " << now);
-  hwConfig()->dpAclUpdateRequestTimeIs(now);
+  hw->dpAclUpdateRequestTimeIs(now);
   // A dataplane on this thread may answer inside the stamp; its answer stands.
   return apiState();
 }
@@ -135,6 +136,8 @@ void ApiSm::handleDpAclUpdateTime(const String& dataplane) {
     ACL_API_TRACE(8, "[ " << self << " ] - Not waiting for hw " << apiState());
     return;
   }
+  // Without the request there is nothing to measure the dataplanes against: keep waiting.
+  if (!hwConfig()) return;
   const double requested = hwConfig()->dpAclUpdateRequestTime();
   // Entries are walked through counted copies: the observers of what this writes may drop
   // entries or the session's records.

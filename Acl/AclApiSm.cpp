@@ -67,6 +67,9 @@ void ApiSm::handleInitialized() {
 }
 
 Ptr<ApiSm> ApiSmIs(FWK_ARGS_PARAMS(ApiSm, ACLKIT_ACL_API_SM_ARGS)) {
+  // Every operation of a session needs these two; its setters store whatever they are given.
+  if (!configArg) throw fwk::NullArgumentError("apiSmFactory: null config");
+  if (!hwConfigArg) throw fwk::NullArgumentError("apiSmFactory: null hwConfig");
   // Initialization writes to the store (the family's table); a failure takes that back.
   const fwk::Transaction transaction;
   Ptr<ApiSm> session(new ApiSm(FWK_ARGS_NAMES(ACLKIT_ACL_API_SM_ARGS)));
@@ -120,7 +123,7 @@ void ApiSm::createScratchpad() {
   if (Ptr<AclConfig> acl = liveAcl(aclType())) {
     origAclConfigIs(acl);
     if (Ptr<AclSubConfig> current = acl->currCfg()) {
-      entityCopy()->doCopyEntityAttrs(scratchpad, current, "", nullptr);
+      required(entityCopy(), "createScratchpad: null entityCopy")->doCopyEntityAttrs(scratchpad, current, "", nullptr);
       origAclSubConfigIs(current);
     }
   }

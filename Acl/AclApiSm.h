@@ -87,10 +87,10 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   A(scalar, direction, Acl::AclDirection, Acl::AclDirection::in)                              \
   A(scalar, origAclName, fwk::String, {})                                                     \
   A(scalar, apiType, ApiType, commit_)                                                        \
-  A(nonNullScalar, config, fwk::Ptr<Acl::Input::Config>, {})                                  \
+  A(scalar, config, fwk::Ptr<Acl::Input::Config>, {})                                         \
   A(scalar, paramConfig, fwk::Ptr<const Acl::ParamConfig>, {})                                \
   A(scalar, intfConfig, fwk::Ptr<Acl::IntfConfig>, {})                                        \
-  A(nonNullScalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                     \
+  A(scalar, hwConfig, fwk::Ptr<Acl::HwConfig>, {})                                            \
   A(scalar, aclStatus, fwk::Ptr<const Acl::Status>, {})                                       \
   A(scalar, statusDpDir, fwk::Ptr<const fwk::Dir>, {})                                        \
   A(scalar, udfAliasDir, fwk::Ptr<Acl::UdfAlias>, {})                                         \
@@ -105,8 +105,8 @@ class ACLKIT_EXPORT StatusDpEntry : public Acl::StatusDp::Reactor {
   A(customOrderedMap, errString, fwk::String, fwk::String)                                    \
   A(scalar, dynamic, bool, false)                                                             \
   A(scalar, secureMonitor, bool, false)                                                       \
-  A(nonNullScalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                    \
-  A(nonNullScalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                        \
+  A(scalar, aclCopyHelper, fwk::Ptr<Acl::AclConfigCopyHandler>, {})                           \
+  A(scalar, entityCopy, fwk::Ptr<Cli::Session::EntityCopy>, {})                               \
   A(scalar, initialized, bool, false)
 // clang-format on
 
@@ -293,8 +293,16 @@ class ACLKIT_EXPORT ApiSm : public fwk::Entity {
   // of the scratchpad as the list's new current version.
   [[nodiscard]] std::optional<ApiState> conflictingSession(const Ptr<Acl::AclConfig>& live) const;
   Ptr<Acl::AclSubConfig> installVersion(Acl::AclConfig& live, const Ptr<Acl::AclSubConfig>& scratchpad);
-  // Attach, detach and their revert need an interface configuration to write to.
+  // Attach, detach and their revert need an interface configuration to write to; commit and
+  // remove need the input configuration.
   ApiState notConfigured();
+  ApiState noAclConfig();
+  // What an operation cannot go on without; null is refused as the framework refuses it.
+  template <class T>
+  const Ptr<T>& required(const Ptr<T>& attribute, const char* what) const {
+    if (!attribute) throw fwk::NullArgumentError(what);
+    return attribute;
+  }
   ApiState scratchpadFlagIs(void (Acl::AclSubConfig::*set)(const bool&), bool value);
   template <Acl::AclType Type>
   ApiState removeByContent(const typename Acl::Family<Type>::Rule& rule);

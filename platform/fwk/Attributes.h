@@ -25,8 +25,6 @@
 //   constScalar(N, T, default)   N(), protected NStore(value); read-only to reflection and
 //                                skipped by the generic copy: construction arguments, and
 //                                state that only the entity itself manages
-//   nonNullScalar(N, T, default) like scalar for a Ptr that must be set: NIs(null) raises
-//                                NullArgumentError ("NIs: null N") and changes nothing
 //   statusScalar(N, T, default)  like scalar, but the generic copy leaves it alone: state
 //                                that belongs to the tree it was written in (stamps, flags
 //                                set by whoever applied the configuration)

@@ -24,7 +24,6 @@
 #define FWK_REFLECT_scalar(name, T, def) \
   b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, [](C& c, const T& v) { c.name##Is(v); });
 #define FWK_REFLECT_customScalar(name, T, def) FWK_REFLECT_scalar(name, T, def)
-#define FWK_REFLECT_nonNullScalar(name, T, def) FWK_REFLECT_scalar(name, T, def)
 #define FWK_REFLECT_constScalar(name, T, def) b.scalar<T>(#name, C::name##AttrIndex, &C::name##_, nullptr, false);
 #define FWK_REFLECT_ownedChild(name, T, def) FWK_REFLECT_constScalar(name, T, def)
 #define FWK_REFLECT_statusScalar(name, T, def) \

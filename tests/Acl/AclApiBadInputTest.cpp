@@ -4,6 +4,7 @@
 // the property test's: it compares every such result and scratchpad with the model.)
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,10 @@
 #include "aclkit/Acl/AclConfigSession.h"
 #include "aclkit/platform/fwk/Value.h"
 #include "aclkit/platform/session/EntityCopy.h"
+#include "aclkit/platform/trace/Trace.h"
+#include "tests/support/FakeDataplane.h"
 #include "tests/support/SessionWorld.h"
+#include "tests/support/StoreSnapshot.h"
 
 namespace {
 
@@ -93,7 +97,7 @@ TEST(BadInputTest, EveryRangedFieldRefusesAValuePastItsLimitAndKeepsItsOwn) {
 
 // ---- null arguments ----------------------------------------------------------------------
 
-TEST(NullArgumentTest, NullArgumentsAreRefusedAndStoreNothing) {
+TEST(NullArgumentTest, RecordsAndFactoriesRefuseNullsTheSessionsSettersStoreThem) {
   build::SessionWorld world;
   const AclMounts& acl = world.acl;
   Ptr<ApiSm> s = world.session("web");
@@ -115,22 +119,54 @@ TEST(NullArgumentTest, NullArgumentsAreRefusedAndStoreNothing) {
 
   // The factory refuses what every operation needs, naming it, and writes nothing.
   const std::int64_t entities = fwk::Entity::liveCount();
-  auto open = [&](const Ptr<Input::Config>& config, const Ptr<HwConfig>& hw) {
-    return apiSmFactory("new", AclType::mac, false, commit_, config, acl.paramConfig, acl.intfConfig, hw, acl.status,
-                        acl.statusDpDir, acl.udfAlias);
-  };
   for (bool missingConfig : {true, false}) {
     try {
-      open(missingConfig ? nullptr : acl.config, missingConfig ? acl.hwConfig : nullptr);
+      apiSmFactory("new", AclType::mac, false, commit_, missingConfig ? nullptr : acl.config, acl.paramConfig,
+                   acl.intfConfig, missingConfig ? acl.hwConfig : nullptr, acl.status, acl.statusDpDir, acl.udfAlias);
       ADD_FAILURE() << "opened a session without its configuration";
     } catch (const fwk::NullArgumentError& e) {
-      EXPECT_STREQ(e.what(), missingConfig ? "configIs: null config" : "hwConfigIs: null hwConfig");
+      EXPECT_STREQ(e.what(), missingConfig ? "apiSmFactory: null config" : "apiSmFactory: null hwConfig");
     }
   }
   EXPECT_FALSE(acl.config->config(AclType::mac)) << "the family's table was not left behind";
   EXPECT_EQ(fwk::Entity::liveCount(), entities);
-  EXPECT_THROW(s->aclCopyHelperIs(nullptr), fwk::NullArgumentError);
-  EXPECT_THROW(s->entityCopyIs(nullptr), fwk::NullArgumentError);
+
+  // A session's setters store null as anything else. Without its configuration a commit or a
+  // removal finds no list; what an operation cannot go on without is refused where it is
+  // needed, and the operation leaves everything as it was.
+  world.installAcl("web", {{10, 80}});
+  build::FakeDataplane dp(acl, "dp1");
+  fwk::TraceCapture traces;
+  fwk::TraceFacility::get("AclApi").levelsUpToIs(0);
+  s = world.session("web");
+  ASSERT_EQ(s->addIpRule(20, build::ipRule(443)), succeeded);
+  s->configIs(nullptr);
+  EXPECT_EQ(s->config(), nullptr);
+  EXPECT_EQ(s->commit(), errNotConfigured);
+  EXPECT_TRUE(traces.contains("<, aclConfig is NULL"));
+  Ptr<ApiSm> removing = world.session("web", AclType::ip, remove_);
+  removing->configIs(nullptr);
+  EXPECT_EQ(removing->remove(), errNotConfigured);
+  fwk::TraceFacility::get("AclApi").levelsIs(0);
+  s->configIs(acl.config);
+  auto refused = [&](const std::function<void()>& operation, const char* expected) {
+    const std::string before = build::storeSnapshot({world.store.root().get(), s.get()});
+    try {
+      operation();
+      ADD_FAILURE() << "went on without: " << expected;
+    } catch (const fwk::NullArgumentError& e) {
+      EXPECT_STREQ(e.what(), expected);
+    }
+    EXPECT_EQ(build::storeSnapshot({world.store.root().get(), s.get()}), before);
+  };
+  s->hwConfigIs(nullptr);
+  EXPECT_EQ(s->hwConfig(), nullptr);
+  refused([&] { static_cast<void>(s->commit()); }, "waitForHw: null hwConfig");
+  s->hwConfigIs(acl.hwConfig);
+  s->aclCopyHelperIs(nullptr);
+  refused([&] { static_cast<void>(s->commit()); }, "shouldUpdateAcl: null aclCopyHelper");
+  s->entityCopyIs(nullptr);
+  refused([&] { s->createScratchpad(); }, "createScratchpad: null entityCopy");
 }
 
 }  // namespace

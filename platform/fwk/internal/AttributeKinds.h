@@ -50,16 +50,6 @@
   T name##_ = def;
 #define FWK_DECL_constScalar(name, T, def) FWK_DECL_customScalar(name, T, def)
 #define FWK_DECL_statusScalar(name, T, def) FWK_DECL_scalar(name, T, def)
-#define FWK_DECL_nonNullScalar(name, T, def)                                               \
- public:                                                                                   \
-  FWK_DECL_SCALAR_READ_(name, T)                                                           \
-  void name##Is(const T& value) {                                                          \
-    if (!value) throw ::fwk::NullArgumentError(#name "Is: null " #name);                   \
-    ::fwk::detail::CollectionAccess::setScalar(*this, name##_, value, FWK_ATTR_ID_(name)); \
-  }                                                                                        \
-                                                                                           \
- private:                                                                                  \
-  T name##_ = def;
 #define FWK_DECL_ownedChild(name, T, def)                                                             \
  public:                                                                                              \
   FWK_DECL_SCALAR_READ_(name, T)                                                                      \
@@ -157,8 +147,6 @@
   virtual void name##Changed() {}
 #define FWK_HANDLER_constScalar(name, ...) \
   virtual void name##Changed() {}
-#define FWK_HANDLER_nonNullScalar(name, ...) \
-  virtual void name##Changed() {}
 #define FWK_HANDLER_statusScalar(name, ...) \
   virtual void name##Changed() {}
 #define FWK_HANDLER_ownedChild(name, ...) \
@@ -192,7 +180,6 @@
 #define FWK_CASE_customScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_constScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_statusScalar(name, ...) FWK_CASE_SCALAR_(name)
-#define FWK_CASE_nonNullScalar(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_ownedChild(name, ...) FWK_CASE_SCALAR_(name)
 #define FWK_CASE_orderedMap(name, K, V) FWK_CASE_FILLABLE_(name, K)
 #define FWK_CASE_hashMap(name, K, V) FWK_CASE_FILLABLE_(name, K)
