@@ -10,32 +10,16 @@
 // the library's state at the time the operation runs (an "existing place" picks one of the
 // places the scratchpad holds then), so any sequence of operations is meaningful and shrinks
 // well. After each step the runner compares every result, session, content count, ACL,
-// version and binding with the model and runs the library's own invariant checks; finish()
-// drops the sessions and checks that no observer, reference or entity is left behind.
+// version and binding the step can reach with the model, and runs the library's own invariant
+// checks; finish() compares everything, drops the sessions and checks that no observer,
+// reference or entity is left behind.
 //
-// Besides the session's own operations the language installs the observers callers write:
-//   - one that lets go of the session when it reports succeeded or errHw; the model says
-//     whether the session's state became one of those in the step, and the slot must be
-//     empty exactly then;
-//   - one that throws, once, at the next change of what it watches (a session's apiState,
-//     its scratchpad's places, the hardware request time, an ACL's current version); the
-//     model says whether the step changes it, the library must throw exactly then, and the
-//     store and the sessions must then be as they were before the step (the model does not
-//     apply it). At most one is armed at a time;
-//   - one that commits the session at the next change of its scratchpad, and one that
-//     reverts it when it reports errHw. The model cannot follow what those do inside another
-//     operation: once one has acted, the rest of the input runs on the library alone, with
-//     the invariant checks, snapshot equality after a throw and the checks at the end.
-// Sessions may also be opened with a null argument: a null config or hwConfig must throw
-// fwk::NullArgumentError and change nothing; the others open a session the model knows how
-// to follow (no interface table, no dataplanes, no capabilities, or no difference at all).
-//
-// Operations the library documents as leaving its content counts behind the scratchpad (a
-// remark removed at a place holding none, an automatic remark number wrapping past the top
-// onto another remark, a resequence by 0, a by-content removal through another family's
-// default rule) are modelled: the model keeps the counts as the library does, and the
-// invariant checker must report exactly the counts the model says drifted. Operations of the
-// wrong session kind that assert (remove, attach, detach) are skipped; they are death tests.
+// Sessions may be opened with a null argument: a null config or hwConfig must throw
+// fwk::NullArgumentError and change nothing; the others open a session the model knows how to
+// follow (no interface table, no dataplanes, no capabilities, or no difference at all).
+// Operations of the wrong session kind that assert (remove, attach, detach) are skipped; they
+// are death tests. What observers do while the library notifies them is the reentrancy and
+// fault-injection tests' subject, not this one's.
 #pragma once
 
 #include <array>
@@ -46,27 +30,21 @@
 
 namespace model {
 
-enum class OpKind : std::uint8_t {
-  open,
-  addRule,
-  addRemark,
-  removeRemark,
-  removeRange,
-  removeByContent,
-  resequence,
-  flag,
-  commit,
-  revert,
-  remove,
-  attachDetach,
-  dataplaneWaits,
-  dataplaneAnswers,
-  dataplaneError,
-  configSession,
-  observe,
-  openWithNull,
-};
-inline constexpr int kOpKinds = static_cast<int>(OpKind::openWithNull) + 1;
+// The operations, each with its weight in generated sequences (edits dominate, as in real
+// sessions; the rest come often enough to interleave). Names, decoding and generators all come
+// from this list.
+#define MODEL_OPS(O)                                                                                  \
+  O(open, 6) O(addRule, 12) O(addRemark, 5) O(removeRemark, 3) O(removeRange, 4) O(removeByContent, 4) \
+  O(resequence, 3) O(flag, 2) O(commit, 6) O(revert, 3) O(remove, 2) O(attachDetach, 4)              \
+  O(dataplaneWaits, 2) O(dataplaneAnswers, 4) O(dataplaneError, 2) O(configSession, 3) O(openWithNull, 1)
+
+#define MODEL_OP_KIND_(name, weight) name,
+enum class OpKind : std::uint8_t { MODEL_OPS(MODEL_OP_KIND_) };
+#undef MODEL_OP_KIND_
+#define MODEL_OP_WEIGHT_(name, weight) weight,
+inline constexpr std::array kOpWeights{MODEL_OPS(MODEL_OP_WEIGHT_)};
+#undef MODEL_OP_WEIGHT_
+inline constexpr int kOpKinds = static_cast<int>(kOpWeights.size());
 
 struct Op {
   OpKind kind = OpKind::open;
@@ -84,15 +62,14 @@ class Runner {
 
   // Runs `op` on both sides; the first disagreement or broken invariant, or "".
   std::string step(const Op& op);
-  // Drops every session and checks what must then be true of the store; "" when it is.
+  // Compares everything, drops every session and checks what must then be true of the store;
+  // "" when all holds.
   std::string finish();
   // What the last step did, in words (for traces), and every step run so far, one a line.
   [[nodiscard]] const std::string& lastStep() const;
   [[nodiscard]] const std::string& history() const;
   // Steps that ran an operation (not skipped).
   [[nodiscard]] int stepsRun() const;
-  // False once an observer did what the model cannot follow: the library runs alone.
-  [[nodiscard]] bool modelled() const;
 
  private:
   struct Impl;

@@ -12,28 +12,6 @@ U32 List::last() const {
   return std::max(rule, remark);
 }
 
-std::array<int, 4> Session::countsAdrift() const {
-  std::array<int, 4> adrift{};
-  if (!scratchpad || !countsKept) return adrift;
-  std::map<RuleKey, U32> rules;
-  for (const auto& [place, rule] : scratchpad->rules) ++rules[{type, rule}];
-  std::map<std::string, U32> remarks;
-  for (const auto& [place, text] : scratchpad->remarks) ++remarks[text];
-  // Every key either side names, counted against the other (absent counts 0).
-  auto differ = [](const auto& counted, const auto& held, auto bucket) {
-    for (const auto& [key, n] : counted) {
-      auto it = held.find(key);
-      if (n != (it == held.end() ? 0 : it->second)) bucket(key);
-    }
-    for (const auto& [key, n] : held) {
-      if (!counted.contains(key) && n != 0) bucket(key);
-    }
-  };
-  differ(ruleCounts, rules, [&](const RuleKey& key) { ++adrift[static_cast<std::size_t>(key.first)]; });
-  differ(remarkCounts, remarks, [&](const std::string&) { ++adrift[3]; });
-  return adrift;
-}
-
 bool List::sameRules(const List& other) const {
   if (counters != other.counters || fragments != other.fragments || rules.size() != other.rules.size()) return false;
   auto it = other.rules.begin();
@@ -55,25 +33,6 @@ World::World() {
   ro.readonly = true;
   ro.current = newVersion(list, true);
   ro.versions[ro.current->token] = ro.current;
-}
-
-World World::clone() const {
-  World copy = *this;
-  std::map<const Version*, VersionPtr> made;
-  auto fresh = [&](VersionPtr& v) {
-    if (!v) return;
-    VersionPtr& mine = made[v.get()];
-    if (!mine) mine = std::make_shared<Version>(*v);
-    v = mine;
-  };
-  for (auto& [key, a] : copy.acls) {
-    fresh(a.current);
-    for (auto& [token, v] : a.versions) fresh(v);
-  }
-  for (auto& s : copy.sessions) {
-    if (s) fresh(s->orig);
-  }
-  return copy;
 }
 
 AclState* World::acl(AclType type, const std::string& name) {

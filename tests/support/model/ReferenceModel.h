@@ -102,9 +102,6 @@ struct Session {
   bool countsKept = false;
   std::map<RuleKey, U32> ruleCounts;
   std::map<std::string, U32> remarkCounts;
-  // Per count map (IPv4, IPv6, MAC rules, then remarks): how many contents are counted
-  // otherwise than the places hold them.
-  [[nodiscard]] std::array<int, 4> countsAdrift() const;
   bool origAcl = false;  // the ACL existed when the scratchpad was made
   VersionPtr orig;       // its current version then
   std::string intf;
@@ -113,11 +110,6 @@ struct Session {
   std::map<std::string, std::string> errString;
 };
 
-// The last sequence an automatic number would start from, without caching it.
-inline U32 lastSequenceOf(const Session& s) {
-  return s.lastCache != 0 || !s.scratchpad ? s.lastCache : s.scratchpad->last();
-}
-
 using AclKey = std::pair<AclType, std::string>;
 using BindingKey = std::tuple<AclType, AclDirection, std::string>;
 
@@ -125,8 +117,6 @@ class World {
  public:
   static constexpr int kSessions = 3;
   World();
-  // A copy that shares nothing with this one (versions included), to go back to.
-  [[nodiscard]] World clone() const;
 
   std::map<AclKey, AclState> acls;
   std::map<BindingKey, std::string> bindings;
