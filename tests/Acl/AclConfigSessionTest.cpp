@@ -1,15 +1,18 @@
+// Configuration sessions: what reaches running, what an open edit session then finds, the lists
+// and bindings a commit must leave alone, and an abort. How versions compare and copy is the
+// copy handlers' test.
 #include <gtest/gtest.h>
 
 #include <memory>
 
 #include "aclkit/Acl/AclConfigSession.h"
 #include "aclkit/platform/fwk/Reflection.h"
-#include "aclkit/platform/store/StateStore.h"
-#include "tests/support/AclBuilders.h"
+#include "tests/support/SessionWorld.h"
 
 namespace {
 
 using namespace Acl;
+using namespace AclApi;
 
 // Watches every entity below a root, so a test can tell whether anything at all changed.
 class TreeWatch {
@@ -31,69 +34,74 @@ class TreeWatch {
   std::vector<std::unique_ptr<build::AnyChange>> watchers_;
 };
 
-// What reaches running through a configuration session (new, changed, renumbered and deleted
-// lists, bindings) is the property test's and the copy handlers' tests'; these pin what neither
-// sees: notifications, ACLs the candidate never had, and an abort.
-class AclConfigSessionTest : public ::testing::Test {
+class AclConfigSessionTest : public ::testing::Test, protected build::SessionWorld {
  protected:
-  void SetUp() override {
-    Ptr<AclConfig> a = running.config->configIs(AclType::ip)->aclIs("web", AclType::ip, false, false);
-    a->currCfgIs(build::version(*a, {{10, 80}, {20, 443}}, {{5, "web servers"}}));
-    a->currCfg()->committedIs(true);
-    running.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(IntfId(String("Ethernet1")), "web");
+  AclConfigSessionTest() {
+    installAcl("web", {{10, 80}, {20, 443}}, {{5, "web servers"}});
+    acl.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in)->intfIs(IntfId(String("Ethernet1")), "web");
   }
-  Ptr<AclConfig> runningWeb() { return running.config->config(AclType::ip)->acl("web"); }
-
-  fwk::StateStore store;
-  AclMounts running = mountAcl(store);
+  Ptr<AclConfig> runningWeb() { return acl.config->config(AclType::ip)->acl("web"); }
 };
 
-TEST_F(AclConfigSessionTest, ARoundTripWithoutEditsChangesAndNotifiesNothing) {
-  TreeWatch configWatch(*running.config);
-  TreeWatch intfWatch(*running.intfConfig);
-  AclConfigSession session(running);
-  Ptr<AclConfig> candidateWeb = session.config()->config(AclType::ip)->acl("web");
-  ASSERT_TRUE(candidateWeb);
-  EXPECT_EQ(candidateWeb->currCfg()->id(), runningWeb()->currCfg()->id());
+TEST_F(AclConfigSessionTest, ARoundTripWithoutEditsChangesAndNotifiesNothingAndAnAbortLeavesRunningAlone) {
+  TreeWatch configWatch(*acl.config);
+  TreeWatch intfWatch(*acl.intfConfig);
+  AclConfigSession session(acl);
+  EXPECT_EQ(session.config()->config(AclType::ip)->acl("web")->currCfg()->id(), runningWeb()->currCfg()->id());
   EXPECT_EQ(session.intfConfig()->config(AclType::ip)->intf(AclDirection::in)->intf().size(), 1u);
   EXPECT_FALSE(session.commit());
-  EXPECT_EQ(configWatch.changes() + intfWatch.changes(), 0);
   EXPECT_FALSE(session.isOpen());
   EXPECT_THROW(session.commit(), fwk::Error);
+  {
+    AclConfigSession dropped(acl);
+    dropped.newVersion(AclType::ip, "web")->ruleBySequenceDelAll();
+    dropped.config()->configIs(AclType::mac)->aclIs("m", AclType::mac, false, false);
+  }  // dropped without commit
+  AclConfigSession other(acl);
+  other.abort();
+  EXPECT_THROW(other.newVersion(AclType::ip, "web"), fwk::Error);
+  EXPECT_EQ(configWatch.changes() + intfWatch.changes(), 0);
+}
+
+// A changed list reaches running as a new version, which an edit session opened before finds
+// as another session's change; a renumbered one is patched in place, which it does not.
+TEST_F(AclConfigSessionTest, EditSessionsFindWhatACommitChanged) {
+  auto before = session("web");
+  ASSERT_EQ(before->addIpRule(30, build::ipRule(22)), succeeded);
+  AclConfigSession renumbering(acl);
+  Ptr<AclSubConfig> v = renumbering.config()->config(AclType::ip)->acl("web")->currCfg();
+  v->ruleBySequenceIs(11, v->ruleBySequence(10));
+  v->ruleBySequenceDel(10);
+  EXPECT_TRUE(renumbering.commit());
+  EXPECT_EQ(runningWeb()->currCfg()->ruleBySequence().begin()->first, 11u);
+  auto after = session("web");
+  EXPECT_EQ(before->commit(), succeeded) << "the same version, patched";
+  AclConfigSession dropping(acl);
+  dropping.newVersion(AclType::ip, "web")->ruleBySequenceDel(20);
+  EXPECT_TRUE(dropping.commit());
+  ASSERT_EQ(after->addIpRule(40, build::ipRule(23)), succeeded);
+  EXPECT_EQ(after->commit(), errSessionModify);
+  AclConfigSession deleting(acl);
+  deleting.config()->config(AclType::ip)->aclDel("web");
+  auto late = session("web");
+  EXPECT_TRUE(deleting.commit());
+  EXPECT_EQ(late->commit(), errSessionDelete);
 }
 
 TEST_F(AclConfigSessionTest, DynamicAndSecureMonitorAclsAndTheirBindingsSurvive) {
-  AclConfigSession session(running);
+  AclConfigSession session(acl);
   // Made in running after the session opened, so the candidate lacks them.
-  Ptr<Input::AclTypeConfig> ips = running.config->config(AclType::ip);
-  Ptr<AclConfig> dyn = ips->aclIs("dyn", AclType::ip, false, false);
+  Ptr<Input::AclTypeConfig> ips = acl.config->config(AclType::ip);
+  Ptr<AclConfig> dyn = installAcl("dyn", {{10, 1}});
   dyn->dynamicIs(true);
-  dyn->currCfgIs(build::version(*dyn, {{10, 1}}));
-  Ptr<AclConfig> mon = ips->aclIs("mon", AclType::ip, false, false);
+  Ptr<AclConfig> mon = installAcl("mon", {{10, 2}});
   mon->secureMonitorIs(true);
-  mon->currCfgIs(build::version(*mon, {{10, 2}}));
-  Ptr<AclIntf> in = running.intfConfig->config(AclType::ip)->intf(AclDirection::in);
+  Ptr<AclIntf> in = acl.intfConfig->config(AclType::ip)->intf(AclDirection::in);
   in->intfIs(IntfId(String("Ethernet7")), "dyn");
   in->intfIs(IntfId(String("Ethernet8")), "mon");
   EXPECT_FALSE(session.commit());
-  EXPECT_EQ(ips->acl("dyn"), dyn);
-  EXPECT_EQ(ips->acl("mon"), mon);
+  EXPECT_EQ(std::pair(ips->acl("dyn"), ips->acl("mon")), std::pair(dyn, mon));
   EXPECT_EQ(in->intf().size(), 3u);
-}
-
-TEST_F(AclConfigSessionTest, AbortLeavesRunningAlone) {
-  TreeWatch watch(*running.config);
-  {
-    AclConfigSession session(running);
-    session.newVersion(AclType::ip, "web")->ruleBySequenceDelAll();
-    session.config()->configIs(AclType::mac)->aclIs("m", AclType::mac, false, false);
-  }  // dropped without commit
-  AclConfigSession other(running);
-  other.abort();
-  EXPECT_FALSE(other.isOpen());
-  EXPECT_THROW(other.newVersion(AclType::ip, "web"), fwk::Error);
-  EXPECT_EQ(watch.changes(), 0);
-  EXPECT_EQ(runningWeb()->currCfg()->ruleBySequence().size(), 2u);
 }
 
 }  // namespace

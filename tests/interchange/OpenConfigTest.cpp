@@ -91,40 +91,14 @@ TEST(OpenConfigSamplesTest, EverySharedSampleImportsAndReportsWhatItHoldsBeyondT
   EXPECT_EQ(samples, 5U) << "the public samples are expected in " << ACLKIT_OPENCONFIG_SAMPLES;
 }
 
-// Wrapper, prefixed member names and identities, all three families, every mapped field,
-// what is left out, and bindings.
-const char* const ownDocument = R"({"openconfig-acl:acl": {
-  "openconfig-acl:acl-sets": {"acl-set": [
-    {"name": "edge", "type": "openconfig-acl:ACL_IPV4", "config": {"name": "edge", "type": "ACL_IPV4"},
-     "state": {"name": "edge"},
-     "acl-entries": {"acl-entry": [
-       {"sequence-id": 10, "actions": {"config": {"forwarding-action": "openconfig-acl:ACCEPT", "log-action": "LOG_SYSLOG"}},
-        "ipv4": {"config": {"source-address": "198.51.100.0/24", "protocol": "IP_TCP", "dscp": 46, "hop-limit": 64,
-                            "fragment-offsets": ["1..8191"]}},
-        "transport": {"config": {"source-port": "1024..2047", "destination-port": 443, "detail-mode": "EXPLICIT",
-                                 "explicit-detail-match-mode": "ALL", "explicit-tcp-flags": ["TCP_SYN", "openconfig-packet-match-types:TCP_ACK"],
-                                 "builtin-detail": "TCP_INITIAL"}}},
-       {"sequence-id": "20", "actions": {"config": {"forwarding-action": "REJECT"}},
-        "ipv4": {"config": {"protocol": 17, "length": 1500, "dscp-set": [10, 12]}, "icmpv4": {"config": {"type": "ECHO"}}}}]}},
-    {"name": "edge", "type": "ACL_IPV6",
-     "acl-entries": {"acl-entry": [
-       {"sequence-id": 5, "actions": {"config": {"forwarding-action": "DROP"}},
-        "ipv6": {"config": {"destination-address": "2001:db8::/32", "hop-limit": 1, "source-flow-label": 7}}}]}},
-    {"name": "l2", "type": "ACL_L2",
-     "acl-entries": {"acl-entry": [
-       {"sequence-id": 7, "actions": {"config": {"forwarding-action": "ACCEPT"}},
-        "l2": {"config": {"source-mac": "00:00:5e:00:53:01", "destination-mac": "00:00:5e:00:53:00",
-                          "destination-mac-mask": "ff:ff:ff:ff:ff:00", "ethertype": "ETHERTYPE_ARP"}}}]}}]},
-  "interfaces": {"interface": [
-    {"id": "Ethernet1", "config": {"id": "Ethernet1"}, "interface-ref": {"config": {"interface": "Ethernet1"}},
-     "ingress-acl-sets": {"ingress-acl-set": [{"set-name": "edge", "type": "ACL_IPV4"}, {"set-name": "edge", "type": "ACL_IPV6"}]},
-     "egress-acl-sets": {"egress-acl-set": [{"set-name": "l2", "type": "openconfig-acl:ACL_L2"}]}}]}}})";
-
 TEST(OpenConfigTest, OwnDocumentMapsEveryFieldAndReportsTheRest) {
   fwk::StateStore store;
   const Client::Library acl(store);
   // A platform without hop-limit matches: the attach of the IPv6 list is refused, and the
   // import stops there, with the lists committed and the first binding made.
+  // own.json: the wrapper, prefixed member names and identities, all three families, every
+  // mapped field, what is left out, and bindings.
+  const std::string ownDocument = slurp(std::filesystem::path(ACLKIT_INTERCHANGE_DOCUMENTS) / "own.json");
   const Interchange::ImportResult stopped = Interchange::importOpenConfig(acl, ownDocument);
   EXPECT_FALSE(stopped.complete);
   EXPECT_EQ(stopped.lists.size(), 3U);
@@ -243,50 +217,9 @@ TEST(OpenConfigTest, ExportThenImportReproducesListsAndBindings) {
 
   const Interchange::ExportResult out = Interchange::exportOpenConfig(acl);
   EXPECT_TRUE(out.findings.empty()) << texts(out.findings)[0];
-  // The document as the schema names things (each entry's key again under config, and each
-  // binding's), written two spaces deep.
-  const nlohmann::json expected = nlohmann::json::parse(R"({"openconfig-acl:acl": {"acl-sets": {"acl-set": [
-  {"config": {"name": "empty", "type": "ACL_IPV4"}, "name": "empty", "type": "ACL_IPV4",
-    "acl-entries": {"acl-entry": []}},
-  {"config": {"name": "web", "type": "ACL_IPV4"}, "name": "web", "type": "ACL_IPV4",
-    "acl-entries": {"acl-entry": [
-    {"actions": {"config": {"forwarding-action": "ACCEPT", "log-action": "LOG_SYSLOG"}},
-      "config": {"sequence-id": 10}, "ipv4": {"config": {"protocol": 6, "source-address": "192.0.2.0/24"}},
-      "sequence-id": 10, "transport": {"config": {"builtin-detail": "TCP_INITIAL",
-      "destination-port": "80..81", "detail-mode": "BUILTIN"}}},
-    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 20},
-      "ipv4": {"config": {"dscp": 10, "protocol": 17, "source-address": "203.0.113.9/32"}}, "sequence-id": 20,
-      "transport": {"config": {"source-port": 53}}},
-    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 30},
-      "ipv4": {"config": {"hop-limit": 3, "length": 60}}, "sequence-id": 30},
-    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 40},
-      "ipv4": {"config": {"protocol": 6}}, "sequence-id": 40,
-      "transport": {"config": {"detail-mode": "EXPLICIT", "explicit-detail-match-mode": "ALL",
-      "explicit-tcp-flags": ["TCP_FIN", "TCP_SYN", "TCP_RST", "TCP_PSH", "TCP_ACK", "TCP_URG", "TCP_ECE",
-      "TCP_CWR"]}}}
-  ]}},
-  {"config": {"name": "web", "type": "ACL_IPV6"}, "name": "web", "type": "ACL_IPV6",
-    "acl-entries": {"acl-entry": [
-    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 10},
-      "ipv6": {"config": {"hop-limit": 255, "protocol": 6, "source-address": "2001:db8::/48"}},
-      "sequence-id": 10, "transport": {"config": {"source-port": 22}}}
-  ]}},
-  {"config": {"name": "sw", "type": "ACL_L2"}, "name": "sw", "type": "ACL_L2", "acl-entries": {"acl-entry": [
-    {"actions": {"config": {"forwarding-action": "ACCEPT"}}, "config": {"sequence-id": 10},
-      "l2": {"config": {"ethertype": 35020, "source-mac": "00:00:5e:00:53:00",
-      "source-mac-mask": "ff:ff:ff:ff:00:00"}}, "sequence-id": 10},
-    {"actions": {"config": {"forwarding-action": "DROP"}}, "config": {"sequence-id": 20}, "sequence-id": 20}
-  ]}}
-]}, "interfaces": {"interface": [
-  {"config": {"id": "Ethernet1"}, "egress-acl-sets": {"egress-acl-set": [{"config": {"set-name": "sw",
-    "type": "ACL_L2"}, "set-name": "sw", "type": "ACL_L2"}]}, "id": "Ethernet1",
-    "ingress-acl-sets": {"ingress-acl-set": [{"config": {"set-name": "web", "type": "ACL_IPV4"},
-    "set-name": "web", "type": "ACL_IPV4"}]}},
-  {"config": {"id": "Ethernet2"}, "id": "Ethernet2",
-    "ingress-acl-sets": {"ingress-acl-set": [{"config": {"set-name": "web", "type": "ACL_IPV6"},
-    "set-name": "web", "type": "ACL_IPV6"}]}}
-]}}})");
-  EXPECT_EQ(out.json, expected.dump(2) + "\n");
+  // exported.json: the document as the schema names things (each entry's key again under
+  // config, and each binding's), written two spaces deep.
+  EXPECT_EQ(out.json, slurp(std::filesystem::path(ACLKIT_INTERCHANGE_DOCUMENTS) / "exported.json"));
 
   // Into the same store: nothing differs, so no list opens a session and every binding stays.
   const Interchange::ImportResult same = Interchange::importOpenConfig(acl, out.json);

@@ -1,4 +1,4 @@
-// Random operation sequences over three sessions, the dataplanes and configuration sessions,
+// Random operation sequences over three sessions and two dataplanes,
 // run on the library and on the reference model: every result, session, ACL version and
 // binding must agree after every step, the library's invariants must hold, and once the
 // sessions are gone nothing may still watch the store, hold a version or stay alive.

@@ -2,11 +2,14 @@
 #pragma once
 
 #include <initializer_list>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/model/Mounts.h"
 #include "aclkit/platform/store/StateStore.h"
+#include "aclkit/platform/trace/Trace.h"
 #include "tests/support/AclBuilders.h"
 
 namespace build {
@@ -31,5 +34,26 @@ struct SessionWorld {
     return a;
   }
 };
+
+// Every level of a trace facility switched on while it lives.
+class AllLevels {
+ public:
+  explicit AllLevels(const char* facility = "AclApi") : facility_(fwk::TraceFacility::get(facility)) {
+    facility_.levelsUpToIs(9);
+  }
+  ~AllLevels() { facility_.levelsIs(0); }
+  AllLevels(const AllLevels&) = delete;
+  AllLevels& operator=(const AllLevels&) = delete;
+
+ private:
+  fwk::TraceFacility& facility_;
+};
+
+// The messages captured since the last call, in order.
+inline std::vector<std::string> take(fwk::TraceCapture& traces) {
+  std::vector<std::string> all = traces.messages();
+  traces.clear();
+  return all;
+}
 
 }  // namespace build

@@ -1,6 +1,9 @@
+// Directories hold entities of any type under names, with a run-time type test, paths and
+// parent links; the state store mounts each path once, in its own tree.
 #include <gtest/gtest.h>
 
 #include "aclkit/platform/fwk/Dir.h"
+#include "aclkit/platform/store/StateStore.h"
 #include "tests/support/SampleTypes.h"
 
 namespace {
@@ -14,25 +17,17 @@ TEST(DirTest, HoldsChildrenOfAnyTypeWithARuntimeTypeTestAndTheirParentLinks) {
   Ptr<Dir> root(new Dir());
   root->hasNotificationActiveIs(true);
   Ptr<Node> node = root->entityIs<Node>("node");
-  Ptr<Dir> sub = root->mkdir("sub");
-  Ptr<Leaf> leaf = sub->entityIs<Leaf>("leaf", 9u);
+  Ptr<Leaf> leaf = root->mkdir("sub")->entityIs<Leaf>("leaf", 9u);
   EXPECT_EQ(root->entityIs<Node>("node"), node) << "created once";
   EXPECT_THROW(root->entityIs<Leaf>("node", 1u), fwk::TypeConversionError);
-  int nodes = 0;
-  int dirs = 0;
-  for (const auto& [name, child] : root->entity()) {
-    nodes += fwk::dynCast<Node>(child) ? 1 : 0;
-    dirs += fwk::dynCast<Dir>(child) ? 1 : 0;
-  }
-  EXPECT_EQ(nodes, 1);
-  EXPECT_EQ(dirs, 1);
-  EXPECT_EQ(leaf->fullName(), "/sub/leaf");
-  EXPECT_EQ(leaf->key(), 9u);
-  EXPECT_EQ(root->lookup("sub/leaf"), leaf);
+  EXPECT_TRUE(fwk::dynCast<Node>(root->entity("node")) && fwk::dynCast<Dir>(root->entity("sub")));
+  EXPECT_FALSE(fwk::dynCast<Dir>(root->entity("node")));
+  EXPECT_EQ(std::pair(leaf->fullName(), leaf->key()), std::pair(fwk::String("/sub/leaf"), 9u));
   EXPECT_EQ(root->lookup("/sub//leaf/"), leaf);
   EXPECT_EQ(root->lookup("sub/none"), nullptr);
   EXPECT_EQ(root->lookup("node/deeper"), nullptr) << "a non-directory has no path below it";
 
+  Ptr<Dir> sub = fwk::cast<Dir>(root->entity("sub"));
   struct Watch : Dir::Reactor {
     using Dir::Reactor::Reactor;
     std::vector<std::string> seen;
@@ -40,14 +35,27 @@ TEST(DirTest, HoldsChildrenOfAnyTypeWithARuntimeTypeTestAndTheirParentLinks) {
   } watch(sub.get());
   Ptr<Node> loose(new Node());
   sub->entityAttach("x", loose);
-  EXPECT_EQ(loose->parent(), sub.get());
-  EXPECT_EQ(loose->name(), "x");
-  Ptr<Dir> other(new Dir("o"));
-  EXPECT_THROW(other->entityAttach("y", loose), fwk::Error) << "one parent only";
+  EXPECT_EQ(std::pair(loose->parent(), loose->name()), std::pair(static_cast<fwk::Entity*>(sub.get()), fwk::String("x")));
+  EXPECT_THROW(Ptr<Dir>(new Dir("o"))->entityAttach("y", loose), fwk::Error) << "one parent only";
   EXPECT_THROW(sub->entityAttach("z", nullptr), fwk::NullArgumentError);
   sub->entityDel("x");
   EXPECT_EQ(loose->parent(), nullptr);
   EXPECT_EQ(watch.seen, (std::vector<std::string>{"x", "x"}));
+}
+
+TEST(DirTest, TheStoreMountsEachPathOnceInItsOwnTree) {
+  fwk::StateStore store;
+  Ptr<Node> config = store.mount<Node>("acl/input/config");
+  EXPECT_EQ(store.mount<Node>("acl/input/config"), config);
+  EXPECT_EQ(config->fullName(), "/acl/input/config");
+  EXPECT_EQ(store.find("acl/input/config"), config);
+  EXPECT_TRUE(fwk::dynCast<Dir>(store.find("acl/input")));
+  EXPECT_TRUE(config->hasNotificationActive());
+  EXPECT_THROW(store.mount<Dir>("acl/input/config"), fwk::TypeConversionError);
+  EXPECT_THROW(store.mount<Dir>(""), fwk::Error);
+  Ptr<Dir> dp = fwk::StateStore::instance().mount<Dir>("acl/status/dp");
+  EXPECT_EQ(fwk::StateStore::instance().find("acl/status/dp"), dp) << "the default store is shared";
+  EXPECT_EQ(store.find("acl/status/dp"), nullptr) << "and this one is not it";
 }
 
 }  // namespace

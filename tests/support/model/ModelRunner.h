@@ -14,12 +14,9 @@
 // checks; finish() compares everything, drops the sessions and checks that no observer,
 // reference or entity is left behind.
 //
-// Sessions may be opened with a null argument: a null config or hwConfig must throw
-// fwk::NullArgumentError and change nothing; the others open a session the model knows how to
-// follow (no interface table, no dataplanes, no capabilities, or no difference at all).
 // Operations of the wrong session kind that assert (remove, attach, detach) are skipped; they
 // are death tests. What observers do while the library notifies them is the reentrancy and
-// fault-injection tests' subject, not this one's.
+// fault-injection tests' subject, and configuration sessions the copy handlers' tests'.
 #pragma once
 
 #include <array>
@@ -36,7 +33,7 @@ namespace model {
 #define MODEL_OPS(O)                                                                                  \
   O(open, 6) O(addRule, 12) O(addRemark, 5) O(removeRemark, 3) O(removeRange, 4) O(removeByContent, 4) \
   O(resequence, 3) O(flag, 2) O(commit, 6) O(revert, 3) O(remove, 2) O(attachDetach, 4)              \
-  O(dataplaneWaits, 2) O(dataplaneAnswers, 4) O(dataplaneError, 2) O(configSession, 3) O(openWithNull, 1)
+  O(dataplaneWaits, 2) O(dataplaneAnswers, 4) O(dataplaneError, 2)
 
 #define MODEL_OP_KIND_(name, weight) name,
 enum class OpKind : std::uint8_t { MODEL_OPS(MODEL_OP_KIND_) };

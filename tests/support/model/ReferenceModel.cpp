@@ -43,7 +43,6 @@ AclState* World::acl(AclType type, const std::string& name) {
 AclState& World::createAcl(AclType type, const std::string& name, bool standard) {
   AclState& created = acls[{type, name}];
   created = AclState();
-  created.incarnation = nextIncarnation_++;
   created.standard = standard;
   return created;
 }
@@ -61,7 +60,6 @@ namespace {
 
 // What the scratchpad's observer does at every change of a place.
 void placeChanged(Session& s, U32 place) {
-  ++s.placeChanges;
   const bool present = s.scratchpad->holds(place);
   if (present && place > s.lastCache) {
     s.lastCache = place;
@@ -260,7 +258,6 @@ ApiState World::resequence(Session& s, U32 start, U32 increment) {
   }
   sp.rules = std::move(rules);
   sp.remarks = std::move(remarks);
-  s.placeChanges += static_cast<int>(n);  // at least: every entry leaves its place
   s.lastCache = static_cast<U32>(last);
   return s.state = succeeded;
 }
@@ -273,26 +270,8 @@ ApiState World::flag(Session& s, bool counters, bool value) {
 
 // ---- commit, revert, remove ----------------------------------------------------------------
 
-bool World::attachedToDp(const Session& s) const {
-  if (!s.intfConfig) return false;
-  for (const auto& [key, name] : bindings) {
-    if (std::get<0>(key) == s.type && name == s.name) return true;
-  }
-  return false;
-}
-
-bool World::preApplyOk(Session& s, const List* checked) {
-  if (s.capabilities || !checked || s.type != AclType::ipv6) return true;
-  bool hopLimit = false;  // every IPv6 content number but the default matches a hop limit
-  for (const auto& [place, rule] : checked->rules) hopLimit = hopLimit || rule != kDefaultRule;
-  for (int rule : checked->unplaced) hopLimit = hopLimit || rule != kDefaultRule;
-  if (hopLimit) s.errString["IPv6"] = "hop limit is not supported for IPv6 ACLs on this platform";
-  return !hopLimit;
-}
-
 ApiState World::commit(Session& s, bool cleanup) {
   if (!s.scratchpad) return s.state = succeeded;
-  if (attachedToDp(s) && !preApplyOk(s, &*s.scratchpad)) return s.state = errAclApi;
   AclState* live = acl(s.type, s.name);
   if (!s.origAcl && live) return s.state = errSessionCreate;
   if (s.origAcl && !live) return s.state = errSessionDelete;
@@ -341,7 +320,6 @@ ApiState World::revert(Session& s) {
     return s.state = succeeded;
   }
   if (s.api == attach_ || s.api == detach_) {
-    if (!s.intfConfig) return s.state = errNotConfigured;
     const BindingKey key{s.type, s.direction, s.intf};
     if (s.origAclName.empty()) {
       bindings.erase(key);
@@ -366,9 +344,6 @@ ApiState World::remove(Session& s) {
 }
 
 ApiState World::attach(Session& s, const std::string& intf, AclDirection direction) {
-  const AclState* live = acl(s.type, s.name);
-  if (!preApplyOk(s, live && live->current ? &live->current->list : nullptr)) return s.state = errAclApi;
-  if (!s.intfConfig) return s.state = errNotConfigured;
   const BindingKey key{s.type, direction, intf};
   auto bound = bindings.find(key);
   s.origAclName = bound == bindings.end() ? "" : bound->second;
@@ -379,7 +354,6 @@ ApiState World::attach(Session& s, const std::string& intf, AclDirection directi
 }
 
 ApiState World::detach(Session& s, const std::string& intf, AclDirection direction) {
-  if (!s.intfConfig) return s.state = errNotConfigured;
   const BindingKey key{s.type, direction, intf};
   auto bound = bindings.find(key);
   const std::string name = bound == bindings.end() ? "" : bound->second;
@@ -395,7 +369,6 @@ ApiState World::detach(Session& s, const std::string& intf, AclDirection directi
 // ---- the hardware wait ---------------------------------------------------------------------
 
 ApiState World::waitForHw(Session& s) {
-  if (!s.dataplanes) return s.state = succeeded;
   for (const Dataplane& dp : dataplanes) {
     if (dp.waits) {
       requestTime = clock;
@@ -429,51 +402,6 @@ void World::reevaluate() {
     if (AclState* live = acl(s.type, s.name); live && live->current) live->current->committed = true;
     s.state = succeeded;
   }
-}
-
-// ---- configuration sessions ----------------------------------------------------------------
-
-bool World::configDropFirstRule(AclType type, const std::string& name) {
-  AclState* live = acl(type, name);
-  if (!live) {  // the session creates a plain ACL with an empty version
-    AclState& created = createAcl(type, name, false);
-    created.current = newVersion(List(), true);
-    created.versions[created.current->token] = created.current;
-    return true;
-  }
-  List list = live->current->list;
-  if (list.rules.empty()) return false;
-  list.rules.erase(list.rules.begin());
-  // Different rules: a whole new version replaces the current one.
-  const int old = live->current->token;
-  live->current = newVersion(list, true);
-  live->versions[live->current->token] = live->current;
-  live->versions.erase(old);
-  return true;
-}
-
-bool World::configRenumber(AclType type, const std::string& name) {
-  AclState* live = acl(type, name);
-  if (!live || live->current->list.empty() || live->current->list.last() == kTop) return false;
-  List& list = live->current->list;
-  std::map<U32, int> rules;
-  std::map<U32, std::string> remarks;
-  for (const auto& [place, rule] : list.rules) rules[place + 1] = rule;
-  for (const auto& [place, text] : list.remarks) remarks[place + 1] = text;
-  list.rules = std::move(rules);  // same rules: patched in place
-  list.remarks = std::move(remarks);
-  return true;
-}
-
-bool World::configDeleteAcl(AclType type, const std::string& name) {
-  return acls.erase({type, name}) > 0;
-}
-
-bool World::configToggleBinding(AclType type, AclDirection direction, const std::string& intf,
-                                const std::string& name) {
-  const BindingKey key{type, direction, intf};
-  if (!bindings.erase(key)) bindings[key] = name;
-  return true;
 }
 
 }  // namespace model

@@ -1,7 +1,7 @@
-// The reference model: what a sequence of edit-session, dataplane and configuration-session
-// operations must do, written as plainly as possible over standard containers. It knows
-// nothing of the entity framework; the property test and the fuzzer run the library and this
-// model side by side and compare them after every step.
+// The reference model: what a sequence of edit-session and dataplane operations must do,
+// written as plainly as possible over standard containers. It knows nothing of the entity
+// framework; the property test and the fuzzer run the library and this model side by side and
+// compare them after every step.
 //
 // A list holds rules and remarks by place, as the library does, in two maps: a place may
 // hold both (an automatic remark number that wrapped past the top lands where it lands), and
@@ -60,7 +60,6 @@ struct Version {
 using VersionPtr = std::shared_ptr<Version>;
 
 struct AclState {
-  int incarnation = 0;  // a deleted and recreated ACL is another entity
   bool standard = false;
   bool readonly = false;
   VersionPtr current;
@@ -82,12 +81,6 @@ struct Session {
   AclType type = AclType::ip;
   ApiType api = AclApi::commit_;
   bool standard = false;
-  // What the session was opened without: the interface table (attach and detach cannot
-  // work), the dataplane status directory (nothing to wait for), the capabilities (the
-  // guards refuse what needs a capability).
-  bool intfConfig = true;
-  bool dataplanes = true;
-  bool capabilities = true;
   ApiState state = AclApi::ready;
   std::optional<List> scratchpad;
   int scratchpadToken = 0;
@@ -95,8 +88,6 @@ struct Session {
   // is in use and above it, and 0 when the place is empty and equal to it; 0 is worked out
   // again from rules and remarks when an automatic number needs it.
   U32 lastCache = 0;
-  // Changes of places heard by the scratchpad's observers, over the session's life.
-  int placeChanges = 0;
   // The content counts, kept from the first automatic number on: +1 for what is written,
   // -1 for what a removal names (also when it names nothing), wrapping as unsigned 32-bit.
   bool countsKept = false;
@@ -149,24 +140,13 @@ class World {
   // Waiting sessions re-evaluate the dataplanes' reports as they stand.
   void reevaluate();
 
-  // Configuration sessions, opened, edited and committed in one step; true when the running
-  // configuration changed.
-  bool configDropFirstRule(AclType type, const std::string& name);
-  bool configRenumber(AclType type, const std::string& name);
-  bool configDeleteAcl(AclType type, const std::string& name);
-  bool configToggleBinding(AclType type, AclDirection direction, const std::string& intf, const std::string& name);
 
  private:
   ApiState waitForHw(Session& s);
   bool readOnly(AclType type, const std::string& name);
-  // The guard commit and attach run first: without capabilities an IPv6 hop-limit match
-  // cannot be programmed; it leaves a message.
-  bool preApplyOk(Session& s, const List* checked);
-  [[nodiscard]] bool attachedToDp(const Session& s) const;
   AclState& createAcl(AclType type, const std::string& name, bool standard);
   VersionPtr newVersion(const List& list, bool committed);
   int nextToken_ = 1;
-  int nextIncarnation_ = 1;
 };
 
 }  // namespace model
