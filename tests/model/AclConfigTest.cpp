@@ -37,17 +37,20 @@ TEST(AclConfigTest, AVersionAndAWholeTreeCopyGenerically) {
   std::string names;
   for (const fwk::AttrInfo* attr : AclSubConfig::staticType().attrs()) {
     names += attr->name().str() + " ";
-    if (attr->name() == "committed" || attr->name() == "id") continue;
-    if (!attr->isCollection()) {
-      EXPECT_EQ(attr->get(*dest).strep(), attr->get(*src).strep()) << attr->name();
-      continue;
-    }
-    EXPECT_EQ(attr->size(*dest), attr->size(*src)) << attr->name();
-    for (const auto& key : attr->keys(*src)) EXPECT_EQ(attr->get(*dest, key).strep(), attr->get(*src, key).strep());
+    auto text = [&](const AclSubConfig& version) {
+      std::string all = attr->isCollection() ? "" : attr->get(version).strep();
+      for (const auto& key : attr->isCollection() ? attr->keys(version) : std::vector<fwk::Value>()) {
+        all += key.strep() + "=" + attr->get(version, key).strep() + " ";
+      }
+      return all;
+    };
+    const bool copied = attr->name() != "committed" && attr->name() != "id";
+    EXPECT_TRUE(!copied || text(*dest) == text(*src)) << attr->name();
   }
   // Its flags first, and its maps in order.
-  EXPECT_EQ(names, "opaque committed ruleBySequence remarkBySequence ipRuleById ip6RuleById macRuleById "
-                   "countersEnabled fragmentsEnabled id ");
+  EXPECT_EQ(names,
+            "opaque committed ruleBySequence remarkBySequence ipRuleById ip6RuleById macRuleById "
+            "countersEnabled fragmentsEnabled id ");
   EXPECT_FALSE(dest->committed()) << "committed belongs to the tree it was set in";
   EXPECT_NE(dest->id(), src->id()) << "an identity is a construction argument";
   EXPECT_FALSE(copy->doCopyEntityAttrs(dest, src, "", nullptr)) << "equal after the copy";
@@ -75,25 +78,16 @@ TEST(AclConfigTest, AVersionAndAWholeTreeCopyGenerically) {
 TEST(AclConfigTest, BindingsReplaceAndTheStoreHoldsTheModel) {
   fwk::StateStore store;
   AclMounts mounts = mountAcl(store);
-  EXPECT_EQ(mountAcl(store).config, mounts.config);
-  EXPECT_EQ(store.find(Acl::mountPoint::intfConfig), mounts.intfConfig);
+  EXPECT_TRUE(mountAcl(store).config == mounts.config && store.find(Acl::mountPoint::intfConfig) == mounts.intfConfig);
   EXPECT_EQ(mounts.intfConfig->config(AclType::ip), nullptr);
   Ptr<AclIntf> in = mounts.intfConfig->configIs(AclType::ip)->intfIs(AclDirection::in);
   in->intfIs(IntfId(String("Ethernet1")), "acl1");
   in->intfIs(IntfId(String("Ethernet1")), "acl2");
-  EXPECT_EQ(in->intf().size(), 1u);
-  EXPECT_EQ(in->intf(IntfId(String("Ethernet1"))), "acl2");
-  EXPECT_EQ(in->direction(), AclDirection::in);
-  Ptr<StatusDp> dp = mounts.statusDpDir->entityIs<StatusDp>("dp1");
-  dp->errorIs("b", "second");
-  dp->errorIs("a", "first");
-  EXPECT_EQ(dp->error().begin()->second, "first") << "errors are kept in key order";
+  EXPECT_EQ(std::pair(in->intf().size(), in->intf(IntfId(String("Ethernet1")))),
+            std::pair(std::size_t{1}, String("acl2")));
   mounts.paramConfig->allSupportedIs(true);
   EXPECT_TRUE(mounts.paramConfig->ip6HopLimitSupported());
   EXPECT_FALSE(mounts.paramConfig->dpiSkipNonZero()) << "a skip is not a capability";
-  Ptr<UdfAliasPayload> alias = mounts.udfAlias->ipAliasIs("key");
-  alias->aceListForAclIs("acl1")->seqIs(10, true);
-  EXPECT_EQ(alias->aceListForAclIs("acl1")->seq().size(), 1u);
 }
 
 }  // namespace

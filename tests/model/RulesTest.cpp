@@ -3,14 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "aclkit/model/Rules.h"
+#include "aclkit/platform/fwk/Strep.h"
 #include "aclkit/platform/fwk/Value.h"
 #include "tests/support/RecordProbe.h"
-#include "tests/support/Text.h"
 
 namespace {
 
 using namespace Acl;
-using testtext::text;
+using fwk::strep;
 
 // Changing any one field, however deep, must make a record unequal, ordered one way and (all
 // but certainly) hash differently: a field forgotten in ==, < or hash shows here.
@@ -26,7 +26,7 @@ void everyFieldCounts() {
     EXPECT_FALSE(a == b);
     EXPECT_NE(a < b, b < a);
     EXPECT_NE(a.hash(0), b.hash(0));
-    EXPECT_NE(text(a), text(b)) << "the text form shows every field";
+    EXPECT_NE(strep(a), strep(b)) << "the text form shows every field";
     const Record copy = b;
     EXPECT_TRUE(copy == b && !(copy < b) && copy.hash(7) == b.hash(7));
   }
@@ -51,22 +51,21 @@ TEST(RulesTest, DefaultsMatchEverythingAndUseNoFeature) {
                f.usesGtp() || f.usesTeid() || f.usesUserL4() || f.usesPayload() || f.usesTcpFlags() ||
                f.usesTtlOption() || f.usesVlan() || f.tracked());
   EXPECT_EQ(static_cast<U32>(f.ttlKind()), 1u) << "the kind every platform supports";
-  const Ip6Filter f6;
-  EXPECT_FALSE(f6.usesHopLimitOption() || f6.usesHopLimit() || f6.usesNvgre());
-  const MacFilter m;
-  EXPECT_FALSE(m.usesMpls() || m.usesTwoMplsLabels() || m.usesOuterVlan() || m.usesPayload());
+  EXPECT_FALSE(Ip6Filter().usesHopLimitOption() || Ip6Filter().usesHopLimit() || Ip6Filter().usesNvgre() ||
+               MacFilter().usesMpls() || MacFilter().usesTwoMplsLabels() || MacFilter().usesOuterVlan() ||
+               MacFilter().usesPayload());
   // A DSCP mask is a feature only where the rule matches a DSCP.
   IpFilter masked;
   masked.dscpMaskIs(7);
   EXPECT_FALSE(masked.usesDscpMask());
   masked.matchDscpIs(true);
   EXPECT_TRUE(masked.usesDscpMask());
-  EXPECT_EQ(text(IpRuleConfig()), "IpRuleConfig{}");
-  EXPECT_EQ(text(RemarkConfig(String("deny telnet"))), "remark deny telnet");
+  EXPECT_EQ(strep(IpRuleConfig()), "IpRuleConfig{}");
+  EXPECT_EQ(strep(RemarkConfig(String("deny telnet"))), "remark deny telnet");
 }
 
 TEST(RulesTest, RangesAndPayloadElementsReadBackFromTheirText) {
-  EXPECT_EQ(text(RangeMatch(ValueOp::range, 1024, 2047)), "range 1024 2047");
+  EXPECT_EQ(strep(RangeMatch(ValueOp::range, 1024, 2047)), "range 1024 2047");
   EXPECT_EQ(RangeMatch::fwkParse("range 1024 2047"), RangeMatch(ValueOp::range, 1024, 2047));
   EXPECT_EQ(RangeMatch::fwkParse("any"), RangeMatch());
   EXPECT_THROW(RangeMatch::fwkParse("eq"), fwk::TypeConversionError);
@@ -81,7 +80,8 @@ TEST(RulesTest, RangesAndPayloadElementsReadBackFromTheirText) {
   EXPECT_EQ(PayloadSpec(payloadValueToOffsetPattern(2, values)), spec);
   EXPECT_EQ(payloadSpecToValue(values, 1, spec), 1) << "never more than asked for";
   EXPECT_EQ(payloadValueToOffsetPattern(0, values), "");
-  for (const char* bad : {"2,0x1234", "x,0x1,0x1,,", "2,0x1,0x1,,q"}) EXPECT_THROW(PayloadSpec(String(bad)), fwk::Error);
+  for (const char* bad : {"2,0x1234", "x,0x1,0x1,,", "2,0x1,0x1,,q"})
+    EXPECT_THROW(PayloadSpec(String(bad)), fwk::Error);
   EXPECT_FALSE(PayloadSpec().used());
 }
 

@@ -4,9 +4,8 @@
 
 namespace alloccount {
 
-// Allocations and bytes requested through operator new since the program started.
+// Allocations made through operator new since the program started.
 long long allocations();
-long long bytes();
 // Bytes held right now (as the allocator sized the blocks).
 long long liveBytes();
 // The most bytes held at once since the last resetPeak() (or the start).

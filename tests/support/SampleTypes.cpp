@@ -1,8 +1,5 @@
 #include "tests/support/SampleTypes.h"
 
-#include <cctype>
-#include <string>
-
 #include "aclkit/platform/fwk/Define.h"
 
 namespace sample {
@@ -20,12 +17,8 @@ U32 Node::leafCountAbove(U32 threshold) const {
   return n;
 }
 
-String Node::rename(const String& text, bool upper) {
-  std::string s = text.str();
-  if (upper) {
-    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  }
-  labelIs(String(s));
+String Node::rename(const String& text, bool twice) {
+  labelIs(twice ? String(text.str() + text.str()) : text);
   return label();
 }
 

@@ -13,25 +13,19 @@ using fwk::Ptr;
 using fwk::String;
 using U32 = std::uint32_t;
 
-// clang-format off
 #define SAMPLE_COLORS(E) E(red, 0) E(green, 1) E(blue_, 2)
-// clang-format on
 FWK_ENUM(Color, std::uint8_t, SAMPLE_COLORS)
 
-// clang-format off
-#define SAMPLE_MATCH_FIELDS(F)                 \
-  F(field, protocol, std::uint8_t, 0)          \
-  F(ranged, tni, U32, 0, 0, 16777215)          \
+#define SAMPLE_MATCH_FIELDS(F)        \
+  F(field, protocol, std::uint8_t, 0) \
+  F(ranged, tni, U32, 0, 0, 16777215) \
   F(field, note, String, {})
-// clang-format on
 
 class Match : public fwk::RecordBase {
   FWK_RECORD(Match, fwk::RecordBase, SAMPLE_MATCH_FIELDS)
 };
 
-// clang-format off
 #define SAMPLE_LEAF_ATTRS(A) A(scalar, count, U32, 0)
-// clang-format on
 
 class Leaf : public fwk::Entity {
   FWK_ENTITY(Leaf, fwk::Entity, SAMPLE_LEAF_ATTRS)
@@ -45,9 +39,7 @@ class Leaf : public fwk::Entity {
 };
 
 // A leaf that needs a construction argument besides its key.
-// clang-format off
 #define SAMPLE_ROOTED_ATTRS(A) A(constScalar, weight, U32, 0)
-// clang-format on
 
 class Rooted : public fwk::Entity {
   FWK_ENTITY(Rooted, fwk::Entity, SAMPLE_ROOTED_ATTRS)
@@ -56,23 +48,19 @@ class Rooted : public fwk::Entity {
   Rooted(const String& key, U32 weight) : Entity(key) { weightStore(weight); }
 };
 
-// clang-format off
-#define SAMPLE_NODE_ATTRS(A)                     \
-  A(scalar, flag, bool, false)                   \
-  A(scalar, label, String, {})                   \
-  A(scalar, color, Color, green)                 \
-  A(scalar, ratio, double, 0.5)                  \
-  A(constScalar, serial, U32, 7)                 \
-  A(scalar, ref, Ptr<Leaf>, {})                  \
-  A(orderedMap, bySeq, U32, String)              \
-  A(hashMap, byMatch, Match, U32)                \
-  A(children, leaf, U32, Leaf)                   \
+#define SAMPLE_NODE_ATTRS(A)        \
+  A(scalar, flag, bool, false)      \
+  A(scalar, label, String, {})      \
+  A(scalar, color, Color, green)    \
+  A(scalar, ratio, double, 0.5)     \
+  A(constScalar, serial, U32, 7)    \
+  A(scalar, ref, Ptr<Leaf>, {})     \
+  A(orderedMap, bySeq, U32, String) \
+  A(hashMap, byMatch, Match, U32)   \
+  A(children, leaf, U32, Leaf)      \
   A(children, rooted, String, Rooted)
-// clang-format on
 
-// clang-format off
 #define SAMPLE_NODE_OPS(O) O(leafCountAbove) O(rename) O(clear)
-// clang-format on
 
 class Node : public fwk::Entity {
   FWK_ENTITY(Node, fwk::Entity, SAMPLE_NODE_ATTRS)
@@ -80,13 +68,11 @@ class Node : public fwk::Entity {
  public:
   explicit Node(String name = String()) : Entity(std::move(name)) {}
   [[nodiscard]] U32 leafCountAbove(U32 threshold) const;
-  String rename(const String& text, bool upper);
+  String rename(const String& text, bool twice);
   void clear();
 };
 
-// clang-format off
 #define SAMPLE_BIG_NODE_ATTRS(A) A(scalar, extra, U32, 1)
-// clang-format on
 
 // A derived entity type: inherits Node's attributes and reactor handlers.
 class BigNode : public Node {
@@ -96,13 +82,22 @@ class BigNode : public Node {
   explicit BigNode(String name = String()) : Node(std::move(name)) {}
 };
 
-// The same keys and values in both kinds of map, for tests that hold them to one contract.
-// clang-format off
-#define SAMPLE_MAPS_ATTRS(A) A(orderedMap, ordered, U32, U32) A(hashMap, hashed, U32, U32)
-// clang-format on
+// The same keys and values in both kinds of map, for tests that hold them to one contract;
+// both kinds over references to its own children or to entities elsewhere; one adopted child.
+#define SAMPLE_MAPS_ATTRS(A)                 \
+  A(orderedMap, ordered, U32, U32)           \
+  A(hashMap, hashed, U32, U32)               \
+  A(children, leaf, U32, Leaf)               \
+  A(orderedMap, orderedRefs, U32, Ptr<Leaf>) \
+  A(hashMap, hashedRefs, String, Ptr<Leaf>)  \
+  A(ownedChild, owned, Ptr<Leaf>, {})
 
 class Maps : public fwk::Entity {
   FWK_ENTITY(Maps, fwk::Entity, SAMPLE_MAPS_ATTRS)
+
+ public:
+  explicit Maps(String name = String()) : Entity(std::move(name)) {}
+  void adopt(const Ptr<Leaf>& leaf) { ownedAdopt(leaf); }
 };
 
 }  // namespace sample

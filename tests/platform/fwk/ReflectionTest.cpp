@@ -1,4 +1,9 @@
+// Reflection: attributes in declaration order with their kinds and types, read and written by
+// name and from text, operations run by name, and bad requests refused clearly; then every
+// registered type, driven by nothing but its reflection.
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "aclkit/platform/fwk/Reflection.h"
 #include "tests/support/SampleTypes.h"
@@ -7,121 +12,143 @@ namespace {
 
 using fwk::Ptr;
 using fwk::String;
-using fwk::Value;
 using sample::Leaf;
 using sample::Match;
 using sample::Node;
 using U32 = std::uint32_t;
 
-std::vector<std::string> names(const fwk::TypeInfo& type) {
-  std::vector<std::string> all;
-  for (const fwk::AttrInfo* a : type.attrs()) all.push_back(a->name().str());
-  return all;
-}
-
-TEST(ReflectionTest, AttributesAreListedInDeclarationOrderWithKindsAndTypes) {
+TEST(ReflectionTest, AttributesAreListedInDeclarationOrderAndEveryKindReadsAndWritesByNameAndFromText) {
   const fwk::TypeInfo& type = Node::staticType();
-  EXPECT_EQ(names(type), (std::vector<std::string>{"flag", "label", "color", "ratio", "serial", "ref", "bySeq",
-                                                   "byMatch", "leaf", "rooted"}));
-  EXPECT_EQ(type.attr("color").valueTypeName(), "Color");
-  EXPECT_EQ(type.attr("ref").valueTypeName(), "Ptr<Leaf>");
-  EXPECT_EQ(type.attr("bySeq").kind(), fwk::AttrKind::orderedMap);
-  EXPECT_EQ(type.attr("bySeq").keyType()->name, "U32");
-  EXPECT_EQ(type.attr("byMatch").kind(), fwk::AttrKind::hashMap);
-  EXPECT_EQ(type.attr("byMatch").keyType()->name, "Match");
-  EXPECT_EQ(type.attr("leaf").kind(), fwk::AttrKind::children);
-  EXPECT_EQ(type.attr("leaf").valueTypeName(), "Leaf");
-  EXPECT_FALSE(type.attr("serial").writable());
-  // A derived type lists its base's attributes first.
-  EXPECT_EQ(names(sample::BigNode::staticType()).back(), "extra");
-  EXPECT_EQ(names(sample::BigNode::staticType()).front(), "flag");
-}
+  std::string names;
+  for (const fwk::AttrInfo* a : sample::BigNode::staticType().attrs()) names += a->name().str() + " ";
+  EXPECT_EQ(names, "flag label color ratio serial ref bySeq byMatch leaf rooted extra ")
+      << "a derived type lists its base's attributes first";
+  EXPECT_EQ(std::tuple(type.attr("color").valueTypeName(), type.attr("ref").valueTypeName(),
+                       type.attr("leaf").valueTypeName(), type.attr("bySeq").keyType()->name,
+                       type.attr("byMatch").keyType()->name),
+            std::tuple(String("Color"), String("Ptr<Leaf>"), String("Leaf"), String("U32"), String("Match")));
+  EXPECT_EQ(std::tuple(type.attr("bySeq").kind(), type.attr("byMatch").kind(), type.attr("leaf").kind()),
+            std::tuple(fwk::AttrKind::orderedMap, fwk::AttrKind::hashMap, fwk::AttrKind::children));
 
-TEST(ReflectionTest, ReadsAndWritesEveryKindByNameAndFromText) {
   Ptr<Node> node(new Node("n"));
-  node->hasNotificationActiveIs(true);
   fwk::setAttribute(*node, "flag", true);
   fwk::setAttribute(*node, "label", "hello");
-  fwk::setAttribute(*node, "color", sample::blue_);
   fwk::setAttribute(*node, "ratio", 0.25);
-  EXPECT_TRUE(node->flag());
-  EXPECT_EQ(node->label(), "hello");
-  EXPECT_EQ(node->color(), sample::blue_);
-  EXPECT_EQ(fwk::getAttribute(*node, "ratio").as<double>(), 0.25);
-  EXPECT_EQ(fwk::getAttribute(*node, "serial").as<U32>(), 7u);
-
-  fwk::setAttribute(*node, "bySeq", U32{10}, String("ten"));
-  EXPECT_EQ(fwk::getAttribute(*node, "bySeq", U32{10}).as<String>(), "ten");
+  Ptr<Leaf> leaf = node->leafIs(2);
+  fwk::setAttribute(*node, "ref", leaf);
   Match m;
   m.tniIs(5);
   fwk::setAttribute(*node, "byMatch", m, U32{3});
-  EXPECT_EQ(node->byMatch(m), 3u);
-  EXPECT_EQ(node->fwkType().attr("byMatch").size(*node), 1u);
-  fwk::delAttribute(*node, "bySeq", U32{10});
-  EXPECT_TRUE(node->bySeq().empty());
-
-  Ptr<Leaf> leaf = node->leafIs(2);
-  fwk::setAttribute(*node, "ref", leaf);
-  EXPECT_EQ(node->ref(), leaf);
-  Value child = fwk::getAttribute(*node, "leaf", U32{2});
-  EXPECT_EQ(child.as<Ptr<fwk::Entity>>().get(), leaf.get());
-  EXPECT_EQ(node->fwkType().attr("leaf").keys(*node).at(0).as<U32>(), 2u);
+  EXPECT_EQ(std::tuple(node->flag(), node->label(), fwk::getAttribute(*node, "ratio").as<double>(),
+                       fwk::getAttribute(*node, "serial").as<U32>(), node->ref(), node->byMatch(m)),
+            std::tuple(true, String("hello"), 0.25, 7u, leaf, 3u));
+  EXPECT_EQ(fwk::getAttribute(*node, "leaf", U32{2}).as<Ptr<fwk::Entity>>().get(), leaf.get());
   fwk::delAttribute(*node, "leaf", U32{2});
   EXPECT_EQ(node->leaf(2), nullptr);
-
   // Front ends write values parsed from text.
-  const fwk::AttrInfo& color = node->fwkType().attr("color");
-  color.set(*node, color.valueType()->parse("red"));
-  EXPECT_EQ(node->color(), sample::red);
-  const fwk::AttrInfo& bySeq = node->fwkType().attr("bySeq");
+  const fwk::AttrInfo& bySeq = type.attr("bySeq");
   bySeq.set(*node, bySeq.keyType()->parse("0x10"), bySeq.valueType()->parse("hex"));
-  EXPECT_EQ(node->bySeq(16), "hex");
-  EXPECT_THROW(bySeq.keyType()->parse("4294967296"), fwk::TypeConversionError);
-  EXPECT_THROW(bySeq.keyType()->parse("-1"), fwk::TypeConversionError);
-  EXPECT_THROW(fwk::valueType<bool>().parse("yes"), fwk::TypeConversionError);
+  EXPECT_EQ(fwk::getAttribute(*node, "bySeq", U32{16}).as<String>(), "hex");
+  type.attr("color").set(*node, type.attr("color").valueType()->parse("red"));
   EXPECT_EQ(fwk::getAttribute(*node, "color").strep(), "red");
 }
 
-TEST(ReflectionTest, BadRequestsAreClearErrorsAndChangeNothing) {
-  Ptr<Node> node(new Node("n"));
-  EXPECT_THROW(fwk::getAttribute(*node, "nope"), fwk::NameError);
-  EXPECT_THROW(fwk::setAttribute(*node, "flag", U32{1}), fwk::TypeConversionError);
-  EXPECT_THROW(fwk::setAttribute(*node, "serial", U32{1}), fwk::Error);
-  EXPECT_THROW(fwk::getAttribute(*node, "bySeq"), fwk::Error) << "a collection needs a key";
-  EXPECT_THROW(fwk::getAttribute(*node, "flag", U32{1}), fwk::Error) << "a scalar takes no key";
-  EXPECT_FALSE(node->flag());
-  EXPECT_EQ(node->serial(), 7u);
-  EXPECT_THROW(node->fwkType().attr("leaf").set(*node, U32{1}, U32{1}), fwk::Error);
-  try {
-    fwk::setAttribute(*node, "serial", U32{1});
-  } catch (const fwk::Error& e) {
-    EXPECT_STREQ(e.what(), "attribute Node::serial (scalar, read-only) does not support set");
-  }
-}
-
-TEST(ReflectionTest, OperationsAreReachableByNameWithTypedArguments) {
+TEST(ReflectionTest, OperationsRunByNameAndBadRequestsAreClearErrorsThatChangeNothing) {
   Ptr<Node> node(new Node("n"));
   node->leafIs(1)->countIs(5);
   node->leafIs(2)->countIs(1);
   const fwk::TypeInfo& type = Node::staticType();
-  ASSERT_EQ(type.ownOps().size(), 3u);
-  EXPECT_EQ(type.ownOps()[0].name, "leafCountAbove");
-  EXPECT_EQ(type.op("rename").argTypes.size(), 2u);
-  EXPECT_EQ(type.op("rename").argTypes[1]->name, "bool");
+  EXPECT_EQ(std::tuple(type.ownOps().size(), type.ownOps()[0].name, type.op("rename").argTypes[1]->name),
+            std::tuple(std::size_t{3}, String("leafCountAbove"), String("bool")));
   EXPECT_EQ(type.op("clear").resultType, nullptr);
-
   EXPECT_EQ(fwk::invoke(*node, "leafCountAbove", {U32{2}}).as<U32>(), 1u);
-  EXPECT_EQ(fwk::invoke(*node, "rename", {"abc", true}).as<String>(), "ABC");
-  EXPECT_TRUE(fwk::invoke(*node, "clear").empty());
-  EXPECT_TRUE(node->leaf().empty());
-
-  EXPECT_THROW(fwk::invoke(*node, "rename", {"abc"}), fwk::Error);
-  EXPECT_THROW(fwk::invoke(*node, "rename", {U32{1}, true}), fwk::TypeConversionError);
-  EXPECT_THROW(fwk::invoke(*node, "explode"), fwk::NameError);
-  EXPECT_EQ(node->label(), "ABC");
-  // An operation of Node on a BigNode, found through the base.
+  EXPECT_EQ(fwk::invoke(*node, "rename", {"abc", true}).as<String>(), "abcabc");
   Ptr<sample::BigNode> big(new sample::BigNode("b"));
-  EXPECT_EQ(fwk::invoke(*big, "leafCountAbove", {U32{0}}).as<U32>(), 0u);
+  EXPECT_EQ(fwk::invoke(*big, "leafCountAbove", {U32{0}}).as<U32>(), 0u) << "found through the base";
+  EXPECT_TRUE(fwk::invoke(*node, "clear").empty() && node->leaf().empty());
+
+  EXPECT_THROW(fwk::invoke(*node, "explode"), fwk::NameError);
+  EXPECT_THROW(fwk::getAttribute(*node, "nope"), fwk::NameError);
+  EXPECT_THROW(fwk::setAttribute(*node, "flag", U32{1}), fwk::TypeConversionError);
+  EXPECT_THROW(fwk::getAttribute(*node, "bySeq"), fwk::Error) << "a collection needs a key";
+  EXPECT_THROW(fwk::getAttribute(*node, "flag", U32{1}), fwk::Error) << "a scalar takes no key";
+  EXPECT_THROW(type.attr("leaf").set(*node, U32{1}, U32{1}), fwk::Error);
+  try {
+    fwk::setAttribute(*node, "serial", U32{1});
+    FAIL();
+  } catch (const fwk::Error& e) {
+    EXPECT_STREQ(e.what(), "attribute Node::serial (scalar, read-only) does not support set");
+  }
+  EXPECT_EQ(std::tuple(node->flag(), node->serial(), node->label()), std::tuple(false, 7u, String("abcabc")));
+}
+
+// Front ends and bindings call whatever a type registers with the arguments they were given:
+// every registered operation and factory of every type refuses a wrong count of arguments, a
+// missing receiver and an argument of another type before it runs. A type made from no
+// arguments or a name copies onto another of its kind with no change, and each of its maps
+// of values, filled past the size at which its storage splits and emptied again through
+// nothing but its reflection (keys parsed from numbers), copies with it.
+TEST(ReflectionTest, EveryRegisteredTypeRefusesBadCallsAndCopiesItsMapsByReflectionAlone) {
+  struct PlainCopy : fwk::CopyContext {
+    bool copyChild(fwk::Entity& dest, const fwk::Entity& src, const String& path) override {
+      return fwk::copyAttributes(dest, src, *this, path, [](const String&) { return false; });
+    }
+    fwk::Entity* resolveEntityPtr(const fwk::Entity* target) override { return const_cast<fwk::Entity*>(target); }
+  } context;
+  std::size_t operations = 0;
+  std::size_t made = 0;
+  for (const fwk::TypeInfo* type : fwk::registeredTypes()) {
+    Ptr<fwk::Entity> instance;
+    Ptr<fwk::Entity> twin;
+    for (const std::vector<fwk::Value>& args : {std::vector<fwk::Value>{}, {String("x")}}) {
+      if (std::any_of(type->factories().begin(), type->factories().end(),
+                      [&](const fwk::OpInfo& f) { return f.argTypes.size() == args.size(); })) {
+        try {
+          instance = type->create(args);
+          twin = type->create(args);
+          break;
+        } catch (const fwk::Error&) {  // a factory that wants other arguments
+        }
+      }
+    }
+    for (const fwk::OpInfo& op : type->factories()) {
+      EXPECT_THROW(op.invoke(nullptr, std::vector<fwk::Value>(op.argTypes.size() + 1)), fwk::Error) << op.name;
+    }
+    for (const fwk::OpInfo& op : type->ownOps()) {
+      ++operations;
+      const std::string where = type->name().str() + "::" + op.name.str();
+      std::vector<fwk::Value> args(op.argTypes.size() + 1);
+      EXPECT_THROW(op.invoke(instance.get(), args), fwk::Error) << where;
+      args.pop_back();
+      EXPECT_THROW(op.invoke(nullptr, args), fwk::NullArgumentError) << where;
+      if (instance && !args.empty()) {
+        EXPECT_THROW(op.invoke(instance.get(), args), fwk::TypeConversionError) << where;
+      }
+    }
+    if (!instance) continue;
+    ++made;
+    auto copy = [&] { return fwk::copyAttributes(*twin, *instance, context, "", [](const String&) { return false; }); };
+    EXPECT_FALSE(copy()) << type->name();
+    for (const fwk::AttrInfo* attr : type->attrs()) {
+      if (!attr->isCollection() || attr->kind() == fwk::AttrKind::children || attr->refersToEntities()) continue;
+      std::vector<fwk::Value> keys;
+      try {
+        for (int i = 1; i <= 100; ++i) keys.push_back(attr->keyType()->parse(std::to_string(i)));
+      } catch (const fwk::TypeConversionError&) {
+        continue;
+      }
+      const fwk::Value value = attr->get(*instance, keys[0]);
+      for (const fwk::Value& key : keys) attr->set(*instance, key, value);
+      const std::string where = type->name().str() + "::" + attr->name().str();
+      EXPECT_TRUE(attr->size(*instance) == keys.size() && copy() && attr->keys(*twin).size() == keys.size()) << where;
+      for (std::size_t i = 0; i < keys.size(); i += 2) attr->del(*instance, keys[i]);
+      EXPECT_TRUE(copy() && !copy() && attr->keys(*twin).size() == keys.size() / 2) << where;
+      attr->delAll(*instance);
+      EXPECT_TRUE(copy() && attr->size(*twin) == 0) << where;
+    }
+  }
+  EXPECT_GT(operations, 50u) << "the library's types are registered";
+  EXPECT_GT(made, 10u) << made;
 }
 
 }  // namespace

@@ -31,8 +31,7 @@ std::string messageOf(Fn fn) {
 
 TEST(ValueTest, StringsCompareOrderAndHashByContentAndShareTheirBytes) {
   const String a("acl1");
-  EXPECT_EQ(a, String(std::string("acl1")));
-  EXPECT_EQ(a.hash(), String(std::string("acl1")).hash());
+  EXPECT_TRUE(a == String(std::string("acl1")) && a.hash() == String(std::string("acl1")).hash());
   EXPECT_EQ(String().hash(), String("").hash());
   const std::set<String> ordered{String("acl2"), a, String("acl10"), String()};
   EXPECT_EQ(std::vector<String>(ordered.begin(), ordered.end()),
@@ -63,9 +62,7 @@ TEST(ValueTest, RecordsCompareOrderHashAndPrintByEveryField) {
   Match b;
   EXPECT_TRUE(a == b && a.hash() == b.hash());
   b.tniIs(5);
-  EXPECT_NE(a, b);
-  EXPECT_TRUE(a < b && !(b < a)) << "a total order, field by field";
-  EXPECT_NE(a.hash(), b.hash());
+  EXPECT_TRUE(a != b && a < b && !(b < a) && a.hash() != b.hash()) << "a total order, field by field";
   EXPECT_NE(a.hash(1), a.hash(2)) << "the seed is mixed in";
   a.protocolIs(6);
   EXPECT_TRUE(b < a) << "earlier fields decide first";
@@ -77,41 +74,34 @@ TEST(ValueTest, RecordsCompareOrderHashAndPrintByEveryField) {
 
 TEST(ValueTest, TypeErasedValuesKeepTheirTypeAndReadOnlyWholeNumbers) {
   const fwk::Value number(std::uint32_t{7});
-  EXPECT_TRUE(number.is<std::uint32_t>() && fwk::Value("seven").is<String>());
+  EXPECT_TRUE(number.is<std::uint32_t>() && fwk::Value("seven").is<String>() && fwk::Value().empty());
   EXPECT_EQ(fwk::Value(number).as<std::uint32_t>(), 7u) << "a copy holds its own";
   EXPECT_EQ(messageOf<fwk::TypeConversionError>([&] { static_cast<void>(number.as<bool>()); }),
             "value of type U32 is not a bool");
-  EXPECT_TRUE(fwk::Value().empty());
   EXPECT_EQ(fwk::parseValue<std::uint32_t>("0x10"), 16u);
   for (const char* bad : {"256", "-1", "80x", "", "0x"}) {
     EXPECT_EQ(messageOf<fwk::TypeConversionError>([&] { fwk::parseValue<std::uint8_t>(bad); }),
               std::string("cannot read a U8 from '") + bad + "'");
   }
-  EXPECT_EQ(fwk::parseValue<std::int32_t>("-5"), -5);
-  EXPECT_THROW(fwk::parseValue<std::int8_t>("128"), fwk::TypeConversionError);
-  EXPECT_EQ(fwk::parseValue<double>("0.25"), 0.25);
+  EXPECT_EQ(
+      std::tuple(fwk::parseValue<std::int32_t>("-5"), fwk::parseValue<double>("0.25"), fwk::parseValue<bool>("true")),
+      std::tuple(-5, 0.25, true));
+  for (const char* bad : {"128", "-129", "x"})
+    EXPECT_THROW(fwk::parseValue<std::int8_t>(bad), fwk::TypeConversionError);
   EXPECT_THROW(fwk::parseValue<double>("1.5x"), fwk::TypeConversionError);
   EXPECT_THROW(fwk::parseValue<bool>("yes"), fwk::TypeConversionError);
 }
 
-TEST(ValueTest, TheFaultInjectorCountsPointsAndFiresWhereArmed) {
-  using fwk::fault::InjectedFault;
+// Whether an armed point fires once or from there on, and that a Suspend quiets it, the edit
+// session's fault-injection test holds to account at every point; here, what it cannot see.
+TEST(ValueTest, TheFaultInjectorCountsOnlyTheSitesItIsArmedFor) {
   fwk::fault::arm(fwk::fault::mutation, 2, false);
   fwk::fault::point(fwk::fault::notification);  // not an armed site: not counted
   fwk::fault::point(fwk::fault::mutation);
-  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
-  fwk::fault::point(fwk::fault::mutation);  // once: later points pass
-  EXPECT_EQ(fwk::fault::reached(), 3u);
-  fwk::fault::arm(fwk::fault::mutation, 1, true);
-  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
-  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault) << "persistent: from there on";
-  {
-    const fwk::fault::Suspend quiet;
-    fwk::fault::point(fwk::fault::mutation);
-  }
-  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), InjectedFault);
-  fwk::fault::disarm();
+  EXPECT_THROW(fwk::fault::point(fwk::fault::mutation), fwk::fault::InjectedFault);
   fwk::fault::point(fwk::fault::mutation);
+  EXPECT_EQ(fwk::fault::reached(), 3u);
+  fwk::fault::disarm();
 }
 
 }  // namespace

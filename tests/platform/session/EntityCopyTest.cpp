@@ -1,4 +1,10 @@
+// The generic deep copy of the configuration-session framework: what it copies and maps, what
+// a filter or a registered handler keeps from it, what it refuses, and maps of references,
+// which point into the copy's own children after it.
 #include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include <random>
 
 #include "aclkit/platform/fwk/Dir.h"
 #include "aclkit/platform/session/EntityCopy.h"
@@ -8,12 +14,10 @@ namespace {
 
 using Cli::Session::AttributeFilter;
 using Cli::Session::EntityCopy;
-using Cli::Session::EntityCopyHandler;
-using fwk::Dir;
 using fwk::Ptr;
 using fwk::String;
 using sample::Leaf;
-using sample::Match;
+using sample::Maps;
 using sample::Node;
 
 Ptr<Node> makeNode(const char* name) {
@@ -22,152 +26,141 @@ Ptr<Node> makeNode(const char* name) {
   return n;
 }
 
-void fill(Node& n) {
-  n.flagIs(true);
-  n.labelIs("src");
-  n.bySeqIs(10, "a");
-  n.bySeqIs(20, "b");
-  Match m;
-  m.protocolIs(6);
-  n.byMatchIs(m, 1);
-  n.leafIs(1)->countIs(11);
-  n.leafIs(2)->countIs(22);
-  n.refIs(n.leaf(2));
+Ptr<Node> filled(const char* name) {
+  Ptr<Node> n = makeNode(name);
+  n->flagIs(true);
+  n->labelIs("src");
+  n->bySeqIs(10, "a");
+  n->bySeqIs(20, "b");
+  n->leafIs(1)->countIs(11);
+  n->leafIs(2)->countIs(22);
+  n->refIs(n->leaf(2));
+  return n;
 }
 
-// Counts notifications by attribute.
-struct Counter : Node::Reactor {
-  using Node::Reactor::Reactor;
-  int changes = 0;
-  void flagChanged() override { ++changes; }
-  void labelChanged() override { ++changes; }
-  void refChanged() override { ++changes; }
-  void bySeqChanged(const std::uint32_t&) override { ++changes; }
-  void byMatchChanged(const Match&) override { ++changes; }
-  void leafChanged(const std::uint32_t&) override { ++changes; }
-};
-
-TEST(EntityCopyTest, DeepCopyMakesDestinationEqualSaveFilteredAttributesAndReportsChangesOnlyWhenThereAreSome) {
-  Ptr<Node> src = makeNode("src");
+TEST(EntityCopyTest, ACopyMakesTheDestinationEqualReportsChangeOnlyWhenThereIsSomeAndHonoursItsFilter) {
+  Ptr<Node> src = filled("src");
   Ptr<Node> dest = makeNode("dest");
-  fill(*src);
   dest->bySeqIs(30, "stale");
-  dest->leafIs(3);
-  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
-  EXPECT_TRUE(copy->copyTree(dest, src));
-  EXPECT_TRUE(dest->flag());
-  EXPECT_EQ(dest->label(), "src");
-  EXPECT_EQ(dest->bySeq().size(), 2u);
-  EXPECT_FALSE(dest->bySeq().contains(30));
-  EXPECT_EQ(dest->byMatch().size(), 1u);
-  ASSERT_EQ(dest->leaf().size(), 2u);
-  EXPECT_EQ(dest->leaf(2)->count(), 22u);
-  EXPECT_EQ(dest->leaf(2)->parent(), dest.get());
-  EXPECT_EQ(dest->ref(), dest->leaf(2)) << "a reference into the tree maps onto the copy";
-
-  Counter counter(dest.get());
-  EXPECT_FALSE(copy->copyTree(dest, src)) << "a second copy finds nothing to do";
-  EXPECT_EQ(counter.changes, 0);
-  src->leaf(1)->countIs(12);
-  EXPECT_TRUE(copy->copyTree(dest, src)) << "a change deep in a child counts";
-  EXPECT_EQ(dest->leaf(1)->count(), 12u);
-  EXPECT_EQ(counter.changes, 0) << "the child changed, not the node's own attributes";
-
-  Ptr<Node> elsewhere = makeNode("elsewhere");
-  src->refIs(elsewhere->leafIs(9));
-  EXPECT_TRUE(copy->copyTree(dest, src));
-  EXPECT_EQ(dest->ref(), elsewhere->leaf(9)) << "a reference out of the tree stays as it is";
-
-  // A map copied into an empty one is taken whole: a reactor hears every entry in order, or
-  // the whole map once where it asks to.
-  struct Heard : Node::Reactor {
+  struct Heard : Node::Reactor {  // the node's own changes, in order
     using Node::Reactor::Reactor;
     std::vector<std::uint32_t> places;
-    int matchFills = 0;
+    void flagChanged() override { places.push_back(0); }
     void bySeqChanged(const std::uint32_t& sequence) override { places.push_back(sequence); }
-    void byMatchFilled() override { ++matchFills; }
-  };
-  Ptr<Node> fresh = makeNode("fresh");
-  Heard heard(fresh.get());
-  EXPECT_TRUE(copy->copyTree(fresh, src));
-  EXPECT_EQ(heard.places, (std::vector<std::uint32_t>{10, 20}));
-  EXPECT_EQ(heard.matchFills, 1);
-  src->bySeqIs(15, "c");
-  fresh->bySeqDel(10);
-  EXPECT_EQ(fresh->bySeq().size(), 1u) << "the copy's entries stand apart from its source's";
-  EXPECT_EQ(src->bySeq().size(), 3u);
+  } heard(dest.get());
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(copy->copyTree(dest, src));
+  EXPECT_EQ(heard.places, (std::vector<std::uint32_t>{0, 30, 10, 20})) << "a map's stale entries go first";
+  EXPECT_EQ(std::tuple(dest->leaf(2)->count(), dest->leaf(2)->parent(), dest->ref()),
+            std::tuple(22u, static_cast<fwk::Entity*>(dest.get()), dest->leaf(2)))
+      << "a reference into the tree maps onto the copy";
+  EXPECT_FALSE(copy->copyTree(dest, src)) << "a second copy finds nothing to do";
+  heard.places.clear();
+  src->leaf(1)->countIs(12);
+  EXPECT_TRUE(copy->copyTree(dest, src)) << "a change deep in a child counts";
+  EXPECT_TRUE(heard.places.empty()) << "the child changed, not the node's own attributes";
 
   // Filtered attributes are left alone; when only they differ there is nothing to copy.
   Ptr<Node> partial = makeNode("partial");
   Ptr<AttributeFilter> filter(new AttributeFilter());
   for (const char* name : {"label", "leaf", "ref"}) filter->attributeNameIs(name, true);
   EXPECT_TRUE(copy->doCopyEntityAttrs(partial, src, "", filter));
-  EXPECT_EQ(partial->label(), "");
-  EXPECT_TRUE(partial->leaf().empty());
-  EXPECT_TRUE(partial->flag());
+  EXPECT_TRUE(partial->label().empty() && partial->leaf().empty() && partial->flag());
   EXPECT_FALSE(copy->doCopyEntityAttrs(partial, src, "", filter));
   filter->attributeNameIs("label", false);
-  EXPECT_TRUE(copy->doCopyEntityAttrs(partial, src, "", filter));
-  EXPECT_EQ(partial->label(), "src");
+  EXPECT_TRUE(copy->doCopyEntityAttrs(partial, src, "", filter) && partial->label() == "src");
 }
 
-TEST(EntityCopyTest, RegisteredHandlersTakeOverTheirTypes) {
-  struct LeafHandler : EntityCopyHandler {
+TEST(EntityCopyTest, HandlersTakeOverTheirTypesDirectoriesCopyAnyTypeAndBadCopiesAreRefused) {
+  struct LeafHandler : Cli::Session::EntityCopyHandler {
     std::vector<std::string> paths;
     bool handleEntity(const Ptr<EntityCopy>&, const Ptr<fwk::Entity>& dest, const Ptr<const fwk::Entity>& src,
                       const String& name) override {
       paths.push_back(name.str());
       auto& d = fwk::cast<Leaf>(*dest);
-      const auto& s = fwk::cast<Leaf>(*src);
-      if (d.count() == s.count() * 2) return false;
-      d.countIs(s.count() * 2);
-      return true;
+      const std::uint32_t doubled = fwk::cast<Leaf>(*src).count() * 2;
+      return d.count() != doubled && (d.countIs(doubled), true);
     }
   };
   Ptr<LeafHandler> handler(new LeafHandler);
   Cli::Session::CopyHandlerRegistry registry;
   registry.handlerIs(Leaf::staticType(), handler);
-  Ptr<Node> src = makeNode("src");
-  Ptr<Node> dest = makeNode("dest");
-  fill(*src);
   Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
   copy->registryIs(&registry);
-  EXPECT_TRUE(copy->copyTree(dest, src));
+  Ptr<Node> dest = makeNode("dest");
+  EXPECT_TRUE(copy->copyTree(dest, filled("src")));
   EXPECT_EQ(dest->leaf(1)->count(), 22u);
   EXPECT_EQ(handler->paths, (std::vector<std::string>{"/src.leaf/1", "/src.leaf/2"}));
-  EXPECT_FALSE(copy->copyTree(dest, src));
-}
+  registry.handlerDel(Leaf::staticType());
+  EXPECT_TRUE(copy->copyTree(dest, filled("src")) && dest->leaf(1)->count() == 11u) << "without it, copied as is";
 
-TEST(EntityCopyTest, DirectoriesCopyMixedChildrenThroughTheirTypes) {
-  Ptr<Dir> src(new Dir("running"));
-  Ptr<Dir> dest(new Dir("candidate"));
-  src->entityIs<Node>("n")->labelIs("x");
-  src->mkdir("sub")->entityIs<Node>("deep")->flagIs(true);
-  dest->entityIs<Dir>("n");  // same name, other type: replaced
-  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
-  EXPECT_TRUE(copy->copyTree(dest, src));
-  auto n = fwk::dynCast<Node>(dest->lookup("n"));
-  ASSERT_TRUE(n);
-  EXPECT_EQ(n->label(), "x");
-  EXPECT_TRUE(n->hasNotificationActive());
-  EXPECT_TRUE(fwk::cast<Node>(dest->lookup("sub/deep"))->flag());
-  EXPECT_FALSE(copy->copyTree(dest, src));
-}
+  Ptr<fwk::Dir> running(new fwk::Dir("running"));
+  Ptr<fwk::Dir> candidate(new fwk::Dir("candidate"));
+  running->entityIs<Node>("n")->labelIs("x");
+  running->mkdir("sub")->entityIs<Node>("deep")->flagIs(true);
+  candidate->entityIs<fwk::Dir>("n");  // same name, other type: replaced
+  Ptr<EntityCopy> plain = Cli::Session::entityCopyFactory();
+  EXPECT_TRUE(plain->copyTree(candidate, running));
+  EXPECT_EQ(fwk::cast<Node>(candidate->lookup("n"))->label(), "x");
+  EXPECT_TRUE(fwk::cast<Node>(candidate->lookup("sub/deep"))->flag());
+  EXPECT_FALSE(plain->copyTree(candidate, running));
 
-TEST(EntityCopyTest, BadCopiesAreRefusedClearly) {
-  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
-  Ptr<Node> node = makeNode("n");
-  EXPECT_THROW(copy->doCopyEntityAttrs(node, nullptr, "", nullptr), fwk::NullArgumentError);
-  EXPECT_THROW(copy->doCopyEntityAttrs(node, Ptr<Leaf>(new Leaf(1)), "", nullptr), fwk::TypeConversionError);
-  // A child that needs construction arguments cannot be created by a generic copy.
-  Ptr<Node> src = makeNode("src");
-  src->rootedIs("r", 3u);
-  Ptr<Node> dest = makeNode("dest");
+  EXPECT_THROW(plain->doCopyEntityAttrs(dest, nullptr, "", nullptr), fwk::NullArgumentError);
+  EXPECT_THROW(plain->doCopyEntityAttrs(dest, Ptr<Leaf>(new Leaf(1)), "", nullptr), fwk::TypeConversionError);
+  Ptr<Node> rooted = makeNode("src");
+  rooted->rootedIs("r", 3u);  // a child that needs construction arguments a generic copy lacks
   try {
-    copy->copyTree(dest, src);
+    plain->copyTree(makeNode("dest"), rooted);
     FAIL();
   } catch (const fwk::Error& e) {
     EXPECT_NE(std::string(e.what()).find("cannot create a Rooted in Node::rooted"), std::string::npos) << e.what();
+  }
+}
+
+// Whether every entry of dest's maps (children and references) stands for src's: a reference
+// to a child of src as a reference to dest's child under the same key, any other as itself.
+bool mirrors(Maps& dest, Maps& src) {
+  auto same = [&](const auto& to, const auto& from) {
+    if (to.size() != from.size()) return false;
+    for (const auto& [key, target] : from) {
+      const Ptr<Leaf> want = target->parent() == &src ? dest.leaf(target->key()) : target;
+      if (const Ptr<Leaf>* found = to.find(key); !found || *found != want) return false;
+    }
+    return true;
+  };
+  return same(dest.leaf(), src.leaf()) && same(dest.orderedRefs(), src.orderedRefs()) &&
+         same(dest.hashedRefs(), src.hashedRefs());
+}
+
+RC_GTEST_PROP(EntityCopyTest, ReferencesInEitherKindOfMapPointIntoTheCopysOwnChildren, ()) {
+  std::mt19937 random(*rc::gen::arbitrary<std::uint32_t>());
+  Ptr<Maps> outside(new Maps("outside"));
+  // Random references to its own children (some removed again, so referred to from nowhere)
+  // and to entities elsewhere, in both maps.
+  auto fill = [&](Maps& m, int steps) {
+    for (int i = 0; i < steps; ++i) {
+      const std::uint32_t key = random() % 48;
+      const std::uint32_t target = random() % 12;
+      Ptr<Leaf> leaf = target < 8 ? m.leafIs(target) : outside->leafIs(target);
+      const String name(std::to_string(key));
+      const std::uint32_t what = random() % 7;
+      if (what == 0) m.leafDel(target);
+      if (what == 1) m.orderedRefsDel(key);
+      if (what == 2) m.hashedRefsDel(name);
+      if (what == 3 || what == 4) m.orderedRefsIs(key, leaf);
+      if (what > 4) m.hashedRefsIs(name, leaf);
+    }
+  };
+  Ptr<Maps> src(new Maps("src"));
+  Ptr<Maps> dest(new Maps("dest"));
+  fill(*src, *rc::gen::inRange(0, 150));
+  fill(*dest, *rc::gen::inRange(0, 150));
+  Ptr<EntityCopy> copy = Cli::Session::entityCopyFactory();
+  for (int round = 0; round < 2; ++round, fill(*src, 20)) {  // then onto a copy, after a few changes
+    const bool differed = !mirrors(*dest, *src);
+    RC_ASSERT(copy->copyTree(dest, src) == differed);
+    RC_ASSERT(mirrors(*dest, *src));
+    RC_ASSERT(!copy->copyTree(dest, src));
   }
 }
 
