@@ -1,4 +1,4 @@
-// Fuzzes edit sessions, dataplanes and configuration sessions against the reference model.
+// Fuzzes edit sessions and dataplanes against the reference model.
 // Every six input bytes are one operation (kind, session slot, four arguments) in the
 // language the property test uses; the harness aborts at the first result, state or
 // invariant on which the library and the model disagree, and the fuzzer keeps the input.

@@ -136,7 +136,9 @@ TEST_F(HwTest, EachCapabilityRowRefusesOnlyWhereThePlatformLacksIt) {
     SCOPED_TRACE(row.rule);
     // Each condition of a row decides on its own: the feature used or not on a platform that
     // lacks it, and used on one that has it.
-    for (const auto& [used, supported] : {std::pair(false, false), {true, false}, {true, true}}) {
+    for (const auto& condition : {std::pair(false, false), {true, false}, {true, true}}) {
+      const bool used = condition.first;  // not a structured binding: a lambda below reads it
+      const bool supported = condition.second;
       if (supported && !row.capability) continue;
       build::SessionWorld world;
       ParamConfig& platform = *world.acl.paramConfig;

@@ -84,67 +84,67 @@ struct Scenario {
 };
 
 const Scenario scenarios[] = {
-    {"session creation", nothing, [](World& w) { w.s = w.session("web"); }},
-    {"add with an automatic number", edit, [](World& w) { static_cast<void>(w.s->addIpRule(0, ipRule(8080))); }},
-    {"remark with an automatic number", edit,
+    {"SessionCreation", nothing, [](World& w) { w.s = w.session("web"); }},
+    {"AddWithAnAutomaticNumber", edit, [](World& w) { static_cast<void>(w.s->addIpRule(0, ipRule(8080))); }},
+    {"RemarkWithAnAutomaticNumber", edit,
      [](World& w) { static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 0)); }},
-    {"remark removal",
+    {"RemarkRemoval",
      [](World& w) {
        edit(w);
        static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 25));
      },
      [](World& w) { static_cast<void>(w.s->removeRemark(RemarkConfig(String("r")), 0)); }},
-    {"removal by place", edit, [](World& w) { static_cast<void>(w.s->removeRuleBySequence(1, 35)); }},
-    {"removal by content", edit, [](World& w) { static_cast<void>(w.s->removeIpRuleByConfig(ipRule(443))); }},
-    {"resequence", edit, [](World& w) { static_cast<void>(w.s->resequence(100, 5)); }},
-    {"counters", edit, [](World& w) { static_cast<void>(w.s->enableCounters()); }},
-    {"commit", edit, [](World& w) { static_cast<void>(w.s->commit()); }},
-    {"commit kept for revert", edit, [](World& w) { static_cast<void>(w.s->commitExt(false)); }},
-    {"commit patching in place",
+    {"RemovalByPlace", edit, [](World& w) { static_cast<void>(w.s->removeRuleBySequence(1, 35)); }},
+    {"RemovalByContent", edit, [](World& w) { static_cast<void>(w.s->removeIpRuleByConfig(ipRule(443))); }},
+    {"Resequence", edit, [](World& w) { static_cast<void>(w.s->resequence(100, 5)); }},
+    {"Counters", edit, [](World& w) { static_cast<void>(w.s->enableCounters()); }},
+    {"Commit", edit, [](World& w) { static_cast<void>(w.s->commit()); }},
+    {"CommitKeptForRevert", edit, [](World& w) { static_cast<void>(w.s->commitExt(false)); }},
+    {"CommitPatchingInPlace",
      [](World& w) {
        w.s = w.session("web");
        static_cast<void>(w.s->resequence(5, 5));
      },
      [](World& w) { static_cast<void>(w.s->commit()); }},
-    {"commit of a new list",
+    {"CommitOfANewList",
      [](World& w) {
        w.s = w.session("fresh");
        static_cast<void>(w.s->addIpRule(0, aliasRule()));
      },
      [](World& w) { static_cast<void>(w.s->commit()); }},
-    {"hardware completion", committed, [](World& w) { answer(w, nullptr); }},
-    {"hardware error", committed, [](World& w) { answer(w, "no room"); }},
-    {"revert",
+    {"HardwareCompletion", committed, [](World& w) { answer(w, nullptr); }},
+    {"HardwareError", committed, [](World& w) { answer(w, "no room"); }},
+    {"Revert",
      [](World& w) {
        committed(w);
        answer(w, "no room");
      },
      [](World& w) { static_cast<void>(w.s->revert()); }},
-    {"cleanup",
+    {"Cleanup",
      [](World& w) {
        committed(w);
        answer(w, nullptr);
      },
      [](World& w) { static_cast<void>(w.s->cleanupOldConfig()); }},
-    {"alias update", [](World& w) { committed(w), answer(w, nullptr), w.s = w.session("web"); },
+    {"AliasUpdate", [](World& w) { committed(w), answer(w, nullptr), w.s = w.session("web"); },
      [](World& w) {
        PayloadValue value;
        value.offsetIs(4);
        static_cast<void>(w.s->updateUdfAliasInAcls("key", value));
      }},
-    {"remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); },
+    {"Remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); },
      [](World& w) { static_cast<void>(w.s->remove()); }},
-    {"attach", [](World& w) { w.s = w.session("other", AclType::ip, attach_); },
+    {"Attach", [](World& w) { w.s = w.session("other", AclType::ip, attach_); },
      [](World& w) { static_cast<void>(w.s->attach("Ethernet1", AclDirection::in)); }},
-    {"detach", [](World& w) { w.s = w.session("web", AclType::ip, detach_); },
+    {"Detach", [](World& w) { w.s = w.session("web", AclType::ip, detach_); },
      [](World& w) { static_cast<void>(w.s->detach("Ethernet1", AclDirection::in)); }},
-    {"attach revert",
+    {"AttachRevert",
      [](World& w) {
        w.s = w.session("other", AclType::ip, attach_);
        static_cast<void>(w.s->attach("Ethernet1", AclDirection::in));
      },
      [](World& w) { static_cast<void>(w.s->revert()); }},
-    {"configuration session commit", nothing,
+    {"ConfigurationSessionCommit", nothing,
      [](World& w) {
        AclConfigSession session(w.acl);
        Ptr<AclSubConfig> v = session.newVersion(AclType::ip, "web");
@@ -221,18 +221,6 @@ TEST_P(FaultInjectionTest, AFailureAnywhereLeavesTheStoreAsItWas) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryWritingOperation, FaultInjectionTest, ::testing::ValuesIn(scenarios),
-                         [](const ::testing::TestParamInfo<Scenario>& scenario) {
-                           std::string name;
-                           bool upper = true;
-                           for (const char* c = scenario.param.name; *c; ++c) {
-                             if (*c == ' ') {
-                               upper = true;
-                             } else {
-                               name += upper ? static_cast<char>(std::toupper(*c)) : *c;
-                               upper = false;
-                             }
-                           }
-                           return name;
-                         });
+                         [](const ::testing::TestParamInfo<Scenario>& scenario) { return scenario.param.name; });
 
 }  // namespace

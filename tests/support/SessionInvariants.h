@@ -1,9 +1,7 @@
-// What must always hold between an edit session and its scratchpad, checked from outside:
-//   - once the content maps are built, each holds exactly the counts recomputed from the
-//     scratchpad (an entry may stay behind at 0);
-//   - spLastSequenceNumber is 0 (unknown) or the highest sequence of rules and remarks;
-//   - every rule placed in ruleBySequence has its record in the family's collection.
-// Used by tests and fuzzers after every step; not part of the library.
+// What must always hold between an edit session and what it watches, checked from outside and
+// invisible in the store's attributes: each dataplane's reactor watches the record the session
+// holds for it, the scratchpad's reactor watches the scratchpad, and the cached last sequence is
+// 0 (unknown) or a place in use. Used by the property and fault tests after every step.
 #pragma once
 
 #include <string>

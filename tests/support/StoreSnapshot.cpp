@@ -23,10 +23,13 @@ class Snapshot {
     while (!pending_.empty()) {
       const fwk::Entity* next = pending_.front();
       pending_.pop_front();
+      described_.push_back(next);
       describe(*next);
     }
     return out_;
   }
+
+  [[nodiscard]] const std::vector<const fwk::Entity*>& described() const { return described_; }
 
  private:
   void reach(const fwk::Entity* entity) {
@@ -72,6 +75,7 @@ class Snapshot {
 
   std::set<const fwk::Entity*> seen_;
   std::deque<const fwk::Entity*> pending_;
+  std::vector<const fwk::Entity*> described_;
   std::string out_;
 };
 
@@ -79,6 +83,12 @@ class Snapshot {
 
 std::string storeSnapshot(std::initializer_list<const fwk::Entity*> roots) {
   return Snapshot().take(roots);
+}
+
+std::vector<const fwk::Entity*> reachableEntities(std::initializer_list<const fwk::Entity*> roots) {
+  Snapshot snapshot;
+  static_cast<void>(snapshot.take(roots));
+  return snapshot.described();
 }
 
 }  // namespace build

@@ -7,11 +7,15 @@
 
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "aclkit/platform/fwk/Entity.h"
 
 namespace build {
 
 std::string storeSnapshot(std::initializer_list<const fwk::Entity*> roots);
+
+// The entities a snapshot describes, in the order it describes them.
+std::vector<const fwk::Entity*> reachableEntities(std::initializer_list<const fwk::Entity*> roots);
 
 }  // namespace build

@@ -30,10 +30,12 @@ namespace model {
 // The operations, each with its weight in generated sequences (edits dominate, as in real
 // sessions; the rest come often enough to interleave). Names, decoding and generators all come
 // from this list.
-#define MODEL_OPS(O)                                                                                  \
-  O(open, 6) O(addRule, 12) O(addRemark, 5) O(removeRemark, 3) O(removeRange, 4) O(removeByContent, 4) \
-  O(resequence, 3) O(flag, 2) O(commit, 6) O(revert, 3) O(remove, 2) O(attachDetach, 4)              \
-  O(dataplaneWaits, 2) O(dataplaneAnswers, 4) O(dataplaneError, 2)
+// clang-format off
+#define MODEL_OPS(O)                                                                              \
+  O(open, 6) O(addRule, 12) O(addRemark, 5) O(removeRemark, 3) O(removeRange, 4)                  \
+  O(removeByContent, 4) O(resequence, 3) O(flag, 2) O(commit, 6) O(revert, 3) O(remove, 2)        \
+  O(attachDetach, 4) O(dataplaneWaits, 2) O(dataplaneAnswers, 4) O(dataplaneError, 2)
+// clang-format on
 
 #define MODEL_OP_KIND_(name, weight) name,
 enum class OpKind : std::uint8_t { MODEL_OPS(MODEL_OP_KIND_) };

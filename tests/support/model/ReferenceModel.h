@@ -140,7 +140,6 @@ class World {
   // Waiting sessions re-evaluate the dataplanes' reports as they stand.
   void reevaluate();
 
-
  private:
   ApiState waitForHw(Session& s);
   bool readOnly(AclType type, const std::string& name);
