@@ -4,13 +4,10 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <nlohmann/json.hpp>
-#include <set>
 #include <sstream>
 
 #include "aclkit/aclsh/Shell.h"
@@ -59,8 +56,7 @@ RC_GTEST_PROP(AclshRoundTripTest, TheRunningConfigurationReadsBackAsItself, ()) 
   for (const auto& [type, keyword] : {std::pair(AclType::ip, "ip"), {AclType::ipv6, "ipv6"}, {AclType::mac, "mac"}}) {
     for (int l = *rc::gen::inRange(0, 3); l > 0; --l) {
       const std::string name = keyword + std::string("-") + generate::word(8);
-      script += std::string(keyword) + " access-list " + name + "\n";
-      if (generate::coin()) script += "counters per-entry\n";
+      script += keyword + (" access-list " + name) + (generate::coin() ? "\ncounters per-entry\n" : "\n");
       bool programmable = true;  // no platform takes TTL or hop-limit options or tracking
       std::map<U32, std::string> entries;
       for (int e = *rc::gen::inRange(0, 8); e > 0; --e) {
@@ -71,11 +67,10 @@ RC_GTEST_PROP(AclshRoundTripTest, TheRunningConfigurationReadsBackAsItself, ()) 
                                                        : Text::EntryBody(generate::anyMacRule());
         if (const auto* ip = std::get_if<IpRuleConfig>(&body)) {
           programmable = programmable && !ip->filter().tracked() && !ip->filter().usesTtlOption();
-        }
-        if (const auto* ip6 = std::get_if<Ip6RuleConfig>(&body))
+        } else if (const auto* ip6 = std::get_if<Ip6RuleConfig>(&body)) {
           programmable = programmable && !ip6->filter().usesHopLimitOption();
-        entries[place] = Text::format(Text::Entry{place, body});
-        script += entries[place] + "\n";
+        }
+        script += (entries[place] = Text::format(Text::Entry{place, body})) + "\n";
       }
       for (const auto& [place, line] : entries) typed.push_back(line);
       if (programmable && generate::coin()) {
@@ -90,11 +85,9 @@ RC_GTEST_PROP(AclshRoundTripTest, TheRunningConfigurationReadsBackAsItself, ()) 
   const std::string running = first.running();
   for (const std::string& line : typed) RC_ASSERT(running.find("   " + line + "\n") != std::string::npos);
   ShellRun again;
-  RC_ASSERT(again.script(platform + running));
-  RC_ASSERT(again.running() == running);
+  RC_ASSERT(again.script(platform + running) && again.running() == running);
   again.out.str("");
-  RC_ASSERT(again.script(running));
-  RC_ASSERT(again.out.str().find("committed") == std::string::npos);
+  RC_ASSERT(again.script(running) && again.out.str().find("committed") == std::string::npos);
 }
 
 TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
@@ -106,12 +99,12 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   ASSERT_TRUE(
       run.script("ip access-list web\n10 permit ip any any\nexit\ninterface Ethernet1\nip access-group web in\n"));
   ASSERT_TRUE(run.script("write"));
-  std::ifstream saved(options.configFile);
-  const std::string text((std::istreambuf_iterator<char>(saved)), std::istreambuf_iterator<char>());
-  EXPECT_EQ(text, run.running());
+  std::ostringstream text;
+  text << std::ifstream(options.configFile).rdbuf();
+  EXPECT_EQ(text.str(), run.running());
   ShellRun reloaded;
-  ASSERT_TRUE(reloaded.script(text));
-  EXPECT_EQ(reloaded.running(), text);
+  ASSERT_TRUE(reloaded.script(text.str()));
+  EXPECT_EQ(reloaded.running(), text.str());
   // A file that cannot replace what stands at its path (a directory) is not written, and no
   // temporary file is left behind.
   options.configFile = (dir / "taken").string();

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs aclsh on a script as a user would and compares what it printed, and its exit status,
 # with what the script's neighbours expect: NAME.out (standard output), NAME.err (standard
-# error, when the file exists; otherwise nothing) and, on the script's first line,
+# error; nothing when the file is absent) and, on the script's first line,
 # "! aclsh OPTIONS... exits STATUS".
 #   run-script.sh ACLSH SCRIPT EXPECTED-PREFIX
 set -uo pipefail
@@ -15,11 +15,9 @@ cd "$(dirname "$script")"
 # shellcheck disable=SC2086 # the options are words
 "$aclsh" $options "$(basename "$script")" >"$work/out" 2>"$work/err"
 actual=$?
+[ -f "$expected.err" ] || expected_err=/dev/null
 fail=0
 diff -u "$expected.out" "$work/out" || fail=1
-if [ -f "$expected.err" ]; then diff -u "$expected.err" "$work/err" || fail=1; else diff -u /dev/null "$work/err" || fail=1; fi
-if [ "$actual" != "${status:-0}" ]; then
-  echo "exit status $actual, expected ${status:-0}" >&2
-  fail=1
-fi
+diff -u "${expected_err:-$expected.err}" "$work/err" || fail=1
+[ "$actual" = "${status:-0}" ] || { echo "exit status $actual, expected ${status:-0}" >&2; fail=1; }
 exit $fail

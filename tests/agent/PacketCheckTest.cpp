@@ -19,26 +19,22 @@ const IntfId eth1(String("Ethernet1"));
 
 Packet v4(const char* src, const char* dst, U8 protocol, U16 dstPort = 0) {
   Packet p = Packet::ip(Ip4Addr::fwkParse(src), Ip4Addr::fwkParse(dst), protocol);
-  p.dstPort = dstPort;
-  return p;
+  return p.dstPort = dstPort, p;
 }
 Packet v6(const char* src, const char* dst, U8 protocol, U16 dstPort = 0) {
   Packet p = Packet::ip6(Ip6Addr::fwkParse(src), Ip6Addr::fwkParse(dst), protocol);
-  p.dstPort = dstPort;
-  return p;
+  return p.dstPort = dstPort, p;
 }
 Packet mac(const char* src, const char* dst, U16 ethertype) {
   return Packet::mac(MacAddr::fwkParse(src), MacAddr::fwkParse(dst), ethertype);
 }
 Packet labelled(std::vector<U32> stack) {
   Packet p = mac("00:00:5e:00:53:02", "00:00:5e:00:53:77", 0x8847);
-  p.mplsLabels = std::move(stack);
-  return p;
+  return p.mplsLabels = std::move(stack), p;
 }
 template <class Edit>
 Packet with(Packet p, Edit edit) {
-  edit(p);
-  return p;
+  return edit(p), p;
 }
 
 struct Check {

@@ -44,16 +44,13 @@ const std::vector<ListEntry> web = entries({"10 permit tcp any host 192.0.2.1 eq
 
 TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRenumberingNone) {
   ASSERT_EQ(Client::replaceList(acl, "web", AclType::ip, web).state, AclApi::succeeded);
-  Client::BindingsResult bound = Client::replaceBindings(acl, {{"Ethernet1", AclDirection::in, AclType::ip, "web"}});
-  ASSERT_EQ(bound.changes.size(), 1U);
-  EXPECT_EQ(bound.changes[0].kind, Client::BindingChange::Kind::attached);
+  static_cast<void>(Client::replaceBindings(acl, {{"Ethernet1", AclDirection::in, AclType::ip, "web"}}));
   const std::uint64_t runs = dp.lastRun().run;
   const auto before = identities("web");
 
   Client::ReplaceResult same = Client::replaceList(acl, "web", AclType::ip, {web.rbegin(), web.rend()});
-  EXPECT_EQ(same.state, AclApi::succeeded);
-  EXPECT_EQ(same.session, nullptr);
-  EXPECT_EQ(same.report.kept, (std::vector<U32>{10, 20, 30, 40}));
+  EXPECT_EQ(std::tuple(same.state, same.session, same.report.kept),
+            std::tuple(AclApi::succeeded, nullptr, std::vector<U32>{10, 20, 30, 40}));
   EXPECT_EQ(dp.lastRun().run, runs);
 
   std::vector<ListEntry> changed = web;
@@ -61,17 +58,15 @@ TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRe
   Client::ReplaceResult one = Client::replaceList(acl, "web", AclType::ip, changed, false, /*cleanup=*/false);
   EXPECT_EQ(one.state, AclApi::succeeded);
   EXPECT_EQ(acl.list(AclType::ip, "web")->subConfig().size(), 1U);  // programmed: the old version goes
-  EXPECT_EQ(one.report.added, std::vector<U32>{30});
-  EXPECT_EQ(one.report.removed, std::vector<U32>{30});
-  EXPECT_TRUE(one.report.moved.empty());
+  EXPECT_EQ(std::tuple(one.report.added, one.report.removed, one.report.moved.size()),
+            std::tuple(std::vector<U32>{30}, std::vector<U32>{30}, 0U));
   EXPECT_EQ(content("web"), changed);
   const auto after = identities("web");
-  EXPECT_EQ(after.at(10), before.at(10));
   EXPECT_NE(after.at(30), before.at(30));
-  EXPECT_EQ(after.at(40), before.at(40));
-  EXPECT_EQ(dp.lastRun().added, 1U);
-  EXPECT_EQ(dp.lastRun().removed, 1U);
-  EXPECT_EQ(dp.lastRun().kept, 2U);
+  auto others = before;
+  others[30] = after.at(30);
+  EXPECT_EQ(after, others);
+  EXPECT_EQ(std::tuple(dp.lastRun().added, dp.lastRun().removed, dp.lastRun().kept), std::tuple(1U, 1U, 2U));
 
   // Renumbered: every entry moves, each with its identity.
   std::vector<ListEntry> renumbered = changed;
@@ -82,9 +77,7 @@ TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRe
   EXPECT_TRUE(r.report.added.empty() && r.report.removed.empty() && r.report.kept.empty());
   EXPECT_EQ(content("web"), renumbered);
   const auto moved = identities("web");
-  EXPECT_EQ(moved.at(105), after.at(10));
-  EXPECT_EQ(moved.at(305), after.at(30));
-  EXPECT_EQ(moved.at(405), after.at(40));
+  for (const auto& [from, id] : after) EXPECT_EQ(moved.at(from * 10 + 5), id) << from;
 }
 
 // Random current and desired lists over a few contents, so that places collide, contents
@@ -121,30 +114,25 @@ TEST_F(ReplaceTest, AnyDesiredListIsReachedExactly) {
 
 TEST_F(ReplaceTest, BadInputAndRefusalsChangeNothing) {
   ASSERT_EQ(Client::replaceList(acl, "web", AclType::ip, web).state, AclApi::succeeded);
-  auto refused = [&](const std::vector<ListEntry>& desired, const char* expected, AclType type = AclType::ip) {
+  ASSERT_EQ(Client::replaceList(acl, "std", AclType::ip, entries({"10 permit ip 198.51.100.0/24 any"}), true).state,
+            AclApi::succeeded);
+  const std::tuple<const char*, std::vector<ListEntry>, const char*> refused[] = {
+      {"web", entries({"10 permit ip any any", "10 deny ip any any"}), "entry 10 is given twice"},
+      {"web", {{0, RemarkConfig("x")}}, "entry 0: a desired entry needs a sequence number from 1 up"},
+      {"web", entries({"10 permit ipv6 any any"}, AclType::ipv6), "entry 10: not an entry of the ip family"},
+      {"std", entries({"10 permit tcp any any"}),
+       "entry 10: a standard list cannot hold it: no ACL line reads back as this record: a standard list matches on "
+       "the source address alone"},
+  };
+  for (const auto& [name, desired, expected] : refused) {
     try {
-      static_cast<void>(Client::replaceList(acl, "web", type, desired));
+      static_cast<void>(Client::replaceList(acl, name, AclType::ip, desired));
       ADD_FAILURE() << "accepted: " << expected;
     } catch (const std::invalid_argument& e) {
       EXPECT_STREQ(e.what(), expected);
     }
-  };
-  refused(entries({"10 permit ip any any", "10 deny ip any any"}), "entry 10 is given twice");
-  refused({{0, RemarkConfig("x")}}, "entry 0: a desired entry needs a sequence number from 1 up");
-  refused(entries({"10 permit ipv6 any any"}, AclType::ipv6), "entry 10: not an entry of the ip family");
+  }
   EXPECT_EQ(content("web"), web);
-
-  // A standard list takes only what its lines can say.
-  ASSERT_EQ(Client::replaceList(acl, "std", AclType::ip, entries({"10 permit ip 198.51.100.0/24 any"}), true).state,
-            AclApi::succeeded);
-  EXPECT_THROW(static_cast<void>(Client::replaceList(acl, "std", AclType::ip, entries({"10 permit tcp any any"}))),
-               std::invalid_argument);
-
-  // An empty desired list empties the list, and creates a missing one empty.
-  EXPECT_EQ(Client::replaceList(acl, "web", AclType::ip, {}).report.removed, (std::vector<U32>{10, 20, 30, 40}));
-  EXPECT_TRUE(content("web").empty());
-  EXPECT_NE(Client::replaceList(acl, "fresh", AclType::ipv6, {}).session, nullptr);
-  ASSERT_NE(acl.list(AclType::ipv6, "fresh"), nullptr);
 
   // A read-only list: the session refuses, and its edit is dropped.
   acl.mounts().config->configIs(AclType::mac)->aclIs("fixed", AclType::mac, false, true);

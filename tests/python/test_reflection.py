@@ -74,8 +74,7 @@ def test_attributes_collections_and_enumerations_by_name(store, lib):
     assert store.root.entity["acl"].typeName == "Dir"
     s = lib.session("web", AclType.ip)
     assert {a for a, _ in aclkit.attributes("ApiSm")} == set(s.attributes())
-    for name in s.attributes():  # every attribute reads, whatever its type
-        s.get(name)
+    [s.get(name) for name in s.attributes()]  # every attribute reads, whatever its type
     assert (s.aclName, s.aclType, s.apiType, s.maxSequence) == ("web", AclType.ip, ApiType.commit, 4294967295)
     s.set("dynamic", True)
     assert s.dynamic is True and s.get("dynamic") is True
@@ -112,9 +111,8 @@ def test_attributes_collections_and_enumerations_by_name(store, lib):
     assert [acl.name for acl in lib.lists(AclType.ip)] == ["web"] and lib.lists(AclType.mac) == []
 
     # Enumerations by member, number or name; unknown ones refused with the framework's message.
-    p = lib.mounts["paramConfig"]
-    p.set("aclSupported", "true")
-    assert p.aclSupported is True
+    lib.mounts["paramConfig"].set("aclSupported", "true")
+    assert lib.mounts["paramConfig"].aclSupported is True
     ts = lib.session("t", "ipv6", 2)
     assert (ts.aclType, ts.apiType) == (AclType.ipv6, ApiType.attach)
     with pytest.raises(aclkit.EnumError, match="ApiType"):
