@@ -107,7 +107,8 @@ bool ApiSm::shouldUpdateAcl() const {
       sp->fragmentsEnabled() != origAclSubConfig()->fragmentsEnabled()) {
     return true;
   }
-  return !required(aclCopyHelper(), "shouldUpdateAcl: null aclCopyHelper")->equalRuleConfig(aclType(), live->currCfg(), sp);
+  return !required(aclCopyHelper(), "shouldUpdateAcl: null aclCopyHelper")
+              ->equalRuleConfig(aclType(), live->currCfg(), sp);
 }
 
 // ---- revert and remove ------------------------------------------------------------------

@@ -1,19 +1,21 @@
 #!/usr/bin/env bash
-# Line and branch coverage of platform/, model/ and Acl/ by the test suite, from the
-# "coverage" preset's build, reported per directory (headers count where they live, whichever
-# include root reached them). Fails below a directory's floors; a floor is raised when coverage
-# rises and never lowered. Writes build/coverage/coverage.txt and summary.json.
+# Line and branch coverage of platform/, model/ and Acl/ by the test suite, from a build with
+# gcov counters whose tests have run (default build/debug, after `cmake --workflow --preset
+# debug`), reported per directory (headers count where they live, whichever include root
+# reached them). Fails below a directory's floors; a floor is raised when coverage rises and
+# never lowered. Writes BUILD/coverage.txt and BUILD/coverage.json.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-gcovr --root . --object-directory build/coverage --filter 'platform/' --filter 'model/' --filter 'Acl/' \
+build=${1:-build/debug}
+gcovr --root . --object-directory "$build" --filter 'platform/' --filter 'model/' --filter 'Acl/' \
   --exclude-throw-branches --exclude-unreachable-branches -j 2 \
-  --json-summary build/coverage/summary.json --txt build/coverage/coverage.txt
-python3 - build/coverage/summary.json <<'PY'
+  --json-summary "$build/coverage.json" --txt "$build/coverage.txt"
+python3 - "$build/coverage.json" <<'PY'
 import json, re, sys
 floors = {  # directory: (lines %, branches %)
-    "platform": (94, 53),
-    "model": (98, 78),
-    "Acl": (97, 88),
+    "platform": (98, 70),
+    "model": (99, 78),
+    "Acl": (99, 89),
 }
 totals = {}
 for f in json.load(open(sys.argv[1]))["files"]:
