@@ -103,6 +103,16 @@ const Row rows[] = {
      {"9 Remark exists", "0 addRemark", "8 Same remark exists with the sequence number: 10", "0 addRemark",
       "8 Remark exists with the sequence number: 10", "0 addRemark", "8 Rule exists with the sequence number: 15",
       "0 removeRemark", "0  seq 10"}},
+    {"an automatic remark past the top wraps onto a place in use and takes it",
+     [](Scene& w) {
+       auto s = w.session("web");
+       (void)s->addRemark(RemarkConfig(String("low")), 4);
+       (void)s->addRemark(RemarkConfig(String("top")), 4294967290u);
+       w.begin();
+       EXPECT_EQ(s->addRemark(RemarkConfig(String("wrapped")), 0), succeeded) << "judged at 0, not at 4";
+       EXPECT_EQ(s->currentAcl()->remarkBySequence(4).text(), "wrapped");
+     },
+     {"0 addRemark", "0  seq 4"}},
     // ---- resequencing
     {"resequencing keeps the order of rules and remarks",
      [](Scene& w) {
