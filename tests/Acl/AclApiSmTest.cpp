@@ -20,7 +20,6 @@
 #include "aclkit/platform/trace/Clock.h"
 #include "aclkit/platform/trace/Trace.h"
 #include "tests/support/FakeDataplane.h"
-#include "tests/support/SessionInvariants.h"
 #include "tests/support/SessionWorld.h"
 #include "tests/support/StoreSnapshot.h"
 
@@ -64,15 +63,6 @@ TEST_F(ApiSmTest, AFreshSessionHasItsDefaultsAndItsCollectionsOneEntryPerKey) {
   EXPECT_TRUE(acl.config->config(AclType::mac)) << "the family's configuration is made";
   EXPECT_TRUE(traces.contains("handleInitialized<"));
   for (ApiType t : {remove_, attach_, detach_}) EXPECT_FALSE(session("web", AclType::ip, t)->currentAcl());
-
-  s->errStringIs("k", "first");
-  s->errStringIs("k", "second");
-  EXPECT_EQ(s->errString().size(), 1u);
-  EXPECT_EQ(s->errStringDel("absent"), "");
-  EXPECT_EQ(s->errStringDel("k"), "second");
-  fwk::setAttribute(*s, "errString", String("r"), String("by name"));
-  s->errStringDelAll();
-  EXPECT_TRUE(s->errString().empty());
 
   Ptr<StatusDp> dp(new StatusDp("dpX"));
   s->statusDpIs(dp);
@@ -180,14 +170,6 @@ TEST_F(ApiSmTest, AliasListsFollowCommitsAndRemovalsAndAliasChangesRewriteRules)
   EXPECT_EQ(updatePayloadSpec("none", value, spec, 4).offsetPattern(), "1,0x1,0x1,other, 2,0x2,0x2,key,m");
   EXPECT_EQ(updatePayloadSpec("key", value, spec, 4).offsetPattern(), "1,0x1,0x1,other, 2,0xab,0x2,key,m");
   EXPECT_EQ(updatePayloadSpec("key", value, spec, 1).count(), 1) << "never more elements than asked for";
-}
-
-TEST_F(ApiSmTest, TheInvariantCheckerSeesDrift) {
-  auto s = session("web");
-  ASSERT_EQ(s->addIpRule(0, build::ipRule(1)), succeeded);
-  EXPECT_TRUE(invariantViolations(*s).empty());
-  s->spLastSequenceNumberIs(7);
-  EXPECT_EQ(invariantViolations(*s), std::vector<std::string>{"spLastSequenceNumber 7 names an empty place"});
 }
 
 // Every writable map of values in a working store (lists of each family, a session mid-edit,

@@ -439,140 +439,115 @@ struct Runner::Impl {
 
   // ---- comparing -------------------------------------------------------------------------
 
-  // What a step can reach, rendered the same way from the library and from the model: each
-  // slot's session and its state, and for a reached slot its scratchpad, cached last sequence,
-  // content counts while kept and errors; with `store` every ACL, the bindings and the
-  // hardware request time.
-  struct Reach {
-    std::function<bool(std::size_t)> session;
-    bool store = false;
+  // The library read back into the model's terms, so that one rendering serves both sides.
+  struct Observed {
+    std::array<std::optional<Session>, World::kSessions> sessions;
+    std::map<AclKey, AclState> acls;
+    std::map<BindingKey, std::string> bindings;
+    double requestTime = 0;
+    std::string problem;  // what the model cannot express
   };
 
-  template <class Counts, class Key>
-  static void renderCounts(std::ostream& os, const Counts& counts, Key key) {
-    std::map<std::string, U32> sorted;
-    for (const auto& [k, n] : counts) {
-      if (n != 0) sorted[key(k)] = n;  // a count of 0 counts nothing, on either side
-    }
-    for (const auto& [k, n] : sorted) os << " " << k << "=" << n;
-  }
-
-  std::string renderLibrary(const Reach& reach) {
-    std::ostringstream os;
-    os.precision(17);
+  Observed observe() {
+    Observed o;
     for (std::size_t i = 0; i < sessions.size(); ++i) {
-      os << "session " << i << ":";
-      if (!sessions[i]) {
-        os << " none\n";
-        continue;
-      }
+      if (!sessions[i]) continue;
       ApiSm& s = *sessions[i];
-      const AclType type = model.sessions[i] ? model.sessions[i]->type : s.aclType();
-      os << " " << s.apiState();
-      if (!reach.session(i)) {
-        os << "\n";
-        continue;
-      }
+      Session& seen = o.sessions[i].emplace();
+      seen.state = s.apiState();
       if (const Ptr<AclSubConfig> sp = s.currentAcl()) {
-        std::string problem;
-        os << " " << show(listOf(*sp, type, problem)) << problem << " last " << s.spLastSequenceNumber();
+        seen.scratchpad = listOf(*sp, model.sessions[i] ? model.sessions[i]->type : s.aclType(), o.problem);
+        seen.lastCache = s.spLastSequenceNumber();
       }
-      if (s.spRuleMapInitialized()) {
-        os << " counts";
-        auto rules = [&](const auto& counts, const auto& contents, AclType family) {
-          renderCounts(os, counts, [&](const auto& rule) {
-            return std::string(stringValue(family).view()) + ":" + std::to_string(contents.contentOf(rule));
-          });
-        };
-        rules(s.spIpRuleMap(), ipRules(), AclType::ip);
-        rules(s.spIp6RuleMap(), ip6Rules(), AclType::ipv6);
-        rules(s.spMacRuleMap(), macRules(), AclType::mac);
-        renderCounts(os, s.spRemarkMap(), [](const RemarkConfig& r) { return std::string(r.text().view()); });
-      }
-      for (const auto& [key, text] : s.errString()) os << " error " << key << "=" << text;
-      os << "\n";
+      seen.countsKept = s.spRuleMapInitialized();
+      auto counts = [&](const auto& byRule, const auto& contents, AclType family) {
+        for (const auto& [rule, n] : byRule) seen.ruleCounts[{family, contents.contentOf(rule)}] += n;
+      };
+      counts(s.spIpRuleMap(), ipRules(), AclType::ip);
+      counts(s.spIp6RuleMap(), ip6Rules(), AclType::ipv6);
+      counts(s.spMacRuleMap(), macRules(), AclType::mac);
+      for (const auto& [remark, n] : s.spRemarkMap()) seen.remarkCounts[std::string(remark.text().view())] += n;
+      for (const auto& [key, text] : s.errString()) seen.errString[key.str()] = text.str();
     }
-    if (!reach.store) return os.str();
     for (AclType type : kTypes) {
-      Ptr<::Acl::Input::AclTypeConfig> types = acl.config->config(type);
-      if (!types) continue;
-      for (const auto& [name, a] : types->acl()) {
-        os << "acl " << type << " " << name << (a->standard() ? " standard" : "") << (a->readonly() ? " ro" : "");
-        if (const Ptr<AclSubConfig>& current = a->currCfg()) {
-          std::string problem;
-          os << " " << show(listOf(*current, type, problem)) << problem << (current->committed() ? " committed" : "")
-             << (a->subConfig().contains(current->id()) ? " listed" : "");
+      if (Ptr<::Acl::Input::AclTypeConfig> types = acl.config->config(type)) {
+        for (const auto& [name, a] : types->acl()) {
+          AclState& seen = o.acls[{type, name.str()}];
+          seen.standard = a->standard();
+          seen.readonly = a->readonly();
+          // Versions by their place in the table; the current one by its place too, or -1.
+          for (int token = 0; token < static_cast<int>(a->subConfig().size()); ++token) seen.versions[token] = nullptr;
+          if (const Ptr<AclSubConfig>& current = a->currCfg()) {
+            const int listed = a->subConfig().contains(current->id()) ? 0 : -1;
+            seen.current =
+                std::make_shared<Version>(Version{listed, listOf(*current, type, o.problem), current->committed()});
+          }
         }
-        os << " versions " << a->subConfig().size() << "\n";
+      }
+      if (Ptr<::Acl::IntfTypeConfig> intfs = acl.intfConfig->config(type)) {
+        for (const auto& [direction, bindings] : intfs->intf()) {
+          if (bindings->parent() != intfs.get()) o.problem = "a binding list outlived its interface table";
+          for (const auto& [intf, name] : bindings->intf())
+            o.bindings[{type, direction, intf.name().str()}] = name.str();
+        }
       }
     }
-    std::map<BindingKey, std::string> bound;  // in the model's order
-    for (AclType type : kTypes) {
-      Ptr<::Acl::IntfTypeConfig> types = acl.intfConfig->config(type);
-      if (!types) continue;
-      for (const auto& [direction, bindings] : types->intf()) {
-        if (bindings->parent() != types.get()) os << "a binding list outlived its interface table\n";
-        for (const auto& [intf, name] : bindings->intf()) bound[{type, direction, intf.name().str()}] = name.str();
-      }
-    }
-    renderBindings(os, bound);
-    os << "request " << acl.hwConfig->dpAclUpdateRequestTime() << "\n";
-    return os.str();
+    o.requestTime = acl.hwConfig->dpAclUpdateRequestTime();
+    return o;
   }
 
-  static void renderBindings(std::ostream& os, const std::map<BindingKey, std::string>& bound) {
-    for (const auto& [key, name] : bound) {
-      os << "bind " << std::get<0>(key) << " " << std::get<1>(key) << " " << std::get<2>(key) << " " << name << "\n";
-    }
-  }
-
-  std::string renderModel(const Reach& reach) const {
+  // What a step can reach, one line a session (its state; for a reached slot its scratchpad,
+  // cached last sequence, content counts while kept and errors) and, with the store, a line an
+  // ACL, a line a binding and the hardware request time.
+  static std::string render(const Observed& o, const std::function<bool(std::size_t)>& reached, bool withStore) {
     std::ostringstream os;
     os.precision(17);
-    for (std::size_t i = 0; i < model.sessions.size(); ++i) {
+    for (std::size_t i = 0; i < o.sessions.size(); ++i) {
       os << "session " << i << ":";
-      if (!model.sessions[i]) {
+      if (!o.sessions[i]) {
         os << " none\n";
         continue;
       }
-      const Session& s = *model.sessions[i];
+      const Session& s = *o.sessions[i];
       os << " " << s.state;
-      if (!reach.session(i)) {
+      if (!reached(i)) {
         os << "\n";
         continue;
       }
       if (s.scratchpad) os << " " << show(*s.scratchpad) << " last " << s.lastCache;
       if (s.countsKept) {
-        os << " counts";
-        renderCounts(os, s.ruleCounts, [](const RuleKey& k) {
-          return std::string(stringValue(k.first).view()) + ":" + std::to_string(k.second);
-        });
-        renderCounts(os, s.remarkCounts, [](const std::string& text) { return text; });
+        os << " counts";  // a count of 0 counts nothing, on either side
+        for (const auto& [key, n] : s.ruleCounts) {
+          if (n != 0) os << " " << key.first << ":" << key.second << "=" << n;
+        }
+        for (const auto& [text, n] : s.remarkCounts) {
+          if (n != 0) os << " " << text << "=" << n;
+        }
       }
       for (const auto& [key, text] : s.errString) os << " error " << key << "=" << text;
       os << "\n";
     }
-    if (!reach.store) return os.str();
-    for (AclType type : kTypes) {  // as the library lists them: by family, then by name
-      for (const auto& [key, a] : model.acls) {
-        if (key.first != type) continue;
-        os << "acl " << type << " " << key.second << (a.standard ? " standard" : "") << (a.readonly ? " ro" : "");
-        if (a.current) {
-          os << " " << show(a.current->list) << (a.current->committed ? " committed" : "")
-             << (a.versions.contains(a.current->token) ? " listed" : "");
-        }
-        os << " versions " << a.versions.size() << "\n";
+    if (!withStore) return os.str();
+    for (const auto& [key, a] : o.acls) {
+      os << "acl " << key.first << " " << key.second << (a.standard ? " standard" : "") << (a.readonly ? " ro" : "");
+      if (a.current) {
+        os << " " << show(a.current->list) << (a.current->committed ? " committed" : "")
+           << (a.versions.contains(a.current->token) ? " listed" : "");
       }
+      os << " versions " << a.versions.size() << "\n";
     }
-    renderBindings(os, model.bindings);
-    os << "request " << model.requestTime << "\n";
+    for (const auto& [key, name] : o.bindings) {
+      os << "bind " << std::get<0>(key) << " " << std::get<1>(key) << " " << std::get<2>(key) << " " << name << "\n";
+    }
+    os << "request " << o.requestTime << "\n" << o.problem;
     return os.str();
   }
 
   // The first line on which the library and the model differ; then the library's invariants.
-  std::string compare(const Reach& reach) {
-    std::istringstream library(renderLibrary(reach));
-    std::istringstream expected(renderModel(reach));
+  std::string compare(const std::function<bool(std::size_t)>& reached, bool withStore) {
+    std::istringstream library(render(observe(), reached, withStore));
+    std::istringstream expected(
+        render({model.sessions, model.acls, model.bindings, model.requestTime, ""}, reached, withStore));
     for (;;) {
       std::string mine;
       std::string theirs;
@@ -581,7 +556,7 @@ struct Runner::Impl {
       if (mine != theirs) return "the library has \"" + mine + "\", the model \"" + theirs + "\"";
     }
     for (std::size_t i = 0; i < sessions.size(); ++i) {
-      if (!sessions[i] || !reach.session(i)) continue;
+      if (!sessions[i] || !reached(i)) continue;
       for (const std::string& broken : invariantViolations(*sessions[i]))
         return "session " + std::to_string(i) + ": " + broken;
     }
@@ -641,24 +616,13 @@ struct Runner::Impl {
       return said + ": threw " + e.what();
     }
     if (got != want) return said + ": returned " + resultText(got) + ", model says " + resultText(want);
-    const std::string fault = compare(reached(call));
+    // The sessions a step can change (its own, all for a dataplane's report, or none), and
+    // the store when it can change that.
+    const auto reached = [&call](std::size_t i) {
+      return call.sessions == Call::Sessions::all || (call.sessions == Call::Sessions::slot && i == call.slot);
+    };
+    const std::string fault = compare(reached, call.store);
     return fault.empty() ? fault : said + ": " + fault;
-  }
-
-  static constexpr auto everything = [](std::size_t) { return true; };
-
-  // The sessions a step can change (its own, all for a dataplane's report, or none), and the
-  // store when it can change that.
-  static Reach reached(const Call& call) {
-    switch (call.sessions) {
-      case Call::Sessions::none:
-        return {[](std::size_t) { return false; }, call.store};
-      case Call::Sessions::slot:
-        return {[slot = call.slot](std::size_t i) { return i == slot; }, call.store};
-      case Call::Sessions::all:
-        break;
-    }
-    return {everything, call.store};
   }
 };
 
@@ -672,7 +636,7 @@ std::string Runner::step(const Op& op) {
 std::string Runner::finish() {
   Impl& w = *impl_;
   // Steps compare what they can change; whatever else changed shows here.
-  if (std::string fault = w.compare({Impl::everything, true}); !fault.empty()) return fault;
+  if (std::string fault = w.compare([](std::size_t) { return true; }, true); !fault.empty()) return fault;
   for (auto& s : w.sessions) s = nullptr;
   for (auto& s : w.model.sessions) s.reset();
   return w.checkQuiescent();
