@@ -175,9 +175,12 @@ TEST_F(HwTest, FamilyBindingAndVlanDecideWhichRowsRun) {
   installRule("web", logged);
   auto s = session("web");
   EXPECT_TRUE(s->dpAclOk()) << "bound nowhere: nothing to program";
+  EXPECT_TRUE(traces.contains("Acl web is not attached to any interface"));
   bind("Ethernet1", "web");
   EXPECT_FALSE(s->dpAclOk());
   EXPECT_EQ(s->errString().size(), 1u) << "the family check ends the call";
+  EXPECT_EQ(s->errString("dpacl"), "Acl not supported by hardware");
+  EXPECT_TRUE(traces.contains("Acl not supported by hw"));
   bind("Ethernet1", "v6", AclType::ipv6);
   auto v6 = session("v6", AclType::ipv6);
   EXPECT_FALSE(v6->dpAclOk());
@@ -223,22 +226,39 @@ TEST_F(HwTest, FamilyBindingAndVlanDecideWhichRowsRun) {
   EXPECT_TRUE(s->dpAclDpiOk()) << "a mask without a VLAN matches no VLAN";
 }
 
-// What a non-zero skip refuses, and how it says so, is the trace table's; without the skip,
-// or without the whole NVGRE match, nothing is refused.
+// Deep inspection is refused only with a non-zero skip, and then only for what needs the whole
+// match: each refusal only traces, and the first rule that matches decides.
 TEST_F(HwTest, DeepInspectionIsRefusedOnlyWithANonZeroSkip) {
   auto s = session("web");
-  for (const char* line :
-       {"permit gre any any gre-proto 0x6558 mask 0x0 tni 9", "permit ip any any vxlan vni 1 gtp teid 1"}) {
+  auto dpiOk = [&](const char* line) {
     installRule("web", std::get<IpRuleConfig>(Text::parse(line, AclType::ip).body));
-    EXPECT_TRUE(s->dpAclDpiOk()) << line;
-  }
+    traces.clear();
+    return s->dpAclDpiOk();
+  };
+  const std::pair<const char*, const char*> refused[] = {
+      {"permit gre any any gre-proto 0x6558 mask 0x0 tni 9", "DPI Nvgre"},
+      {"permit ip any any gre-proto 0x1 mask 0x1 tni 9", "DPI Gre"},
+      {"permit ip any any tni 1", "DPI TNI"},
+      {"permit ip any any vxlan", "DPI Vxlan"},
+      {"permit ip any any vni 1", "DPI VNI"},
+      {"permit ip any any gtp", "DPI Gtp"},
+      {"permit ip any any teid 1", "DPI TEID"},
+  };
+  for (const auto& [line, what] : refused) EXPECT_TRUE(dpiOk(line)) << line << ": no skip";
   acl.paramConfig->dpiSkipNonZeroIs(true);
-  for (const char* line : {"permit gre any any", "permit ip any any gre-proto 0x6558 mask 0x0"}) {
-    installRule("web", std::get<IpRuleConfig>(Text::parse(line, AclType::ip).body));
-    EXPECT_TRUE(s->dpAclDpiOk()) << line << ": not NVGRE";
+  for (const auto& [line, what] : refused) {
+    EXPECT_FALSE(dpiOk(line)) << line;
+    EXPECT_TRUE(traces.contains(std::string("<, ") + what + " not supported with non-zero skip")) << line;
   }
+  for (const char* line : {"permit gre any any", "permit ip any any gre-proto 0x6558 mask 0x0"}) {
+    EXPECT_TRUE(dpiOk(line)) << line << ": not NVGRE";
+  }
+  EXPECT_TRUE(s->errString().empty()) << "this check only traces";
   installRule("m", build::ruleWith<MacRuleConfig>([&](MacFilter& mf) { mf.mplsLabelIs(100); }));
   EXPECT_TRUE(session("m", AclType::mac)->dpAclDpiOk()) << "MPLS only with its own skip";
+  acl.paramConfig->mplsSkipNonZeroIs(true);
+  EXPECT_FALSE(session("m", AclType::mac)->dpAclDpiOk());
+  EXPECT_TRUE(traces.contains("<, Mpls not supported with non-zero skip"));
 }
 
 // The property test meets the guard only on sessions opened without capabilities, too seldom
@@ -249,6 +269,8 @@ TEST_F(HwTest, HopLimitsNeedSupportUnlessGuardsAreOffAndOnlyWhereTheListIsBound)
   auto s = session("v6", AclType::ipv6);
   ASSERT_EQ(s->addIp6Rule(10, rule), succeeded);
   EXPECT_FALSE(s->dpAclPreApplyOk());
+  EXPECT_EQ(s->errString("IPv6"), "hop limit is not supported for IPv6 ACLs on this platform");
+  EXPECT_TRUE(traces.contains("<, ipv6 hop limit not supported"));
   s->guardsEnabledIs(false);
   EXPECT_TRUE(s->dpAclPreApplyOk());
   s->guardsEnabledIs(true);

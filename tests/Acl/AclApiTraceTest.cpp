@@ -33,10 +33,6 @@ struct Row {
   std::vector<std::string> traced;
 };
 
-IpRuleConfig dpi(void (*edit)(IpFilter&)) {
-  return build::ruleWith<IpRuleConfig>(edit);
-}
-
 const Row rows[] = {
     // ---- a session and its scratchpad
     {"a session is made", [](Scene& w) { w.session("web"); }, {"0 createScratchpad", "0 handleInitialized<"}},
@@ -235,51 +231,6 @@ const Row rows[] = {
      },
      {"0 <, No statusDp", "0 <, waitForHwStatus is false", "0 <, inConfigSession", "2 commit time: 1000",
       "2 Not updated", "8 tcam full"}},
-    {"checks that come before the rows",
-     [](Scene& w) {
-       w.installAcl("web", {{10, 80}});
-       auto s = w.session("web");
-       s->dpAclOk();
-       w.bind("Ethernet1", "web");
-       s->dpAclOk();
-       EXPECT_EQ(s->errString("dpacl"), "Acl not supported by hardware");
-     },
-     {"9 Acl web is not attached to any interface", "9 Acl not supported by hw"}},
-    {"the hop-limit guard",
-     [](Scene& w) {
-       auto s = w.session("v6", AclType::ipv6);
-       (void)s->addIp6Rule(10, build::ruleWith<Ip6RuleConfig>([](Ip6Filter& f) { f.hopLimitIs(64); }));
-       EXPECT_FALSE(s->dpAclPreApplyOk());
-       EXPECT_EQ(s->errString("IPv6"), "hop limit is not supported for IPv6 ACLs on this platform");
-     },
-     {"0 <, ipv6 hop limit not supported"}},
-    {"deep inspection with a non-zero skip",
-     [](Scene& w) {
-       w.acl.paramConfig->dpiSkipNonZeroIs(true);
-       w.acl.paramConfig->mplsSkipNonZeroIs(true);
-       auto s = w.session("web");
-       for (auto rule :
-            {dpi([](IpFilter& f) { f.protocolIs(47), f.greProtoIs(0x6558), f.tniIs(9); }),
-             dpi([](IpFilter& f) { f.greProtoMaskIs(1), f.tniIs(9); }), dpi([](IpFilter& f) { f.tniIs(1); }),
-             dpi([](IpFilter& f) { f.vxlanIs(true); }), dpi([](IpFilter& f) { f.vniIs(1); }),
-             dpi([](IpFilter& f) { f.gtpIs(true); }), dpi([](IpFilter& f) { f.teidIs(1); })}) {
-         Ptr<AclConfig> web = w.installAcl("web", {});
-         const UniqueId id;
-         web->currCfg()->ruleBySequenceIs(10, id);
-         web->currCfg()->ipRuleByIdIs(id, rule);
-         EXPECT_FALSE(s->dpAclDpiOk());
-       }
-       auto m = w.acl.config->configIs(AclType::mac)->aclIs("m", AclType::mac, false, false);
-       m->currCfgIs(m->subConfigIs(UniqueId()));
-       m->currCfg()->macRuleByIdIs(UniqueId(),
-                                   build::ruleWith<MacRuleConfig>([](MacFilter& f) { f.mplsLabelIs(100); }));
-       EXPECT_FALSE(w.session("m", AclType::mac)->dpAclDpiOk());
-       EXPECT_TRUE(s->errString().empty()) << "this check only traces";
-     },
-     {"0 <, DPI Nvgre not supported with non-zero skip", "0 <, DPI Gre not supported with non-zero skip",
-      "0 <, DPI TNI not supported with non-zero skip", "0 <, DPI Vxlan not supported with non-zero skip",
-      "0 <, DPI VNI not supported with non-zero skip", "0 <, DPI Gtp not supported with non-zero skip",
-      "0 <, DPI TEID not supported with non-zero skip", "0 <, Mpls not supported with non-zero skip"}},
     {"attach and detach say what they found",
      [](Scene& w) {
        (void)w.session("web", AclType::ip, attach_)->attach("Ethernet1", AclDirection::in);
