@@ -56,13 +56,13 @@ IpRuleConfig aliasRule() {
 
 void edit(World& w) {
   w.s = w.session("web");
-  static_cast<void>(w.s->removeRuleBySequence(10, 10));
-  static_cast<void>(w.s->addIpRule(30, ipRule(22)));
-  static_cast<void>(w.s->addIpRule(40, aliasRule()));
+  (void)w.s->removeRuleBySequence(10, 10);
+  (void)w.s->addIpRule(30, ipRule(22));
+  (void)w.s->addIpRule(40, aliasRule());
 }
 void committed(World& w) {
   edit(w);
-  static_cast<void>(w.s->commitExt(false));
+  (void)w.s->commitExt(false);
 }
 void nothing(World&) {}
 
@@ -85,33 +85,32 @@ struct Scenario {
 
 const Scenario scenarios[] = {
     {"SessionCreation", nothing, [](World& w) { w.s = w.session("web"); }},
-    {"AddWithAnAutomaticNumber", edit, [](World& w) { static_cast<void>(w.s->addIpRule(0, ipRule(8080))); }},
-    {"RemarkWithAnAutomaticNumber", edit,
-     [](World& w) { static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 0)); }},
+    {"AddWithAnAutomaticNumber", edit, [](World& w) { (void)w.s->addIpRule(0, ipRule(8080)); }},
+    {"RemarkWithAnAutomaticNumber", edit, [](World& w) { (void)w.s->addRemark(RemarkConfig(String("r")), 0); }},
     {"RemarkRemoval",
      [](World& w) {
        edit(w);
-       static_cast<void>(w.s->addRemark(RemarkConfig(String("r")), 25));
+       (void)w.s->addRemark(RemarkConfig(String("r")), 25);
      },
-     [](World& w) { static_cast<void>(w.s->removeRemark(RemarkConfig(String("r")), 0)); }},
-    {"RemovalByPlace", edit, [](World& w) { static_cast<void>(w.s->removeRuleBySequence(1, 35)); }},
-    {"RemovalByContent", edit, [](World& w) { static_cast<void>(w.s->removeIpRuleByConfig(ipRule(443))); }},
-    {"Resequence", edit, [](World& w) { static_cast<void>(w.s->resequence(100, 5)); }},
-    {"Counters", edit, [](World& w) { static_cast<void>(w.s->enableCounters()); }},
-    {"Commit", edit, [](World& w) { static_cast<void>(w.s->commit()); }},
-    {"CommitKeptForRevert", edit, [](World& w) { static_cast<void>(w.s->commitExt(false)); }},
+     [](World& w) { (void)w.s->removeRemark(RemarkConfig(String("r")), 0); }},
+    {"RemovalByPlace", edit, [](World& w) { (void)w.s->removeRuleBySequence(1, 35); }},
+    {"RemovalByContent", edit, [](World& w) { (void)w.s->removeIpRuleByConfig(ipRule(443)); }},
+    {"Resequence", edit, [](World& w) { (void)w.s->resequence(100, 5); }},
+    {"Counters", edit, [](World& w) { (void)w.s->enableCounters(); }},
+    {"Commit", edit, [](World& w) { (void)w.s->commit(); }},
+    {"CommitKeptForRevert", edit, [](World& w) { (void)w.s->commitExt(false); }},
     {"CommitPatchingInPlace",
      [](World& w) {
        w.s = w.session("web");
-       static_cast<void>(w.s->resequence(5, 5));
+       (void)w.s->resequence(5, 5);
      },
-     [](World& w) { static_cast<void>(w.s->commit()); }},
+     [](World& w) { (void)w.s->commit(); }},
     {"CommitOfANewList",
      [](World& w) {
        w.s = w.session("fresh");
-       static_cast<void>(w.s->addIpRule(0, aliasRule()));
+       (void)w.s->addIpRule(0, aliasRule());
      },
-     [](World& w) { static_cast<void>(w.s->commit()); }},
+     [](World& w) { (void)w.s->commit(); }},
     {"HardwareCompletion", committed, [](World& w) { answer(w, nullptr); }},
     {"HardwareError", committed, [](World& w) { answer(w, "no room"); }},
     {"Revert",
@@ -119,31 +118,30 @@ const Scenario scenarios[] = {
        committed(w);
        answer(w, "no room");
      },
-     [](World& w) { static_cast<void>(w.s->revert()); }},
+     [](World& w) { (void)w.s->revert(); }},
     {"Cleanup",
      [](World& w) {
        committed(w);
        answer(w, nullptr);
      },
-     [](World& w) { static_cast<void>(w.s->cleanupOldConfig()); }},
+     [](World& w) { (void)w.s->cleanupOldConfig(); }},
     {"AliasUpdate", [](World& w) { committed(w), answer(w, nullptr), w.s = w.session("web"); },
      [](World& w) {
        PayloadValue value;
        value.offsetIs(4);
-       static_cast<void>(w.s->updateUdfAliasInAcls("key", value));
+       (void)w.s->updateUdfAliasInAcls("key", value);
      }},
-    {"Remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); },
-     [](World& w) { static_cast<void>(w.s->remove()); }},
+    {"Remove", [](World& w) { w.s = w.session("web", AclType::ip, remove_); }, [](World& w) { (void)w.s->remove(); }},
     {"Attach", [](World& w) { w.s = w.session("other", AclType::ip, attach_); },
-     [](World& w) { static_cast<void>(w.s->attach("Ethernet1", AclDirection::in)); }},
+     [](World& w) { (void)w.s->attach("Ethernet1", AclDirection::in); }},
     {"Detach", [](World& w) { w.s = w.session("web", AclType::ip, detach_); },
-     [](World& w) { static_cast<void>(w.s->detach("Ethernet1", AclDirection::in)); }},
+     [](World& w) { (void)w.s->detach("Ethernet1", AclDirection::in); }},
     {"AttachRevert",
      [](World& w) {
        w.s = w.session("other", AclType::ip, attach_);
-       static_cast<void>(w.s->attach("Ethernet1", AclDirection::in));
+       (void)w.s->attach("Ethernet1", AclDirection::in);
      },
-     [](World& w) { static_cast<void>(w.s->revert()); }},
+     [](World& w) { (void)w.s->revert(); }},
     {"ConfigurationSessionCommit", nothing,
      [](World& w) {
        AclConfigSession session(w.acl);
