@@ -1,5 +1,5 @@
 // Declarative replace: what the session is asked to do (nothing for an unchanged list, one
-// identity for one changed entry, none for a renumbering), that any desired list is reached
+// entry for one changed entry, moves for a renumbering), that any desired list is reached
 // exactly, the refusals that must not open a session, and bindings.
 #include <gtest/gtest.h>
 
@@ -42,11 +42,12 @@ struct ReplaceTest : ::testing::Test {
 const std::vector<ListEntry> web = entries({"10 permit tcp any host 192.0.2.1 eq 443", "20 remark mail",
                                             "30 permit tcp any host 192.0.2.2 eq 25", "40 deny ip any any log"});
 
-TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRenumberingNone) {
+// An unchanged list, in any order, opens no session and reprograms nothing; one changed entry
+// is one entry reprogrammed; a renumbering moves every entry, each keeping its identity.
+TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryReprogramsOneAndRenumberingMoves) {
   ASSERT_EQ(Client::replaceList(acl, "web", AclType::ip, web).state, AclApi::succeeded);
   static_cast<void>(Client::replaceBindings(acl, {{"Ethernet1", AclDirection::in, AclType::ip, "web"}}));
   const std::uint64_t runs = dp.lastRun().run;
-  const auto before = identities("web");
 
   Client::ReplaceResult same = Client::replaceList(acl, "web", AclType::ip, {web.rbegin(), web.rend()});
   EXPECT_EQ(std::tuple(same.state, same.session, same.report.kept),
@@ -61,23 +62,17 @@ TEST_F(ReplaceTest, UnchangedOpensNoCommitOneChangedEntryChangesOneIdentityAndRe
   EXPECT_EQ(std::tuple(one.report.added, one.report.removed, one.report.moved.size()),
             std::tuple(std::vector<U32>{30}, std::vector<U32>{30}, 0U));
   EXPECT_EQ(content("web"), changed);
-  const auto after = identities("web");
-  EXPECT_NE(after.at(30), before.at(30));
-  auto others = before;
-  others[30] = after.at(30);
-  EXPECT_EQ(after, others);
   EXPECT_EQ(std::tuple(dp.lastRun().added, dp.lastRun().removed, dp.lastRun().kept), std::tuple(1U, 1U, 2U));
 
-  // Renumbered: every entry moves, each with its identity.
+  const auto before = identities("web");
   std::vector<ListEntry> renumbered = changed;
   for (ListEntry& e : renumbered) e.sequence = e.sequence * 10 + 5;
   Client::ReplaceResult r = Client::replaceList(acl, "web", AclType::ip, renumbered);
-  EXPECT_EQ(r.state, AclApi::succeeded);
   EXPECT_EQ(r.report.moved, (std::vector<std::pair<U32, U32>>{{10, 105}, {20, 205}, {30, 305}, {40, 405}}));
   EXPECT_TRUE(r.report.added.empty() && r.report.removed.empty() && r.report.kept.empty());
   EXPECT_EQ(content("web"), renumbered);
   const auto moved = identities("web");
-  for (const auto& [from, id] : after) EXPECT_EQ(moved.at(from * 10 + 5), id) << from;
+  for (const auto& [from, id] : before) EXPECT_EQ(moved.at(from * 10 + 5), id) << from;
 }
 
 // Random current and desired lists over a few contents, so that places collide, contents

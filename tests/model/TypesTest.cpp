@@ -1,4 +1,4 @@
-// The model's value types: identities, addresses, interface and VRF names, enumerations.
+// The model's value types: identities, addresses, interface and VRF names.
 #include <gtest/gtest.h>
 
 #include "aclkit/model/Types.h"
@@ -55,11 +55,6 @@ TEST(TypesTest, VlanInterfacesAndVrfNamesHaveTheirLimits) {
     EXPECT_STREQ(e.what(), "VrfName::value::bytes > VrfName::maxLength not allowed");
   }
   EXPECT_EQ(vrf.value(), "red") << "a refused name leaves the old one";
-  EXPECT_EQ(std::tuple(static_cast<U32>(AclType::ip), static_cast<U32>(AclType::ipv6), static_cast<U32>(AclType::mac),
-                       AclDirection{}),
-            std::tuple(0u, 1u, 2u, AclDirection::in));
-  EXPECT_EQ(fwk::enumFromName<AclDirection>("out"), AclDirection::out);
-  EXPECT_THROW(fwk::enumFromValue<AclType>(3), fwk::EnumError);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "aclkit/platform/fwk/Strep.h"
 #include "aclkit/text/AclText.h"
 #include "tests/support/AclBuilders.h"
-#include "tests/support/Text.h"
 
 namespace {
 
@@ -38,12 +38,12 @@ TEST(AclTextTest, LinesSetTheFieldsTheyName) {
        "mplsLabel=100, mplsInnerLabel=200, mpls=mpls(MplsLabelFilter{label=16, labelMask=255, tc=5, tcMask=7})}}"},
   };
   for (const auto& [type, line, fields] : cases) {
-    EXPECT_EQ(std::visit([](const auto& body) { return testtext::text(body); }, Text::parse(line, type).body), fields)
+    EXPECT_EQ(std::visit([](const auto& body) { return fwk::strep(body); }, Text::parse(line, type).body), fields)
         << line;
   }
   EXPECT_EQ(Text::parse("30 remark  two  blanks kept ", AclType::mac),
             (Text::Entry{30, RemarkConfig(" two  blanks kept ")}));
-  EXPECT_EQ(testtext::text(std::get<IpRuleConfig>(Text::parse("permit host 192.0.2.1", AclType::ip, true).body)),
+  EXPECT_EQ(fwk::strep(std::get<IpRuleConfig>(Text::parse("permit host 192.0.2.1", AclType::ip, true).body)),
             "IpRuleConfig{filter=IpFilter{src=192.0.2.1, srcMask=255.255.255.255}}");
 }
 
@@ -54,29 +54,14 @@ struct Line {
   const char* canonical = nullptr;  // how it is written back, when not as it was read
 };
 
-// Lines in canonical form are written back unchanged; names, other spellings, case and blanks
-// all come out as the one canonical line.
+// Other spellings (names for numbers, dotted masks, case, blanks, keywords of other families)
+// all come out as the one canonical line. The round-trip property asks only that a written
+// line reads back; the few canonical lines here pin how a list is shown.
 TEST(AclTextTest, LinesAreWrittenBackInTheirCanonicalForm) {
   const Line lines[] = {
-      {AclType::ip, "10 permit tcp 10.0.0.0/8 host 192.0.2.1 eq 443 log"},
-      {AclType::ip, "20 permit udp any eq 53 198.51.100.0/24 range 1024 2047 count"},
       {AclType::ip, "permit udp 192.0.2.0 255.0.255.0 neq 53 192.0.2.7/0 gt 1023 mirror s1 copy-to-cpu count"},
       {AclType::ip, "deny tcp mask 0xf0 any lt 80 any range 0 65535 fin !syn rst !psh ack urg ece !cwr ns"},
-      {AclType::ip, "permit icmp any any 3 1 dscp 46 ecn 2 ip-length range 64 64 vlan 1 mask 0x0"},
-      {AclType::ip, "permit ip any any dscp 0 mask 0x0 ttl neq 64 outer-vlan 100 inner-vlan 4095 mask 0xf0f"},
-      {AclType::ip, "permit gre any any gre-proto 0x6558 tni 16777215 vxlan vni 1 gtp teid 4294967295 vrf mgmt"},
-      {AclType::ip, "deny 255 any any user-l4 0x0 mask 0xff00 payload 0 0x1 0xff payload 4 0x0 0x0 alias key own-mask"},
-      {AclType::ip, "permit ip any any tracked vacl log"},
       {AclType::ip, "permit 10.0.0.0/8 log count", true},
-      {AclType::ip, "deny any", true},
-      {AclType::ip, "4294967295 remark"},
-      {AclType::ipv6, "permit ipv6 2001:db8::/32 any"},
-      {AclType::ipv6, "deny icmpv6 host 2001:db8::1 ::1/0 128 ecn 0 hop-limit 255"},
-      {AclType::ipv6, "permit sctp 2001:db8::/127 eq 1 any hop-limit lt 2 ip-length eq 40"},
-      {AclType::ipv6,
-       "permit ahp ::1/0 2001:db8:0:1::/64 gre-proto 0x0800 mask 0xff00 payload 8 0xabc 0xfff own-pattern"},
-      {AclType::mac, "permit 00:00:5e:00:53:01 ff:ff:ff:ff:ff:00 any ethertype 0x0800"},
-      {AclType::mac, "deny any 02:00:00:00:00:00 02:00:00:00:00:00 ethertype 0x8100 mask 0xff00 outer-vlan 1"},
       {AclType::mac, "permit any any mpls 16 mpls 17 mask 0xffff0 tc 0 mpls 18 tc 3 mask 0x5 payload 0 0x1 0x1 count"},
       {AclType::mac, "7 remark web servers: 192.0.2.0/24, ports 80 and 443"},
       {AclType::ip, "PERMIT  TCP\t10.0.0.0 255.0.0.0 EQ WWW host 192.0.2.1 Established", false,
