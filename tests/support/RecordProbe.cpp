@@ -16,6 +16,24 @@ void collect(const fwk::ValueType& type, FieldPath& prefix, std::vector<FieldPat
     prefix.pop_back();
   }
 }
+
+// A value of `type` that differs from `current` (throws when it cannot make one).
+fwk::Value different(const fwk::ValueType& type, const fwk::Value& current) {
+  std::string now = current.strep();
+  if (type.enumInfo) {
+    for (const auto& e : type.enumInfo->enumerators()) {
+      if (e.name != now) return type.parse(e.name.view());
+    }
+  }
+  for (const char* text : {"1", "2", "x", "192.0.2.1", "2001:db8::1", "00:00:5e:00:53:01", "2,0x1,0x1,,", "eq 80"}) {
+    try {
+      fwk::Value v = type.parse(text);
+      if (v.strep() != now) return v;
+    } catch (const fwk::Error&) {
+    }
+  }
+  throw fwk::Error("cannot make a different " + type.name.str());
+}
 }  // namespace
 
 std::vector<FieldPath> leafFields(const fwk::ValueType& recordType) {
@@ -32,23 +50,6 @@ std::string describe(const FieldPath& path) {
     text.append(f->name.view());
   }
   return text;
-}
-
-fwk::Value different(const fwk::ValueType& type, const fwk::Value& current) {
-  std::string now = current.strep();
-  if (type.enumInfo) {
-    for (const auto& e : type.enumInfo->enumerators()) {
-      if (e.name != now) return type.parse(e.name.view());
-    }
-  }
-  for (const char* text : {"1", "2", "x", "1.2.3.4", "2001:db8::1", "00:00:00:00:00:01", "2,0x1,0x1,,", "eq 80"}) {
-    try {
-      fwk::Value v = type.parse(text);
-      if (v.strep() != now) return v;
-    } catch (const fwk::Error&) {
-    }
-  }
-  throw fwk::Error("cannot make a different " + type.name.str());
 }
 
 void perturb(fwk::Value& record, const FieldPath& path, std::size_t depth) {

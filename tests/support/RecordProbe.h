@@ -2,7 +2,6 @@
 // test can change one field at a time and see that ==, < and hash notice.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,8 +15,6 @@ using FieldPath = std::vector<const fwk::FieldInfo*>;
 std::vector<FieldPath> leafFields(const fwk::ValueType& recordType);
 // The path as "filter.dstPort.op".
 std::string describe(const FieldPath& path);
-// A value of `type` that differs from `current` (throws when it cannot make one).
-fwk::Value different(const fwk::ValueType& type, const fwk::Value& current);
 // Changes the field at `path` of the record held in `record` to a different value.
 void perturb(fwk::Value& record, const FieldPath& path, std::size_t depth = 0);
 

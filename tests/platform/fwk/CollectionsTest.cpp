@@ -1,7 +1,7 @@
 // The collections. Each persistent map, over keys and values of several types, against a plain
 // model through random changes long enough to split, merge, deepen and collapse its nodes,
 // with copies and iterators taken along the way that must outlive their source unchanged;
-// what sharing costs; and the entity collections' contract, held over both kinds of map.
+// what sharing costs; and the entity collections' iterators under change.
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
@@ -21,7 +21,6 @@ namespace {
 
 using fwk::Ptr;
 using fwk::String;
-using sample::Maps;
 using sample::Match;
 using U32 = std::uint32_t;
 
@@ -243,60 +242,11 @@ TEST(PersistentMapsTest, ACopyCostsNothingAChangeCopiesOnePathAndAComparisonRead
   EXPECT_LE(unshared.size(), 64U) << "only the two leaves the change wrote are read";
 }
 
-// ---- the entity collections, both kinds ----------------------------------------------
-
-struct OrderedAttr {
-  static const auto& map(const Maps& m) { return m.ordered(); }
-  static void set(Maps& m, U32 k, U32 v) { m.orderedIs(k, v); }
-  static void del(Maps& m, U32 k) { m.orderedDel(k); }
-  static void delAll(Maps& m) { m.orderedDelAll(); }
-};
-struct HashedAttr {
-  static const auto& map(const Maps& m) { return m.hashed(); }
-  static void set(Maps& m, U32 k, U32 v) { m.hashedIs(k, v); }
-  static void del(Maps& m, U32 k) { m.hashedDel(k); }
-  static void delAll(Maps& m) { m.hashedDelAll(); }
-};
-
-// Records the keys whose entries changed; a removal is heard with the entry already gone.
-template <class Kind>
-struct Watch : Maps::Reactor {
-  using Maps::Reactor::Reactor;
-  std::vector<std::string> seen;
-  void heard(U32 key) { seen.push_back(std::to_string(key) + (Kind::map(*notifier()).contains(key) ? "" : " gone")); }
-  void orderedChanged(const U32& key) override { heard(key); }
-  void hashedChanged(const U32& key) override { heard(key); }
-};
-
-template <class Kind>
-class MapContractTest : public ::testing::Test {};
-using Kinds = ::testing::Types<OrderedAttr, HashedAttr>;
-TYPED_TEST_SUITE(MapContractTest, Kinds);
-
-TYPED_TEST(MapContractTest, OneNotificationPerRealChangeOnceActiveReadsOfAbsentKeysAndRemovalByTheStoredKey) {
-  Ptr<Maps> maps(new Maps());
-  Maps& m = *maps;
-  Watch<TypeParam> watch(&m);
-  TypeParam::set(m, 9, 9);
-  EXPECT_EQ(TypeParam::map(m).valueOr(9), 9U) << "the state changes even when nobody is told";
-  TypeParam::del(m, 9);
-  m.hasNotificationActiveIs(true);
-  TypeParam::set(m, 1, 5);
-  TypeParam::set(m, 1, 5);  // the same value: nothing changed
-  TypeParam::set(m, 2, 6);
-  TypeParam::del(m, 3);                                 // absent: nothing changed
-  TypeParam::del(m, TypeParam::map(m).begin()->first);  // a reference into the entry being removed
-  EXPECT_EQ(TypeParam::map(m).find(1000), nullptr);
-  EXPECT_EQ(TypeParam::map(m).valueOr(1000), 0U) << "an absent key reads as the default";
-  TypeParam::delAll(m);
-  EXPECT_EQ(watch.seen, (std::vector<std::string>{"1", "2", "1 gone", "2 gone"}));
-  EXPECT_TRUE(TypeParam::map(m).empty());
-}
-
-// Where they differ: the ordered map's iterators survive changes made while they stand
-// (editing walks over places and removes as it goes); a hash map's are refused once it changed.
+// The entity collections (which changes notify is for EntityTest and the edit session): the
+// ordered map's iterators survive changes made while they stand (editing walks over places and
+// removes as it goes); a hash map's are refused once it changed.
 TEST(OrderedMapTest, IteratorsSurviveChangesMadeWhileTheyStand) {
-  Ptr<Maps> m(new Maps());
+  Ptr<sample::Maps> m(new sample::Maps());
   for (U32 k : {30, 10, 20, 40, 50}) m->orderedIs(k, k);
   const auto end = m->ordered().end();
   std::vector<U32> visited;

@@ -1,6 +1,5 @@
-// Entities: observers that come, go, throw or outlive what they watch, transactions that put
-// back what they recorded, children, adopted children and derived types. (Which changes
-// notify: the map contract in CollectionsTest.)
+// Entities: observers that come, go or throw while they are notified, transactions that put
+// back what they recorded, derived types and adopted children.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -37,52 +36,33 @@ class Recorder : public Node::Reactor {
   }
   void labelChanged() override { seen.push_back("label"); }
   void bySeqChanged(const std::uint32_t& seq) override { seen.push_back("bySeq:" + std::to_string(seq)); }
-  void leafChanged(const std::uint32_t& key) override { seen.push_back("leaf:" + std::to_string(key)); }
-  void notifierDestroyed() override { seen.push_back("destroyed"); }
 };
 
-TEST(EntityTest, ObserversMayComeGoThrowOrOutliveWhatTheyWatch) {
+// The walk over observers must hold when they change under it: one destroys another and adds
+// a third, two throw. (An entity released by its own observer mid-change, and reactors that
+// outlive their entity, are the edit session's daily business and tested there.)
+TEST(EntityTest, ObserversMayComeGoOrThrowWhileTheyAreNotified) {
   Ptr<Node> node = activeNode();
   auto first = std::make_unique<Recorder>(node.get());
   auto second = std::make_unique<Recorder>(node.get());
   std::unique_ptr<Recorder> late;
-  // The first observer destroys the second and adds a third while being notified.
   first->onFlag = [&] {
     second.reset();
     late = std::make_unique<Recorder>(node.get());
   };
   node->flagIs(true);
+  node->flagIs(true);  // the same value: nothing changed, nobody is told
   EXPECT_EQ(late->seen.size(), 0u) << "an observer added during a change sees the next one";
   EXPECT_EQ(node->notifieeList().size(), 2u);
-  first->onFlag = [&] { first->notifierIs(nullptr); };  // one that removes itself
-  node->flagIs(false);
-  node->flagIs(true);
-  EXPECT_EQ(std::pair(first->seen.size(), late->seen.size()), std::pair(std::size_t{2}, std::size_t{2}));
 
   // One that throws does not keep the change from the others: the first exception goes on.
-  Recorder thrower(node.get());
-  Recorder secondThrower(node.get());
+  first->onFlag = [] { throw std::runtime_error("first"); };
+  late->onFlag = [] { throw std::logic_error("second"); };
   Recorder after(node.get());
-  thrower.onFlag = [] { throw std::runtime_error("first"); };
-  secondThrower.onFlag = [] { throw std::logic_error("second"); };
   EXPECT_THROW(node->flagIs(false), std::runtime_error);
-  EXPECT_EQ(after.seen, std::vector<std::string>{"flag"});
+  EXPECT_EQ(std::pair(first->seen, after.seen),
+            std::pair(std::vector<std::string>{"flag", "flag"}, std::vector<std::string>{"flag"}));
   EXPECT_FALSE(node->flag());
-  thrower.onFlag = secondThrower.onFlag = nullptr;
-
-  // The entity goes first, released by its own observer in the middle of a notification:
-  // observers after that one still hear the change, then the destruction.
-  late->onFlag = [&] { node = nullptr; };
-  Node* raw = node.get();
-  raw->flagIs(true);
-  EXPECT_EQ(std::vector<std::string>(thrower.seen.end() - 2, thrower.seen.end()),
-            (std::vector<std::string>{"flag", "destroyed"}));
-  EXPECT_EQ(late->notifier(), nullptr);
-  {
-    Ptr<Node> other = activeNode();
-    Recorder shortLived(other.get());
-    EXPECT_EQ(other->notifieeList().size(), 1u);
-  }  // a destroyed reactor stops watching: the entity outlived it without harm
 }
 
 // The undo log builds its steps in chunks it keeps for the next transaction: one that records
@@ -100,6 +80,7 @@ TEST(EntityTest, AFailedTransactionPutsBackEveryChangeItRecorded) {
     auto failing = [&] {
       const fwk::Transaction transaction;
       node->labelIs(String("changed"));
+      node->bySeqIs(1, "kept");  // the same value: not a change, nothing heard or recorded
       writeMany();
       throw std::runtime_error("late failure");
     };
@@ -124,21 +105,9 @@ TEST(EntityTest, AFailedTransactionPutsBackEveryChangeItRecorded) {
   EXPECT_EQ(node->label(), String("outer"));
 }
 
-TEST(EntityTest, ChildrenAndDerivedTypes) {
-  Ptr<Node> node = activeNode("root");
-  Recorder r(node.get());
-  Ptr<Leaf> leaf = node->leafIs(4);
-  EXPECT_EQ(node->leafIs(4), leaf) << "Is on an existing key returns the existing child";
-  EXPECT_EQ(std::tuple(leaf->parent(), leaf->key(), leaf->fullName(), leaf->hasNotificationActive()),
-            std::tuple(static_cast<fwk::Entity*>(node.get()), 4u, String("/root/4"), true));
-  node->leafDel(4);
-  EXPECT_EQ(std::pair(leaf->parent(), r.seen),
-            std::pair(static_cast<fwk::Entity*>(nullptr), std::vector<std::string>{"leaf:4", "leaf:4"}))
-      << "a deleted child lives on, detached";
-  Ptr<Leaf> kept = node->leafIs(1);
-  node = nullptr;
-  EXPECT_EQ(std::pair(kept->parent(), kept->fullName()), std::pair(static_cast<fwk::Entity*>(nullptr), String("/1")));
-
+// Plain children are every upper layer's tree; what they do not use is a derived type, whose
+// reactor hears its base's attributes too, and conversion between types.
+TEST(EntityTest, DerivedTypesAndAnAdoptedChild) {
   Ptr<sample::BigNode> big(new sample::BigNode("big"));
   big->hasNotificationActiveIs(true);
   struct BigRecorder : sample::BigNode::Reactor {
@@ -152,12 +121,7 @@ TEST(EntityTest, ChildrenAndDerivedTypes) {
   EXPECT_EQ(heard.heard, 11) << "a derived type's reactor hears its base's attributes too";
   Ptr<fwk::Entity> asEntity = big;
   EXPECT_TRUE(fwk::dynCast<Node>(asEntity) && fwk::cast<sample::BigNode>(asEntity) && !fwk::dynCast<Leaf>(asEntity));
-  try {
-    (void)fwk::cast<Leaf>(asEntity);
-    FAIL();
-  } catch (const fwk::TypeConversionError& e) {
-    EXPECT_STREQ(e.what(), "entity '/big' of type BigNode is not a Leaf");
-  }
+  EXPECT_THROW(static_cast<void>(fwk::cast<Leaf>(asEntity)), fwk::TypeConversionError);
   EXPECT_EQ(fwk::cast<Leaf>(Ptr<fwk::Entity>()), nullptr) << "null converts to null";
 
   // One adopted child: its parent link and name follow the slot, a transaction that fails

@@ -25,17 +25,14 @@ struct Counted : fwk::RefCounted {
   int* destroyed_;
 };
 
-TEST(PtrTest, CountsFollowCopiesMovesViewsAndReleases) {
+TEST(PtrTest, IdentityReleaseAndMisuse) {
+  // Copies, moves and views are counted by every test that holds an entity; what only shows
+  // here is identity hashing, self-assignment and release.
   int destroyed = 0;
   Ptr<Counted> a(new Counted(&destroyed));
   {
-    Ptr<Counted> copy = a;
-    Ptr<const Counted> view = copy;  // a read-only view counts too
-    EXPECT_EQ(a->fwkReferences(), 3u);
-    Ptr<Counted> moved = std::move(copy);
-    EXPECT_TRUE(!copy && a->fwkReferences() == 3u && moved == a && view == a);
-    std::unordered_set<Ptr<Counted>, fwk::Hash<Ptr<Counted>>> set{a, moved};
-    EXPECT_EQ(set.size(), 1u) << "hashed and compared by identity";
+    const std::unordered_set<Ptr<Counted>, fwk::Hash<Ptr<Counted>>> set{a, Ptr<Counted>(a)};
+    EXPECT_EQ(std::pair(set.size(), a->fwkReferences()), std::pair(std::size_t{1}, 2u)) << "hashed by identity";
   }
   Ptr<Counted>& alias = a;
   a = alias;  // self-assignment keeps the object

@@ -1,5 +1,4 @@
-// Reflection: attributes in declaration order with their kinds and types, read and written by
-// name and from text, operations run by name, and bad requests refused clearly; then every
+// Reflection: attributes and operations by name, and bad requests refused clearly; then every
 // registered type, driven by nothing but its reflection.
 #include <gtest/gtest.h>
 
@@ -17,56 +16,31 @@ using sample::Match;
 using sample::Node;
 using U32 = std::uint32_t;
 
-TEST(ReflectionTest, AttributesAreListedInDeclarationOrderAndEveryKindReadsAndWritesByNameAndFromText) {
-  const fwk::TypeInfo& type = Node::staticType();
+// What front ends and bindings reach by name: attributes (a derived type lists its base's
+// first), keyed entries and children, and operations, a base's found from a derived type. The
+// declarations themselves are restated nowhere: every registered type is driven below.
+TEST(ReflectionTest, AttributesAndOperationsByNameAndBadRequestsAreClearErrorsThatChangeNothing) {
   std::string names;
   for (const fwk::AttrInfo* a : sample::BigNode::staticType().attrs()) names += a->name().str() + " ";
   EXPECT_EQ(names, "flag label color ratio serial ref bySeq byMatch leaf rooted extra ")
       << "a derived type lists its base's attributes first";
-  EXPECT_EQ(std::tuple(type.attr("color").valueTypeName(), type.attr("ref").valueTypeName(),
-                       type.attr("leaf").valueTypeName(), type.attr("bySeq").keyType()->name,
-                       type.attr("byMatch").keyType()->name),
-            std::tuple(String("Color"), String("Ptr<Leaf>"), String("Leaf"), String("U32"), String("Match")));
-  EXPECT_EQ(std::tuple(type.attr("bySeq").kind(), type.attr("byMatch").kind(), type.attr("leaf").kind()),
-            std::tuple(fwk::AttrKind::orderedMap, fwk::AttrKind::hashMap, fwk::AttrKind::children));
-
   Ptr<Node> node(new Node("n"));
-  fwk::setAttribute(*node, "flag", true);
-  fwk::setAttribute(*node, "label", "hello");
-  fwk::setAttribute(*node, "ratio", 0.25);
+  node->leafIs(1)->countIs(5);
   Ptr<Leaf> leaf = node->leafIs(2);
-  fwk::setAttribute(*node, "ref", leaf);
   Match m;
   m.tniIs(5);
   fwk::setAttribute(*node, "byMatch", m, U32{3});
-  EXPECT_EQ(std::tuple(node->flag(), node->label(), fwk::getAttribute(*node, "ratio").as<double>(),
-                       fwk::getAttribute(*node, "serial").as<U32>(), node->ref(), node->byMatch(m)),
-            std::tuple(true, String("hello"), 0.25, 7u, leaf, 3u));
+  EXPECT_EQ(node->byMatch(m), 3u);
   EXPECT_EQ(fwk::getAttribute(*node, "leaf", U32{2}).as<Ptr<fwk::Entity>>().get(), leaf.get());
+  EXPECT_EQ(fwk::invoke(*node, "leafCountAbove", {U32{2}}).as<U32>(), 1u);
   fwk::delAttribute(*node, "leaf", U32{2});
   EXPECT_EQ(node->leaf(2), nullptr);
-  // Front ends write values parsed from text.
-  const fwk::AttrInfo& bySeq = type.attr("bySeq");
-  bySeq.set(*node, bySeq.keyType()->parse("0x10"), bySeq.valueType()->parse("hex"));
-  EXPECT_EQ(fwk::getAttribute(*node, "bySeq", U32{16}).as<String>(), "hex");
-  type.attr("color").set(*node, type.attr("color").valueType()->parse("red"));
-  EXPECT_EQ(fwk::getAttribute(*node, "color").strep(), "red");
-}
-
-TEST(ReflectionTest, OperationsRunByNameAndBadRequestsAreClearErrorsThatChangeNothing) {
-  Ptr<Node> node(new Node("n"));
-  node->leafIs(1)->countIs(5);
-  node->leafIs(2)->countIs(1);
-  const fwk::TypeInfo& type = Node::staticType();
-  EXPECT_EQ(std::tuple(type.ownOps().size(), type.ownOps()[0].name, type.op("rename").argTypes[1]->name),
-            std::tuple(std::size_t{3}, String("leafCountAbove"), String("bool")));
-  EXPECT_EQ(type.op("clear").resultType, nullptr);
-  EXPECT_EQ(fwk::invoke(*node, "leafCountAbove", {U32{2}}).as<U32>(), 1u);
   EXPECT_EQ(fwk::invoke(*node, "rename", {"abc", true}).as<String>(), "abcabc");
   Ptr<sample::BigNode> big(new sample::BigNode("b"));
   EXPECT_EQ(fwk::invoke(*big, "leafCountAbove", {U32{0}}).as<U32>(), 0u) << "found through the base";
   EXPECT_TRUE(fwk::invoke(*node, "clear").empty() && node->leaf().empty());
 
+  const fwk::TypeInfo& type = Node::staticType();
   EXPECT_THROW(fwk::invoke(*node, "explode"), fwk::NameError);
   EXPECT_THROW(fwk::getAttribute(*node, "nope"), fwk::NameError);
   EXPECT_THROW(fwk::setAttribute(*node, "flag", U32{1}), fwk::TypeConversionError);

@@ -1,10 +1,9 @@
-// The value machinery behind attributes and reflection: strings, enumerations by name and
-// number, records' equality, order, hashing and text, type-erased values and what they read
-// from text, and the fault injector's counting. A slip in any of these would pass every entity
-// test that only sets and reads.
+// The value machinery behind attributes and reflection: enumerations by name and number,
+// type-erased values and what they read from text, and the fault injector's counting. (Records'
+// equality, order and hashing are held field by field over the real rule records in the model
+// tests; strings are what every other test reads and writes.)
 #include <gtest/gtest.h>
 
-#include <set>
 #include <sstream>
 #include <string>
 
@@ -17,7 +16,6 @@ namespace {
 
 using fwk::String;
 using sample::Color;
-using sample::Match;
 
 template <class Error, class Fn>
 std::string messageOf(Fn fn) {
@@ -29,47 +27,15 @@ std::string messageOf(Fn fn) {
   return "no error";
 }
 
-TEST(ValueTest, StringsCompareOrderAndHashByContentAndShareTheirBytes) {
-  const String a("acl1");
-  EXPECT_TRUE(a == String(std::string("acl1")) && a.hash() == String(std::string("acl1")).hash());
-  EXPECT_EQ(String().hash(), String("").hash());
-  const std::set<String> ordered{String("acl2"), a, String("acl10"), String()};
-  EXPECT_EQ(std::vector<String>(ordered.begin(), ordered.end()),
-            (std::vector<String>{String(), a, String("acl10"), String("acl2")}));
-  String copy;
-  {
-    const String original("a longer string that lives on the heap");
-    copy = original;
-    EXPECT_EQ(copy.c_str(), original.c_str()) << "shared, not duplicated";
-  }
-  EXPECT_EQ(copy, "a longer string that lives on the heap");
-}
-
+// Names and numbers of enumerations are read everywhere text comes in; what only they show is
+// how a number that names nothing prints.
 TEST(ValueTest, EnumerationsGoByNameAndNumberAndRefuseTheRest) {
   EXPECT_EQ(stringValue(sample::blue_), "blue") << "the trailing underscore is not part of the name";
-  EXPECT_EQ(fwk::enumFromName<Color>("blue"), sample::blue_);
-  EXPECT_EQ(fwk::enumFromValue<Color>(0), sample::red);
   EXPECT_EQ(fwk::parseValue<Color>("1"), sample::green) << "a number that names one";
   EXPECT_EQ(messageOf<fwk::EnumError>([] { fwk::enumFromName<Color>("purple"); }), "'purple' is not a name of Color");
-  EXPECT_EQ(messageOf<fwk::EnumError>([] { fwk::enumFromValue<Color>(9); }), "9 is not a value of Color");
   std::ostringstream os;
   os << sample::green << ' ' << static_cast<Color>(9);
   EXPECT_EQ(os.str(), "green Color(9)") << "a stray number still prints";
-}
-
-TEST(ValueTest, RecordsCompareOrderHashAndPrintByEveryField) {
-  Match a;
-  Match b;
-  EXPECT_TRUE(a == b && a.hash() == b.hash());
-  b.tniIs(5);
-  EXPECT_TRUE(a != b && a < b && !(b < a) && a.hash() != b.hash()) << "a total order, field by field";
-  EXPECT_NE(a.hash(1), a.hash(2)) << "the seed is mixed in";
-  a.protocolIs(6);
-  EXPECT_TRUE(b < a) << "earlier fields decide first";
-  b.noteIs("x");
-  EXPECT_EQ(fwk::strep(b), "Match{tni=5, note=x}") << "only what differs from a default record";
-  EXPECT_EQ(messageOf<fwk::RangeError>([&] { b.tniIs(16777216); }), "Match::tni < 0 or > 16777215 not allowed");
-  EXPECT_EQ(b.tni(), 5u);
 }
 
 TEST(ValueTest, TypeErasedValuesKeepTheirTypeAndReadOnlyWholeNumbers) {
