@@ -4,6 +4,7 @@
 #include <functional>
 #include <ostream>
 #include <set>
+#include <span>
 #include <sstream>
 #include <vector>
 
@@ -448,13 +449,15 @@ struct Runner::Impl {
     std::string problem;  // what the model cannot express
   };
 
-  Observed observe() {
+  // Only what `reached` and `withStore` ask for is read: a step compares what it can change.
+  Observed observe(const std::function<bool(std::size_t)>& reached, bool withStore) {
     Observed o;
     for (std::size_t i = 0; i < sessions.size(); ++i) {
       if (!sessions[i]) continue;
       ApiSm& s = *sessions[i];
       Session& seen = o.sessions[i].emplace();
       seen.state = s.apiState();
+      if (!reached(i)) continue;
       if (const Ptr<AclSubConfig> sp = s.currentAcl()) {
         seen.scratchpad = listOf(*sp, model.sessions[i] ? model.sessions[i]->type : s.aclType(), o.problem);
         seen.lastCache = s.spLastSequenceNumber();
@@ -469,7 +472,7 @@ struct Runner::Impl {
       for (const auto& [remark, n] : s.spRemarkMap()) seen.remarkCounts[std::string(remark.text().view())] += n;
       for (const auto& [key, text] : s.errString()) seen.errString[key.str()] = text.str();
     }
-    for (AclType type : kTypes) {
+    for (AclType type : withStore ? kTypes : std::span<const AclType>()) {
       if (Ptr<::Acl::Input::AclTypeConfig> types = acl.config->config(type)) {
         for (const auto& [name, a] : types->acl()) {
           AclState& seen = o.acls[{type, name.str()}];
@@ -545,7 +548,7 @@ struct Runner::Impl {
 
   // The first line on which the library and the model differ; then the library's invariants.
   std::string compare(const std::function<bool(std::size_t)>& reached, bool withStore) {
-    std::istringstream library(render(observe(), reached, withStore));
+    std::istringstream library(render(observe(reached, withStore), reached, withStore));
     std::istringstream expected(
         render({model.sessions, model.acls, model.bindings, model.requestTime, ""}, reached, withStore));
     for (;;) {
