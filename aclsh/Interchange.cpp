@@ -47,6 +47,49 @@ std::vector<Client::ListEntry> readEntries(const std::string& path, AclType type
 
 }  // namespace
 
+// A change of whole lists and bindings through the pipeline; bad input is a CommandError.
+Client::Outcome Shell::Impl::applyChange(const Client::Change& change, const std::string& subject) {
+  try {
+    return Client::apply(library_, change);
+  } catch (const std::invalid_argument& e) {
+    throw CommandError(0, subject + ": " + e.what());
+  }
+}
+
+// A replace's or an import's outcome: each list and binding it changed, or why nothing did.
+void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject) {
+  using State = Client::Outcome::State;
+  if (!outcome.accepted()) {
+    std::string why;
+    for (const Client::Refusal& r : outcome.refusals) why += (why.empty() ? "" : ", ") + r.text();
+    const char* how = outcome.state == State::refused    ? "refused by the platform"
+                      : outcome.state == State::conflict ? "not applied"
+                                                         : "failed";
+    throw CommandError(0, subject + ": " + how + " (" + why + "): nothing changed");
+  }
+  for (const Client::ListReport& list : outcome.lists) {
+    const std::string name = listName(list.type, list.name);
+    if (!list.session) {
+      line(name + ": unchanged (" + counted(list.report.kept.size(), "kept") + ")");
+    } else {
+      settle(list.session, name, "replaced: " + summary(list.report));
+    }
+  }
+  std::size_t kept = 0;
+  for (const Client::BindingChange& change : outcome.bindings) {
+    const Client::Binding& b = change.binding;
+    if (change.kind == Client::BindingChange::Kind::kept) {
+      ++kept;
+      continue;
+    }
+    const bool attached = change.kind == Client::BindingChange::Kind::attached;
+    settle(
+        change.session, "interface " + b.interface.str(),
+        listName(b.type, b.list) + (attached ? " bound " : " unbound ") + std::string(stringValue(b.direction).view()));
+  }
+  if (kept != 0) line(counted(kept, kept == 1 ? "binding" : "bindings") + " unchanged");
+}
+
 std::string readFile(const std::string& path) {
   std::ifstream in(path);
   std::ostringstream text;
@@ -73,23 +116,20 @@ void Shell::Impl::replaceList(const Words& words) {
     throw CommandError(0, subject + (existing->standard() ? " is a standard list" : " is not a standard list"));
   }
   const std::vector<Client::ListEntry> entries = readEntries(std::string(words[nameAt + 1]), *type, standard);
-  Client::ReplaceResult r;
-  try {
-    r = Client::replaceList(library_, name, *type, entries, standard, /*cleanup=*/config_ != nullptr, config_.get());
-  } catch (const std::invalid_argument& e) {
-    throw CommandError(0, subject + ": " + e.what());
+  if (config_) {
+    Client::ReplaceResult r;
+    try {
+      r = Client::replaceList(library_, name, *type, entries, standard, /*cleanup=*/true, config_.get());
+    } catch (const std::invalid_argument& e) {
+      throw CommandError(0, subject + ": " + e.what());
+    }
+    if (!r.session) return line(subject + ": unchanged (" + counted(r.report.kept.size(), "kept") + ")");
+    if (r.state == AclApi::errReadOnly) throw CommandError(0, subject + " is read-only");
+    return line(subject + ": replaced: " + summary(r.report) + " in configuration session " + configName_);
   }
-  if (!r.session) return line(subject + ": unchanged (" + counted(r.report.kept.size(), "kept") + ")");
-  switch (r.state) {
-    case AclApi::errReadOnly:
-      throw CommandError(0, subject + " is read-only");
-    case AclApi::failed:
-    case AclApi::errRuleExists:
-    case AclApi::errSequenceOutOfRange:
-      throw CommandError(0, subject + ": the edit was refused (" + std::string(stringValue(r.state).view()) + ")");
-    default:
-      settle(r.session, subject, "replaced: " + summary(r.report));
-  }
+  Client::Change change;
+  change.lists.push_back({*type, name, standard, entries, std::nullopt, std::nullopt});
+  report(applyChange(change, subject), subject);
 }
 
 // import openconfig FILE
@@ -99,39 +139,19 @@ void Shell::Impl::importOpenConfig(const Words& words) {
   if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
   if (config_) throw CommandError(0, "import works on the running configuration: commit or abort the session first");
   const std::string path(words[2]);
-  Interchange::ImportResult r;
+  Interchange::Document document;
   try {
-    r = Interchange::importOpenConfig(library_, readFile(path));
+    document = Interchange::readOpenConfig(readFile(path));
   } catch (const Interchange::ImportError& e) {
     throw CommandError(0, path + ": " + e.what());
   }
-  for (const Interchange::Finding& f : r.findings) line("note: " + f.text());
-  for (const Interchange::ListOutcome& list : r.lists) {
-    const std::string subject = listName(list.type, list.name);
-    if (!list.result.session) {
-      line(subject + ": unchanged (" + counted(list.result.report.kept.size(), "kept") + ")");
-    } else {
-      settle(list.result.session, subject, "replaced: " + summary(list.result.report));
-    }
+  for (const Interchange::Finding& f : document.findings) line("note: " + f.text());
+  Client::Change change;
+  for (Interchange::List& list : document.lists) {
+    change.lists.push_back({list.type, list.name, false, std::move(list.entries), std::nullopt, std::nullopt});
   }
-  std::size_t kept = 0;
-  for (const Client::BindingChange& change : r.bindings ? r.bindings->changes : std::vector<Client::BindingChange>()) {
-    const Client::Binding& b = change.binding;
-    const std::string how = std::string(stringValue(b.direction).view());
-    if (change.kind == Client::BindingChange::Kind::kept) {
-      ++kept;
-      continue;
-    }
-    const bool attached = change.kind == Client::BindingChange::Kind::attached;
-    settle(change.session, "interface " + std::string(b.interface.view()),
-           listName(b.type, b.list) + (attached ? " bound " : " unbound ") + how);
-  }
-  if (kept != 0) line(counted(kept, kept == 1 ? "binding" : "bindings") + " unchanged");
-  if (!r.complete) {
-    throw CommandError(0, path +
-                              ": import stopped at the refusal above; what it reported before stands, the rest "
-                              "is untouched");
-  }
+  change.bindings = std::move(document.bindings);
+  report(applyChange(change, path), path);
 }
 
 // export openconfig [FILE]

@@ -38,6 +38,13 @@ void refuseEdit(ApiState state, std::size_t column, const std::string& list, std
   }
 }
 
+CommandError notBound(const Words& words, std::size_t at, AclType type, const String& name, bool named,
+                      const std::string& subject, const std::string& how) {
+  return CommandError(words.column(at + 2),
+                      (named ? Client::subjectOf(type, name) : std::string(Client::keyword(type)) + " access-list") +
+                          " is not bound " + how + " on " + subject);
+}
+
 std::string joined(const std::vector<std::string>& items) {
   std::string all;
   for (const std::string& item : items) all += (all.empty() ? "" : ", ") + item;
@@ -151,23 +158,21 @@ void Shell::Impl::commitList() {
   const ListEdit edit = *list_;
   list_.reset();
   const std::string name = listName(edit.type, edit.name);
-  const Ptr<Acl::AclConfig> live =
-      (config_ ? config_->config() : library_.mounts().config)->configIs(edit.type)->acl(edit.name);
-  const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
-  // Nothing edited: no commit, nothing for the dataplanes to do.
-  if (live && live->currCfg() && pending && pending->countersEnabled() == live->currCfg()->countersEnabled() &&
-      pending->fragmentsEnabled() == live->currCfg()->fragmentsEnabled() &&
-      Client::sameEntries(*pending, *live->currCfg(), edit.type)) {
-    line(name + ": unchanged");
-    return;
-  }
   if (config_) {
+    const Ptr<Acl::AclConfig> live = config_->config()->configIs(edit.type)->acl(edit.name);
+    const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
+    // Nothing edited: no commit.
+    if (live && live->currCfg() && pending && pending->countersEnabled() == live->currCfg()->countersEnabled() &&
+        pending->fragmentsEnabled() == live->currCfg()->fragmentsEnabled() &&
+        Client::sameEntries(*pending, *live->currCfg(), edit.type)) {
+      line(name + ": unchanged");
+      return;
+    }
     static_cast<void>(edit.session->commit());
     line(name + ": staged in configuration session " + configName_);
     return;
   }
-  static_cast<void>(edit.session->commitExt(false));
-  settle(edit.session, name, "committed");
+  report(Client::commit(library_, edit.session), name, "committed");
 }
 
 void Shell::Impl::removeList(AclType type, const String& name) {
@@ -176,22 +181,19 @@ void Shell::Impl::removeList(AclType type, const String& name) {
     line(listName(type, name) + ": removed from configuration session " + configName_);
     return;
   }
-  const Ptr<Acl::AclConfig> existing = library_.list(type, name);
-  const Ptr<ApiSm> session = newSession(name, type, AclApi::remove_, existing && existing->standard());
-  const bool bound = session->attachedToDp();
-  switch (session->remove()) {
-    case AclApi::succeeded:
-      line(listName(type, name) + ": removed");
-      if (bound) requestProgramming();
-      return;
-    case AclApi::errAclDoesNotExist:
-      throw CommandError(0, "there is no " + listName(type, name));
-    case AclApi::errReadOnly:
-      throw CommandError(0, listName(type, name) + " is read-only");
-    default:
-      throw CommandError(
-          0, listName(type, name) + ": not removed (" + std::string(stringValue(session->apiState()).view()) + ")");
+  if (!library_.list(type, name)) throw CommandError(0, "there is no " + listName(type, name));
+  const std::vector<Client::Binding> bindings = Client::bindingsOf(*library_.mounts().intfConfig);
+  const bool bound = std::any_of(bindings.begin(), bindings.end(),
+                                 [&](const Client::Binding& b) { return b.type == type && b.list == name; });
+  Client::Change change;
+  change.removals.emplace_back(type, name);
+  const Client::Outcome outcome = Client::apply(library_, change);
+  if (outcome.state == Client::Outcome::State::failed && !outcome.refusals.empty() &&
+      outcome.refusals.front().message == "read-only") {
+    throw CommandError(0, listName(type, name) + " is read-only");
   }
+  report(outcome, listName(type, name), "removed");
+  if (bound && outcome.accepted()) reportProgramming();
 }
 
 // ---- bindings ----------------------------------------------------------------------------------
@@ -208,24 +210,61 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
   if (words.size() > dirAt + 1) throw CommandError(words.column(dirAt + 1), "expected the end of the line");
   const std::string subject = "interface " + std::string(intf_->name.view());
   const std::string how = std::string(stringValue(dir).view());
-  if (!unbind) {
-    const Ptr<ApiSm> session = newSession(name, type, AclApi::attach_);
-    static_cast<void>(session->attach(intf_->name, dir));
-    settle(session, subject, listName(type, name) + " bound " + how);
+  if (config_) {
+    const Ptr<ApiSm> session = newSession(name, type, unbind ? AclApi::detach_ : AclApi::attach_);
+    const String bound = session->attachedAcl(intf_->name, dir);
+    if (unbind && (bound.empty() || (named && bound != name)))
+      throw notBound(words, at, type, name, named, subject, how);
+    static_cast<void>(unbind ? session->detach(intf_->name, dir) : session->attach(intf_->name, dir));
+    line(subject + ": " + listName(type, unbind ? bound : name) + (unbind ? " unbound " : " bound ") + how +
+         " in configuration session " + configName_);
     return;
   }
-  const Ptr<ApiSm> session = newSession(name, type, AclApi::detach_);
-  const String bound = session->attachedAcl(intf_->name, dir);
-  if (bound.empty() || (named && bound != name)) {
-    throw CommandError(words.column(at + 2),
-                       (named ? listName(type, name) : std::string(Client::keyword(type)) + " access-list") +
-                           " is not bound " + how + " on " + subject);
-  }
-  static_cast<void>(session->detach(intf_->name, dir));
-  settle(session, subject, listName(type, bound) + " unbound " + how);
+  std::vector<Client::Binding> bindings = Client::bindingsOf(*library_.mounts().intfConfig);
+  const auto here = std::find_if(bindings.begin(), bindings.end(), [&](const Client::Binding& b) {
+    return b.type == type && b.direction == dir && b.interface == intf_->name;
+  });
+  const String bound = here != bindings.end() ? here->list : String();
+  if (unbind && (bound.empty() || (named && bound != name))) throw notBound(words, at, type, name, named, subject, how);
+  if (here != bindings.end()) bindings.erase(here);
+  if (!unbind) bindings.push_back({intf_->name, dir, type, name});
+  Client::Change change;
+  change.bindings = std::move(bindings);
+  report(Client::apply(library_, change), subject,
+         listName(type, unbind ? bound : name) + (unbind ? " unbound " : " bound ") + how);
 }
 
 // ---- outcomes ----------------------------------------------------------------------------------
+
+void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject, const std::string& change) {
+  using State = Client::Outcome::State;
+  std::vector<std::string> why;
+  for (const Client::Refusal& r : outcome.refusals) why.push_back(r.subject == subject ? r.message : r.text());
+  switch (outcome.state) {
+    case State::unchanged:
+      line(subject + ": unchanged");
+      return;
+    case State::refused:
+      line(subject + ": " + change + ", refused by the platform (" + joined(why) + "): nothing changed");
+      return;
+    case State::conflict:
+      line(subject + ": not committed: " + joined(why) + "; this edit is dropped");
+      return;
+    case State::failed:
+      throw CommandError(0, subject + ": " + joined(why) + "; nothing changed");
+    default:
+      break;
+  }
+  for (const Client::ListReport& list : outcome.lists) {
+    if (list.session) settle(list.session, subject, change);
+  }
+  for (const Client::BindingChange& b : outcome.bindings) {
+    if (b.session) settle(b.session, subject, change);
+  }
+  for (const Ptr<ApiSm>& s : outcome.sessions) {
+    if (s->apiType() == AclApi::remove_) line(subject + ": " + change);
+  }
+}
 
 void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, const std::string& change) {
   if (config_) {
@@ -233,40 +272,11 @@ void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, 
     return;
   }
   const ApiState state = session->apiState();
-  switch (state) {
-    case AclApi::errSessionCreate:
-    case AclApi::errSessionDelete:
-    case AclApi::errSessionModify: {
-      // Never revert here: the session's revert would undo the other session's work.
-      const char* what = state == AclApi::errSessionCreate   ? "created"
-                         : state == AclApi::errSessionDelete ? "deleted"
-                                                             : "changed";
-      line(subject + ": not committed: another session " + what + " it since this edit began; this edit is dropped");
-      return;
-    }
-    case AclApi::errAclApi: {
-      std::vector<std::string> messages;
-      for (const auto& [key, message] : session->errString()) messages.emplace_back(message.view());
-      line(subject + ": refused: " + joined(messages));
-      return;
-    }
-    case AclApi::succeeded:
-    case AclApi::waitingForHw:
-    case AclApi::errHw:
-      break;
-    default:
-      line(subject + ": " + change + " (" + std::string(stringValue(state).view()) + ")");
-      return;
-  }
-  if (!platformAccepts(session, subject, change)) return;
-  // Accepted and programmed by every dataplane: nothing is left to revert, so the version the
-  // commit replaced goes (a commit still waiting lets go of it once it is programmed).
-  if (state == AclApi::succeeded) letGoOfReplaced(*session);
   std::string outcome = change;
   if (state == AclApi::succeeded && dataplanesWaitedFor() != 0) {
     outcome += session->attachedToDp() ? ", programmed by every dataplane" : " (bound to no interface yet)";
   } else if (state == AclApi::waitingForHw) {
-    outcome += ", waiting for " + joined(dataplanesBehind());
+    outcome += ", waiting for " + joined(library_.dataplanesBehind());
   } else if (state == AclApi::errHw) {
     outcome += ", but not programmed";
   }
@@ -296,59 +306,6 @@ void Shell::Impl::Outstanding::apiStateChanged() {
   }
   failed = state == AclApi::errHw;
   done = state == AclApi::succeeded;
-}
-
-bool Shell::Impl::platformAccepts(const Ptr<ApiSm>& session, const std::string& subject, const std::string& change) {
-  // The check writes its findings where the hardware wrote its errors: keep those.
-  std::vector<std::pair<String, String>> earlier(session->errString().begin(), session->errString().end());
-  session->errStringDelAll();
-  const bool accepted = session->dpAclOk();
-  std::vector<std::string> refusals;
-  for (const auto& [key, message] : session->errString()) refusals.emplace_back(message.view());
-  session->errStringDelAll();
-  for (const auto& [key, message] : earlier) session->errStringIs(key, message);
-  if (accepted) return true;
-  session->errStringDelAll();
-  const ApiState undone = undo(session);
-  line(subject + ": " + change + ", refused by the platform (" + joined(refusals) + "): undone" +
-       (undone == AclApi::succeeded || undone == AclApi::waitingForHw
-            ? ""
-            : " (" + std::string(stringValue(undone).view()) + ")"));
-  return false;
-}
-
-ApiState Shell::Impl::undo(const Ptr<ApiSm>& session) {
-  if (session->apiType() != AclApi::commit_ || session->currentAcl()) return session->revert();
-  // Every dataplane took the commit, so the session let go of the scratchpad revert needs; a
-  // second commit puts back the version it replaced, or removes the list it made.
-  const String& name = session->aclName();
-  const AclType type = session->aclType();
-  if (!session->origAclConfig()) return newSession(name, type, AclApi::remove_, session->standard())->remove();
-  const Ptr<ApiSm> again = newSession(name, type, AclApi::commit_, session->standard());
-  const Ptr<Acl::AclSubConfig> refused = again->currentAcl();
-  ApiState state = refused && (!refused->ruleBySequence().empty() || !refused->remarkBySequence().empty())
-                       ? again->removeRuleBySequence(0, again->maxSequence())
-                       : AclApi::succeeded;
-  if (const Ptr<Acl::AclSubConfig> before = session->origAclSubConfig()) {
-    for (const Client::ListEntry& entry : Client::entriesOf(*before, type)) {
-      if (state != AclApi::succeeded) break;
-      std::visit(
-          [&](const auto& body) {
-            using Body = std::decay_t<decltype(body)>;
-            if constexpr (std::is_same_v<Body, Acl::RemarkConfig>) state = again->addRemark(body, entry.sequence);
-            if constexpr (std::is_same_v<Body, Acl::IpRuleConfig>) state = again->addIpRule(entry.sequence, body);
-            if constexpr (std::is_same_v<Body, Acl::Ip6RuleConfig>) state = again->addIp6Rule(entry.sequence, body);
-            if constexpr (std::is_same_v<Body, Acl::MacRuleConfig>) state = again->addMacRule(entry.sequence, body);
-          },
-          entry.body);
-    }
-    if (state == AclApi::succeeded)
-      state = before->countersEnabled() ? again->enableCounters() : again->disableCounters();
-    if (state == AclApi::succeeded) {
-      state = before->fragmentsEnabled() ? again->enableFragments() : again->disableFragments();
-    }
-  }
-  return state == AclApi::succeeded ? again->commit() : state;
 }
 
 std::size_t Shell::Impl::dataplanesWaitedFor() const {
@@ -382,7 +339,7 @@ void Shell::Impl::revertFailed() {
     failed.reporting = false;
     std::string outcome = "change reverted";
     if (state == AclApi::succeeded) outcome += dataplanesWaitedFor() != 0 ? ", programmed by every dataplane" : "";
-    if (state == AclApi::waitingForHw) outcome += ", waiting for " + joined(dataplanesBehind());
+    if (state == AclApi::waitingForHw) outcome += ", waiting for " + joined(library_.dataplanesBehind());
     if (state == AclApi::errHw) outcome += ", but not programmed";
     line(failed.subject + ": " + outcome);
     if (state == AclApi::errHw) reportHardwareErrors(*failed.session);

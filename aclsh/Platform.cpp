@@ -241,24 +241,11 @@ void Shell::Impl::showDataplanes() {
   }
 }
 
-std::vector<std::string> Shell::Impl::dataplanesBehind() const {
-  std::vector<std::string> behind;
-  const double requested = library_.mounts().hwConfig->dpAclUpdateRequestTime();
-  for (const auto& [name, entity] : library_.mounts().statusDpDir->entity()) {
-    if (const auto dp = fwk::dynCast<const Acl::StatusDp>(Ptr<const fwk::Entity>(entity))) {
-      if (dp->waitForHwStatus() && dp->dpAclUpdateTime() < requested) behind.emplace_back(name.view());
-    }
-  }
-  return behind;
-}
-
-void Shell::Impl::requestProgramming() {
-  library_.mounts().hwConfig->dpAclUpdateRequestTimeIs(fwk::now());
-  const std::vector<std::string> behind = dataplanesBehind();
+void Shell::Impl::reportProgramming() {
   if (dataplanes_.empty()) return;
   std::string names;
-  for (const std::string& name : behind) names += (names.empty() ? "" : ", ") + name;
-  line(behind.empty() ? "  programmed by every dataplane" : "  the dataplanes program it: waiting for " + names);
+  for (const std::string& name : library_.dataplanesBehind()) names += (names.empty() ? "" : ", ") + name;
+  line(names.empty() ? "  programmed by every dataplane" : "  the dataplanes program it: waiting for " + names);
 }
 
 // ---- packet checks -----------------------------------------------------------------------------

@@ -130,7 +130,10 @@ void Shell::Impl::topCommand(const Words& words) {
   }
   if (verb == "commit") {
     if (!config_) throw CommandError(words.column(0), "no configuration session to commit");
-    return commitConfigSession();
+    const bool force = words.is(1, "force");
+    if (words.size() > (force ? 2 : 1))
+      throw CommandError(words.column(force ? 2 : 1), "expected force or the end of the line");
+    return commitConfigSession(force);
   }
   if (verb == "exit" || verb == "end") {
     if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
@@ -155,19 +158,29 @@ void Shell::Impl::interfaceCommand(const Words& words) {
 
 void Shell::Impl::openConfigSession(const std::string& name) {
   if (config_) throw CommandError(0, "configuration session " + configName_ + " is open already");
+  configOpenedOn_ = Client::runningSnapshot(library_);
   config_ = std::make_unique<Acl::AclConfigSession>(library_.mounts());
   configName_ = name;
 }
 
-void Shell::Impl::commitConfigSession() {
-  const bool changed = config_->commit();
+void Shell::Impl::commitConfigSession(bool overwrite) {
+  const std::string subject = "configuration session " + configName_;
+  const Client::Outcome outcome = Client::commit(library_, *config_, configOpenedOn_, overwrite);
+  using State = Client::Outcome::State;
+  if (outcome.state == State::conflict || outcome.state == State::refused) {
+    std::string why;
+    for (const Client::Refusal& r : outcome.refusals) why += (why.empty() ? "" : ", ") + r.text();
+    throw CommandError(0, subject + " not committed: " + why +
+                              (outcome.state == State::conflict ? "; commit force overwrites them" : "") +
+                              "; the session stays open");
+  }
   config_.reset();
-  if (!changed) {
-    line("configuration session " + configName_ + " committed: nothing changed");
+  if (outcome.state == State::unchanged) {
+    line(subject + " committed: nothing changed");
     return;
   }
-  line("configuration session " + configName_ + " committed: the running configuration changed");
-  requestProgramming();
+  line(subject + " committed: the running configuration changed");
+  reportProgramming();
 }
 
 std::string Shell::Impl::prompt() const {

@@ -5,6 +5,7 @@
 
 #include "aclkit/model/Family.h"
 #include "aclkit/platform/store/StateStore.h"
+#include "aclkit/platform/trace/Clock.h"
 
 namespace Client {
 
@@ -50,6 +51,21 @@ std::optional<std::string> Library::payloadRefusal(const Text::EntryBody& body, 
   if (payload->count() <= kept) return std::nullopt;
   return "a rule here may match at most " + std::to_string(kept) + " payload element" + (kept == 1 ? "" : "s") +
          " (this one has " + std::to_string(payload->count()) + "): an alias update would drop the rest";
+}
+
+std::vector<std::string> Library::dataplanesBehind() const {
+  std::vector<std::string> behind;
+  const double requested = mounts_.hwConfig->dpAclUpdateRequestTime();
+  for (const auto& [name, entity] : mounts_.statusDpDir->entity()) {
+    if (const auto dp = fwk::dynCast<const Acl::StatusDp>(Ptr<const fwk::Entity>(entity))) {
+      if (dp->waitForHwStatus() && dp->dpAclUpdateTime() < requested) behind.emplace_back(name.view());
+    }
+  }
+  return behind;
+}
+
+void Library::requestProgramming() const {
+  mounts_.hwConfig->dpAclUpdateRequestTimeIs(fwk::now());
 }
 
 std::string_view keyword(AclType type) {

@@ -64,6 +64,12 @@ class Library {
   // extra elements on the next update, and so match more than was written.
   [[nodiscard]] std::optional<std::string> payloadRefusal(const Text::EntryBody& body, AclType type) const;
 
+  // The dataplanes sessions wait for that have not yet programmed the latest request, by name.
+  [[nodiscard]] std::vector<std::string> dataplanesBehind() const;
+  // Asks every dataplane to program what is configured now: what a change that went around
+  // the edit sessions (a configuration session's commit) needs.
+  void requestProgramming() const;
+
  private:
   Acl::AclMounts mounts_;
 };

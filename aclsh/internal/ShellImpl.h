@@ -14,7 +14,7 @@
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/Acl/AclConfigSession.h"
 #include "aclkit/aclsh/Shell.h"
-#include "aclkit/client/Library.h"
+#include "aclkit/client/Change.h"
 
 namespace Agent {
 class Dataplane;
@@ -121,15 +121,13 @@ class Shell::Impl {
   void removeList(AclType type, const String& name);
   void bind(const Words& words, bool unbind);
   void revertFailed();
+  // Reports how a change through the client's pipeline ended: a refusal, a conflict, or where
+  // each session that wrote it is with the dataplanes. A failure is a CommandError.
+  void report(const Client::Outcome& outcome, const std::string& subject, const std::string& change);
   // Reports where a session that wrote to the running configuration ended, keeps it while
   // the dataplanes are still to answer or when `abort` may revert it.
   void settle(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
   void reportHardwareErrors(AclApi::ApiSm& session);
-  // The capability check of a list bound to the hardware: a change the platform cannot
-  // program is reverted by the session that wrote it. False when it was refused.
-  bool platformAccepts(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
-  // Undoes a change the platform refused after it was made.
-  AclApi::ApiState undo(const Ptr<AclApi::ApiSm>& session);
   [[nodiscard]] Ptr<AclApi::ApiSm> newSession(const String& name, AclType type, AclApi::ApiType api,
                                               bool standard = false) const;
   [[nodiscard]] std::string listName(AclType type, const String& name) const;
@@ -137,6 +135,8 @@ class Shell::Impl {
   // ---- declarative replace and OpenConfig (Interchange.cpp) ----
   void replaceList(const Words& words);
   void importOpenConfig(const Words& words);
+  Client::Outcome applyChange(const Client::Change& change, const std::string& subject);
+  void report(const Client::Outcome& outcome, const std::string& subject);
   void exportOpenConfig(const Words& words);
 
   // ---- show (Show.cpp) ----
@@ -154,15 +154,13 @@ class Shell::Impl {
   void dataplane(const Words& words, bool negated);
   void showDataplanes();
   void testPacket(const Words& words);
-  // The dataplanes that take part in hardware waits and have not caught up with the latest
-  // request.
-  [[nodiscard]] std::vector<std::string> dataplanesBehind() const;
-  // Asks every dataplane to program what is configured now (after a configuration session).
-  void requestProgramming();
+  // Where the dataplanes are with the latest request to program (after a change that went
+  // around the edit sessions).
+  void reportProgramming();
 
   // ---- configuration sessions ----
   void openConfigSession(const std::string& name);
-  void commitConfigSession();
+  void commitConfigSession(bool overwrite);
 
   void line(const std::string& text) { out_ << text << '\n'; }
   // How many dataplanes sessions wait for.
@@ -181,6 +179,7 @@ class Shell::Impl {
   std::optional<ListEdit> list_;
   std::optional<InterfaceEdit> intf_;
   std::unique_ptr<Acl::AclConfigSession> config_;
+  Client::Snapshot configOpenedOn_;  // the running configuration the candidate was taken from
   std::string configName_;
   std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
   std::vector<std::unique_ptr<Outstanding>> outstanding_;
