@@ -3,11 +3,13 @@
 // difference from the committed list; in words, or in JSON for scripts. And `write`, and
 // the atomic file write it shares with `export`.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -220,22 +222,48 @@ void Shell::Impl::write() {
 }
 
 void writeFile(const std::string& path, const std::string& text) {
-  const std::string temporary = path + ".tmp";
-  // A whole new file, synced, then renamed over the old one: a crash leaves one or the other.
-  const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  bool ok = fd >= 0;
-  for (std::size_t done = 0; ok && done < text.size();) {
+  // Through a symbolic link to the file it names, so that the link stays a link.
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::weakly_canonical(path, error);
+  if (error) throw CommandError(0, "could not write " + path + ": " + error.message());
+  struct stat existing {};
+  const bool exists = ::stat(target.c_str(), &existing) == 0;
+  if (exists && !S_ISREG(existing.st_mode)) throw CommandError(0, "could not write " + path + ": not a regular file");
+  // A whole new file beside the old one, unique to this writer (two writers never share it),
+  // with the old file's mode and owner, synced, then renamed over it and the directory synced:
+  // a crash or a failure leaves the old file or the new one, never a mix.
+  std::string temporary = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  const int fd = ::mkstemp(temporary.data());
+  const char* failed = fd < 0 ? "could not create a temporary file beside it" : nullptr;
+  int reason = errno;
+  // Each step runs only while every step before it went through.
+  auto step = [&](const char* what, auto&& run) {
+    if (failed) return;
+    if (!run()) {
+      failed = what;
+      reason = errno;
+    }
+  };
+  step("could not keep its mode", [&] { return ::fchmod(fd, exists ? existing.st_mode & 07777 : 0644) == 0; });
+  step("could not keep its owner", [&] { return !exists || ::fchown(fd, existing.st_uid, existing.st_gid) == 0; });
+  for (std::size_t done = 0; !failed && done < text.size();) {
     const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    ok = n > 0;
-    done += ok ? static_cast<std::size_t>(n) : 0;
+    step("could not write it", [&] { return n > 0; });
+    done += n > 0 ? static_cast<std::size_t>(n) : 0;
   }
-  ok = ok && ::fsync(fd) == 0;
-  if (fd >= 0) ok = ::close(fd) == 0 && ok;
-  ok = ok && std::rename(temporary.c_str(), path.c_str()) == 0;
-  if (!ok) {
-    const std::string reason = std::strerror(errno);
-    std::remove(temporary.c_str());
-    throw CommandError(0, "could not write " + path + ": " + reason);
+  step("could not sync it", [&] { return ::fsync(fd) == 0; });
+  if (fd >= 0 && ::close(fd) != 0 && !failed) {
+    failed = "could not close it";
+    reason = errno;
+  }
+  step("could not rename it into place", [&] { return std::rename(temporary.c_str(), target.c_str()) == 0; });
+  if (failed) {
+    if (fd >= 0) std::remove(temporary.c_str());
+    throw CommandError(0, "could not write " + path + ": " + failed + ": " + std::strerror(reason));
+  }
+  if (const int dir = ::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+    static_cast<void>(::fsync(dir));
+    ::close(dir);
   }
 }
 

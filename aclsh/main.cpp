@@ -5,11 +5,15 @@
 // Without SCRIPT it reads standard input: line by line with editing and history on a terminal,
 // as a script otherwise. In a script the first error stops aclsh with exit status 1, dropping
 // whatever edit is open, unless --continue-on-error (which still exits 1 at the end when any
-// line failed). With --config, aclsh first loads FILE when it exists and `write` saves there.
+// line failed). With --config, aclsh first loads FILE (none yet: it starts empty; one it cannot
+// read or load: it stops with exit status 2 or 1) and `write` saves there.
 #include <editline/readline.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -103,11 +107,24 @@ int main(int argc, char** argv) {
   fwk::StateStore store;
   aclsh::Shell shell(store, std::cout, std::cerr, args.options);
 
-  if (!args.options.configFile.empty()) {
-    if (std::ifstream saved(args.options.configFile); saved) {
-      if (!runScript(shell, saved, args.options.configFile, false) || !shell.finish()) {
+  if (const std::string& saved = args.options.configFile; !saved.empty()) {
+    // A missing file is a first run; anything else that cannot be read stops aclsh before a
+    // `write` could replace it with less than it holds.
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(saved, error);
+    if (status.type() != std::filesystem::file_type::not_found) {
+      std::ifstream in(saved);
+      if (error || !std::filesystem::is_regular_file(status) || !in) {
+        std::cerr << "aclsh: cannot read " << saved << ": "
+                  << (error ? error.message()
+                      : !in ? std::strerror(errno)
+                            : "not a regular file")
+                  << '\n';
+        return 2;
+      }
+      if (!runScript(shell, in, saved, false) || !shell.finish()) {
         shell.abandon();
-        std::cerr << "aclsh: " << args.options.configFile << " did not load\n";
+        std::cerr << "aclsh: " << saved << " did not load\n";
         return 1;
       }
     }

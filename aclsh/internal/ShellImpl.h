@@ -65,7 +65,9 @@ U32 number(const Words& words, std::size_t i, std::string_view what);
 AclDirection direction(const Words& words, std::size_t i);
 // "ip", "ipv6" or "mac".
 std::optional<AclType> family(std::string_view word);
-// Writes a whole new file, synced, then renamed over `path`; CommandError when that fails.
+// Writes a whole new file, synced, then renamed over `path` (through a symbolic link, keeping
+// the old file's mode and owner); CommandError, leaving the old file, when that fails or the
+// path is not a regular file.
 void writeFile(const std::string& path, const std::string& text);
 // The whole file, or CommandError naming it.
 std::string readFile(const std::string& path);

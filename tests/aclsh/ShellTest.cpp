@@ -60,12 +60,26 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   reloaded.out.str("");
   ASSERT_TRUE(reloaded.script(text.str()));
   EXPECT_EQ(reloaded.out.str().find("committed"), std::string::npos) << reloaded.out.str();
+  // Through a symbolic link the file it names is written, keeping its mode; the link stays.
+  std::filesystem::permissions(options.configFile,
+                               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  std::filesystem::create_symlink("startup.acl", dir / "link.acl");
+  aclsh::Options linked = options;
+  linked.configFile = (dir / "link.acl").string();
+  ShellRun viaLink(linked);
+  ASSERT_TRUE(viaLink.script(text.str() + "no mac access-list lab\nwrite"));
+  EXPECT_TRUE(std::filesystem::is_symlink(dir / "link.acl"));
+  EXPECT_EQ(std::filesystem::status(options.configFile).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  std::ostringstream written;
+  written << std::ifstream(options.configFile).rdbuf();
+  EXPECT_EQ(written.str(), viaLink.running());
   // A file that cannot replace what stands at its path (a directory) is not written, and no
   // temporary file is left behind.
   options.configFile = (dir / "taken").string();
   ShellRun blocked(options);
   EXPECT_FALSE(blocked.script("write"));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()), 2);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()), 3);
   std::filesystem::remove_all(dir);
   ShellRun unsaved;
   EXPECT_FALSE(unsaved.script("write"));
