@@ -2,7 +2,9 @@
 // back as itself and, typed again, commits nothing; and a conflict with another shell, which
 // is dropped, never reverted.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -74,6 +76,21 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   std::ostringstream written;
   written << std::ifstream(options.configFile).rdbuf();
   EXPECT_EQ(written.str(), viaLink.running());
+  // A write that fails half-way (here: past the file size limit) leaves the old file whole.
+  {
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{16, limit.rlim_max};
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const bool wrote = viaLink.script("write");
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_FALSE(wrote);
+    std::ostringstream kept;
+    kept << std::ifstream(options.configFile).rdbuf();
+    EXPECT_EQ(kept.str(), written.str());
+  }
   // A file that cannot replace what stands at its path (a directory) is not written, and no
   // temporary file is left behind.
   options.configFile = (dir / "taken").string();
