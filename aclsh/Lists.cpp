@@ -261,9 +261,9 @@ void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subj
   for (const Client::BindingChange& b : outcome.bindings) {
     if (b.session) settle(b.session, subject, change);
   }
-  for (const Ptr<ApiSm>& s : outcome.sessions) {
-    if (s->apiType() == AclApi::remove_) line(subject + ": " + change);
-  }
+  const bool removed = std::any_of(outcome.sessions.begin(), outcome.sessions.end(),
+                                   [](const Ptr<ApiSm>& s) { return s->apiType() == AclApi::remove_; });
+  if (removed) line(std::string(subject).append(": ").append(change));
 }
 
 void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, const std::string& change) {
