@@ -1,6 +1,7 @@
 #include "aclkit/aclsh/Shell.h"
 
 #include <charconv>
+#include <stdexcept>
 
 #include "aclkit/aclsh/internal/ShellImpl.h"
 #include "aclkit/agent/Dataplane.h"
@@ -69,6 +70,10 @@ bool Shell::Impl::run(std::string_view text, const Location& where) {
     if (e.column() != 0) err_ << ':' << e.column();
     err_ << ": " << e.what() << '\n';
   } catch (const fwk::Error& e) {
+    err_ << where.file << (where.file.empty() ? "" : ":") << where.line << ": " << e.what() << '\n';
+  } catch (const std::invalid_argument& e) {
+    // An entry no line can show (an imported address with host bits set): the command fails,
+    // not the shell.
     err_ << where.file << (where.file.empty() ? "" : ":") << where.line << ": " << e.what() << '\n';
   }
   return false;

@@ -23,8 +23,9 @@
 //     TEID and MPLS labels and traffic classes in decimal;
 //   - ethertypes and GRE protocol types as four hex digits (0x0800); masks, user-L4 values
 //     and payload patterns in hex without leading zeros (0xfff);
-//   - IPv4 addresses as any, host A, A/len (contiguous mask) or A MASK (any other mask);
-//     IPv6 as any, host A or A/len; MAC as any, host M or M MASK;
+//   - IPv4 addresses as any, host A, A/len (contiguous mask) or A WILDCARD (any other mask,
+//     written inverted: "10.0.0.0 0.255.0.255" matches on the first and third bytes);
+//     IPv6 as any, host A or A/len; MAC as any, host M or M MASK (a mask, not a wildcard);
 //   - a mask that equals the field's full width is left out ("outer-vlan 10", not
 //     "outer-vlan 10 mask 0xfff");
 //   - TCP flags from the lowest bit up (fin syn rst psh ack urg ece cwr ns), "syn" for a flag
@@ -34,6 +35,8 @@
 // Lossless: parse(format(r)) gives back r for every well-formed record r, and format of a
 // parsed canonical line gives the same line. A record is well-formed when every field a
 // match does not use holds its default:
+//   - an IPv4 or IPv6 address has no bit set outside its mask or prefix length (a line with
+//     one, "10.0.0.1/24" or "10.1.2.3 0.0.255.255", is a parse error);
 //   - a port or length match that is not a range has high 0 (and low 0 when it is "any"),
 //     and a range has low <= high;
 //   - an ICMP type or code needs protocol icmp (IPv4) or icmpv6 (IPv6), exactly, types and

@@ -11,6 +11,7 @@
 
 #include "aclkit/text/AclText.h"
 #include "aclkit/text/internal/Names.h"
+#include "aclkit/text/internal/Prefix.h"
 
 namespace Text {
 
@@ -59,29 +60,31 @@ class Line {
   std::string text_;
 };
 
-void ip4Address(Line& line, Ip4Addr addr, Ip4Addr mask) {
-  auto text = [](Ip4Addr a) {
-    U32 v = a.value();
+// `field` names the address, for a refusal: "src" or "dst".
+void ip4Address(Line& line, Ip4Addr addr, Ip4Addr mask, std::string_view field) {
+  auto text = [](U32 v) {
     return dec(v >> 24) + '.' + dec((v >> 16) & 0xFF) + '.' + dec((v >> 8) & 0xFF) + '.' + dec(v & 0xFF);
   };
   U32 m = mask.value();
-  int length = std::popcount(m);
-  bool contiguous = m == (length == 0 ? 0 : ~U32{0} << (32 - length));
-  if (addr.value() == 0 && m == 0) {
+  if (addr.value() & ~m) refuse(std::string(field) + " has bits outside " + std::string(field) + "Mask");
+  if (m == 0) {
     line << "any";
   } else if (m == 0xFFFFFFFF) {
-    line << "host" << text(addr);
-  } else if (contiguous) {
-    line << text(addr) + '/' + dec(static_cast<U64>(length));
+    line << "host" << text(addr.value());
+  } else if (mask.isPrefixMask()) {
+    line << text(addr.value()) + '/' + dec(static_cast<U64>(std::popcount(m)));
   } else {
-    line << text(addr) << text(mask);
+    line << text(addr.value()) << text(~m);  // the wildcard: set bits are the ones not matched
   }
 }
 
-void ip6Address(Line& line, Ip6Addr addr, U8 length) {
+void ip6Address(Line& line, Ip6Addr addr, U8 length, std::string_view field) {
+  if (internal::ip6Network(addr, length) != addr) {
+    refuse(std::string(field) + " has bits past " + std::string(field) + "PrefixLen");
+  }
   std::ostringstream text;
   text << addr;
-  if (addr == Ip6Addr() && length == 0) {
+  if (length == 0) {
     line << "any";
   } else if (length == 128) {
     line << "host" << text.str();
@@ -205,15 +208,15 @@ std::string ipLine(const Rule& rule) {
     if (f.protocolMask() != 0xFF) line << "mask" << hex(f.protocolMask());
   }
   if constexpr (ip4) {
-    ip4Address(line, f.src(), f.srcMask());
+    ip4Address(line, f.src(), f.srcMask(), "src");
   } else {
-    ip6Address(line, f.src(), f.srcPrefixLen());
+    ip6Address(line, f.src(), f.srcPrefixLen(), "src");
   }
   rangeMatch(line, f.srcPort(), "srcPort");
   if constexpr (ip4) {
-    ip4Address(line, f.dst(), f.dstMask());
+    ip4Address(line, f.dst(), f.dstMask(), "dst");
   } else {
-    ip6Address(line, f.dst(), f.dstPrefixLen());
+    ip6Address(line, f.dst(), f.dstPrefixLen(), "dst");
   }
   rangeMatch(line, f.dstPort(), "dstPort");
   icmpMessage(line, f, ip4 ? 1 : 58);
@@ -308,7 +311,7 @@ std::string formatStandard(const IpRuleConfig& rule) {
   if (!(rest == IpFilter()) || rule.vacl()) refuse("a standard list matches on the source address alone");
   Line line;
   line << stringValue(rule.action()).view();
-  ip4Address(line, rule.filter().src(), rule.filter().srcMask());
+  ip4Address(line, rule.filter().src(), rule.filter().srcMask(), "src");
   actions(line, rule);
   return line.take();
 }

@@ -11,6 +11,7 @@
 #include "aclkit/platform/fwk/Errors.h"
 #include "aclkit/text/AclText.h"
 #include "aclkit/text/internal/Names.h"
+#include "aclkit/text/internal/Prefix.h"
 
 namespace Text {
 
@@ -176,7 +177,9 @@ std::optional<Addr> readAddress(std::string_view text) {
   }
 }
 
-// any | host A | A/len | A MASK
+// any | host A | A/len | A WILDCARD, where the wildcard's set bits are the ones not matched.
+// An address with bits set where the mask does not look is refused rather than silently
+// cleared: the rule would match more than the line seems to say.
 std::pair<Ip4Addr, Ip4Addr> ip4Address(Cursor& in, std::string_view what) {
   if (in.accept("any")) return {};
   if (in.accept("host")) {
@@ -192,15 +195,22 @@ std::pair<Ip4Addr, Ip4Addr> ip4Address(Cursor& in, std::string_view what) {
   if (slash != std::string_view::npos) {
     std::optional<U64> length = readDigits(t.text.substr(slash + 1), 10);
     if (!length || *length > 32) Cursor::failAt(t, "a prefix length from 0 to 32");
-    return {*addr, Ip4Addr(*length == 0 ? 0 : ~U32{0} << (32 - *length))};
+    U32 mask = internal::ip4PrefixMask(static_cast<unsigned>(*length));
+    if (addr->value() & ~mask)
+      Cursor::failAt(t, "a network address (host bits of " + std::string(t.text) + " are set)");
+    return {*addr, Ip4Addr(mask)};
   }
-  Token m = in.take("an IPv4 mask or /length");
-  std::optional<Ip4Addr> mask = readAddress<Ip4Addr>(m.text);
-  if (!mask) Cursor::failAt(m, "an IPv4 mask or /length");
-  return {*addr, *mask};
+  Token w = in.take("an IPv4 wildcard or /length");
+  std::optional<Ip4Addr> wildcard = readAddress<Ip4Addr>(w.text);
+  if (!wildcard) Cursor::failAt(w, "an IPv4 wildcard or /length");
+  if (addr->value() & wildcard->value()) {
+    Cursor::failAt(
+        t, "a network address (don't-care bits of " + std::string(t.text) + ' ' + std::string(w.text) + " are set)");
+  }
+  return {*addr, Ip4Addr(~wildcard->value())};
 }
 
-// any | host A | A/len
+// any | host A | A/len, with no bit set past the length (as for IPv4)
 std::pair<Ip6Addr, U8> ip6Address(Cursor& in, std::string_view what) {
   if (in.accept("any")) return {};
   if (in.accept("host")) {
@@ -215,6 +225,9 @@ std::pair<Ip6Addr, U8> ip6Address(Cursor& in, std::string_view what) {
   if (!addr || slash == std::string_view::npos) Cursor::failAt(t, what);
   std::optional<U64> length = readDigits(t.text.substr(slash + 1), 10);
   if (!length || *length > 128) Cursor::failAt(t, "a prefix length from 0 to 128");
+  if (internal::ip6Network(*addr, static_cast<unsigned>(*length)) != *addr) {
+    Cursor::failAt(t, "a network address (host bits of " + std::string(t.text) + " are set)");
+  }
   return {*addr, static_cast<U8>(*length)};
 }
 
@@ -367,7 +380,7 @@ bool familyOption(Cursor& in, Ip6RuleConfig&, Ip6Filter& f, Seen& seen) {
 }
 
 // The source (or destination) of an IP filter, as its family writes addresses: IPv4 with a
-// mask, IPv6 with a prefix length.
+// prefix length or wildcard, IPv6 with a prefix length.
 template <class Filter>
 void sourceIs(Cursor& in, Filter& f) {
   if constexpr (std::is_same_v<Filter, Ip6Filter>) {

@@ -53,9 +53,9 @@ struct Row {
 
 // clang-format off: one row per line, like the table it pins
 const Row rows[] = {
-    {AclType::ip, "permit ip 0.0.0.0 255.0.255.0 any", "discontiguousMaskSupported", "discontiguous IP mask",
+    {AclType::ip, "permit ip 0.0.0.0 0.255.0.255 any", "discontiguousMaskSupported", "discontiguous IP mask",
      "discontiguous IP mask not supported"},
-    {AclType::ip, "permit ip any 0.0.0.0 255.255.0.255", "discontiguousMaskSupported", "discontiguous IP mask",
+    {AclType::ip, "permit ip any 0.0.0.0 0.0.255.0", "discontiguousMaskSupported", "discontiguous IP mask",
      "discontiguous IP mask not supported"},
     {AclType::ip, "permit ip any any mirror m", "ipMirrorSupported", "mirror", "mirror not supported",
      "<, mirroring action on IP ACL not supported"},

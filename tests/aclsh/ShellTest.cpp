@@ -10,7 +10,9 @@
 #include <sstream>
 
 #include "aclkit/aclsh/Shell.h"
+#include "aclkit/client/Replace.h"
 #include "aclkit/platform/store/StateStore.h"
+#include "tests/support/AclBuilders.h"
 
 namespace {
 
@@ -62,6 +64,17 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   reloaded.out.str("");
   ASSERT_TRUE(reloaded.script(text.str()));
   EXPECT_EQ(reloaded.out.str().find("committed"), std::string::npos) << reloaded.out.str();
+  // An entry no line can show (an address with host bits set, as an import may bring) fails
+  // the command rather than the shell, and the saved file is left as it was.
+  const Acl::IpRuleConfig hostBits = build::ruleWith<Acl::IpRuleConfig>(
+      [](Acl::IpFilter& f) { f.srcIs(Acl::Ip4Addr(0xC0000201)), f.srcMaskIs(Acl::Ip4Addr(0xFFFFFF00)); });
+  ASSERT_EQ(Client::replaceList(Client::Library(run.store), "odd", Acl::AclType::ip, {{10, hostBits}}).state,
+            AclApi::succeeded);
+  EXPECT_FALSE(run.script("write"));
+  EXPECT_EQ(run.err.str(), "test:1: no ACL line reads back as this record: src has bits outside srcMask\n");
+  std::ostringstream kept;
+  kept << std::ifstream(options.configFile).rdbuf();
+  EXPECT_EQ(kept.str(), text.str());
   // Through a symbolic link the file it names is written, keeping its mode; the link stays.
   std::filesystem::permissions(options.configFile,
                                std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
@@ -87,9 +100,9 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
     ::setrlimit(RLIMIT_FSIZE, &limit);
     std::signal(SIGXFSZ, oldHandler);
     EXPECT_FALSE(wrote);
-    std::ostringstream kept;
-    kept << std::ifstream(options.configFile).rdbuf();
-    EXPECT_EQ(kept.str(), written.str());
+    std::ostringstream afterFailure;
+    afterFailure << std::ifstream(options.configFile).rdbuf();
+    EXPECT_EQ(afterFailure.str(), written.str());
   }
   // A file that cannot replace what stands at its path (a directory) is not written, and no
   // temporary file is left behind.

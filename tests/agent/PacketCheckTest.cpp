@@ -58,7 +58,7 @@ TEST(PacketCheckTest, EachPacketHitsTheFirstEntryThatMatchesOrTheImplicitDeny) {
         "50 permit ip 198.51.100.0/24 any dscp 46 ttl gt 10", "60 permit tcp any any neq 8080 outer-vlan 100",
         "65 permit tcp mask 0xf0 any any eq 0",  // protocols 0 to 15, but ICMP has no ports
         "70 deny ip any any gre-proto 0x6558", "75 deny ip any any tracked",
-        "80 permit ip 10.0.0.3 255.0.0.255 any ip-length lt 100 ecn 1"},
+        "80 permit ip 10.0.0.3 0.255.255.0 any ip-length lt 100 ecn 1"},
        {{v4("10.1.1.1", "192.0.2.1", 6, 22), 10, D},
         {with(v4("10.1.1.1", "192.0.2.9", 6, 443), [](Packet& p) { p.tcpFlags = 0x12; }), 20, P},
         {with(v4("10.1.1.1", "192.0.2.9", 6, 443), [](Packet& p) { p.tcpFlags = 0x10; }), 0, D},

@@ -95,11 +95,12 @@ inline void anyBaseMatches(IpFilterBase& f, U8 icmp) {
   f.vrfIs(VrfName(sometimes(String(word(VrfName::maxLength)))));
 }
 
-// any, host, a prefix, or any other mask: every form a line has.
+// any, host, a prefix, or any other mask: every form a line has. No address bit is set
+// outside the mask, as no line can say that.
 inline std::pair<Ip4Addr, Ip4Addr> anyIp4Match() {
   const U32 length = upTo<U32>(32);
   U32 mask = *gen::element<U32>(0xFFFFFFFF, length == 0 ? 0 : ~U32{0} << (32 - length), *gen::arbitrary<U32>());
-  return sometimes(std::pair(Ip4Addr(*gen::arbitrary<U32>()), Ip4Addr(mask)));
+  return sometimes(std::pair(Ip4Addr(*gen::arbitrary<U32>() & mask), Ip4Addr(mask)));
 }
 
 inline IpRuleConfig anyIpRule() {
@@ -119,9 +120,17 @@ inline Ip6RuleConfig anyIp6Rule() {
   Ip6RuleConfig rule;
   Ip6Filter f;
   anyBaseMatches(f, 58);
-  auto anyIp6 = [] { return sometimes(Ip6Addr(*gen::arbitrary<U64>(), *gen::arbitrary<U64>())); };
-  auto anyLength = [] { return *gen::element<U8>(0, 128, upTo<U8>(128)); };
-  f.srcIs(anyIp6()), f.dstIs(anyIp6()), f.srcPrefixLenIs(anyLength()), f.dstPrefixLenIs(anyLength());
+  // An address with nothing set past its prefix length.
+  auto anyPrefix = [] {
+    const unsigned length = *gen::element<U8>(0, 128, upTo<U8>(128));
+    auto top = [](unsigned bits) { return bits >= 64 ? ~U64{0} : ~(~U64{0} >> bits); };
+    const U64 high = *gen::arbitrary<U64>() & top(length);
+    const U64 low = *gen::arbitrary<U64>() & top(length > 64 ? length - 64 : 0);
+    return std::pair(sometimes(Ip6Addr(high, low)), static_cast<U8>(length));
+  };
+  auto [src, srcLength] = anyPrefix();
+  auto [dst, dstLength] = anyPrefix();
+  f.srcIs(src), f.dstIs(dst), f.srcPrefixLenIs(srcLength), f.dstPrefixLenIs(dstLength);
   // A hop limit may be non-zero with kind any: both must come back.
   f.hopLimitKindIs(anyLimitKind()), f.hopLimitIs(sometimes(*gen::arbitrary<U8>()));
   rule.filterIs(f);

@@ -16,7 +16,7 @@ TEST(AclTextTest, LinesSetTheFieldsTheyName) {
       {AclType::ip, "permit tcp 10.0.0.0/8 host 192.0.2.1 eq https log",
        "IpRuleConfig{log=true, filter=IpFilter{protocol=6, protocolMask=255, dstPort=eq 443, src=10.0.0.0, "
        "srcMask=255.0.0.0, dst=192.0.2.1, dstMask=255.255.255.255}}"},
-      {AclType::ip, "permit udp any eq domain 198.51.100.0 255.255.255.0 range 1024 2047 count",
+      {AclType::ip, "permit udp any eq domain 198.51.100.0 0.0.0.255 range 1024 2047 count",
        "IpRuleConfig{count=true, filter=IpFilter{protocol=17, protocolMask=255, srcPort=eq 53, dstPort=range 1024 "
        "2047, dst=198.51.100.0, dstMask=255.255.255.0}}"},
       {AclType::ip, "deny icmp any any echo 0 established !syn dscp af41 mask 0x38 ttl gt 5 vlan 10 mask 0xff0",
@@ -54,23 +54,23 @@ struct Line {
   const char* canonical = nullptr;  // how it is written back, when not as it was read
 };
 
-// Other spellings (names for numbers, dotted masks, case, blanks, keywords of other families)
+// Other spellings (names for numbers, wildcards, case, blanks, keywords of other families)
 // all come out as the one canonical line. The round-trip property asks only that a written
 // line reads back; the few canonical lines here pin how a list is shown.
 TEST(AclTextTest, LinesAreWrittenBackInTheirCanonicalForm) {
   const Line lines[] = {
-      {AclType::ip, "permit udp 192.0.2.0 255.0.255.0 neq 53 192.0.2.7/0 gt 1023 mirror s1 copy-to-cpu count"},
+      {AclType::ip, "permit udp 192.0.2.0 0.255.0.255 neq 53 198.51.100.0/23 gt 1023 mirror s1 copy-to-cpu count"},
       {AclType::ip, "deny tcp mask 0xf0 any lt 80 any range 0 65535 fin !syn rst !psh ack urg ece !cwr ns"},
       {AclType::ip, "permit 10.0.0.0/8 log count", true},
       {AclType::mac, "permit any any mpls 16 mpls 17 mask 0xffff0 tc 0 mpls 18 tc 3 mask 0x5 payload 0 0x1 0x1 count"},
       {AclType::mac, "7 remark web servers: 192.0.2.0/24, ports 80 and 443"},
-      {AclType::ip, "PERMIT  TCP\t10.0.0.0 255.0.0.0 EQ WWW host 192.0.2.1 Established", false,
+      {AclType::ip, "PERMIT  TCP\t10.0.0.0 0.255.255.255 EQ WWW host 192.0.2.1 Established", false,
        "permit tcp 10.0.0.0/8 eq 80 host 192.0.2.1 ack"},
       {AclType::ip, "permit udp any range ntp snmp any eq syslog ttl 9", false,
        "permit udp any range 123 161 any eq 514 ttl 9"},
       {AclType::ip, "permit icmp any any time-exceeded log dscp ef mask 63 outer-vlan 0xa mask 4095", false,
        "permit icmp any any 11 dscp 46 outer-vlan 10 log"},
-      {AclType::ip, "permit ah 192.0.2.1 0.0.0.0 192.0.2.2/32", false, "permit ahp 192.0.2.1/0 host 192.0.2.2"},
+      {AclType::ip, "permit ah 0.0.0.0 255.255.255.255 192.0.2.2 0.0.0.0", false, "permit ahp any host 192.0.2.2"},
       {AclType::ipv6, "permit icmp any any echo", false, "permit icmpv6 any any 128"},
       {AclType::ipv6, "permit ah any any", false, "permit ahp any any"},
       {AclType::ipv6, "permit ip ::/0 2001:DB8::1/128", false, "permit ipv6 any host 2001:db8::1"},
@@ -91,8 +91,12 @@ TEST(AclTextTest, BadLinesSayWhatWasExpectedAndWhere) {
       {{AclType::ip, "permit tcp any range 2000 1999 any"},
        "expected a port number or name not below 2000 at column 27"},
       {{AclType::ip, "permit tcp any"}, "expected a destination address, host or any at column 15"},
-      {{AclType::ip, "permit tcp 10.0.0.0 any"}, "expected an IPv4 mask or /length at column 21"},
+      {{AclType::ip, "permit tcp 10.0.0.0 any"}, "expected an IPv4 wildcard or /length at column 21"},
       {{AclType::ip, "permit tcp 10.0.0.0/33 any"}, "expected a prefix length from 0 to 32 at column 12"},
+      {{AclType::ip, "permit 10.0.0.1/24", true},
+       "expected a network address (host bits of 10.0.0.1/24 are set) at column 8"},
+      {{AclType::ip, "permit ip any 10.1.2.3  0.0.255.255"},
+       "expected a network address (don't-care bits of 10.1.2.3 0.0.255.255 are set) at column 15"},
       {{AclType::ip, "permit bogus any any"}, "expected a protocol name or number at column 8"},
       {{AclType::ip, "allow ip any any"}, "expected permit, deny or remark at column 1"},
       {{AclType::ip, "4294967296 permit ip any any"}, "expected a sequence number from 0 to 4294967295 at column 1"},
@@ -112,6 +116,8 @@ TEST(AclTextTest, BadLinesSayWhatWasExpectedAndWhere) {
       {{AclType::ip, "permit any any", true},
        "expected log, mirror, copy-to-cpu, count or the end of the line at column 12"},
       {{AclType::ipv6, "permit ipv6 2001:db8::1 any"}, "expected a source prefix, host or any at column 13"},
+      {{AclType::ipv6, "permit ipv6 any 2001:db8::1/32"},
+       "expected a network address (host bits of 2001:db8::1/32 are set) at column 17"},
       {{AclType::ipv6, "permit ipv6 any any ttl 5"}, "expected an option or the end of the line at column 21"},
       {{AclType::mac, "permit any 00:00:5e:00:53:01"}, "expected a MAC mask at column 29"},
       {{AclType::mac, "permit any any mpls 16 mpls 16"}, "expected an MPLS label not given before at column 29"},
@@ -152,6 +158,9 @@ TEST(AclTextTest, RecordsNoLineCanHoldAreRefused) {
       {"payload text spacing",
        ruleWith<IpRuleConfig>([](auto& f) { f.payloadIs(PayloadSpec("1,0x1,0x1,,  2,0x2,0x2,,")); })},
       {"mpls key", ruleWith<MacRuleConfig>([&](auto& f) { f.mplsIs(mpls); })},
+      {"src outside its mask",
+       ruleWith<IpRuleConfig>([](auto& f) { f.srcIs(Ip4Addr(0xC0000201)), f.srcMaskIs(Ip4Addr(0xFF00FF00)); })},
+      {"dst past its prefix", ruleWith<Ip6RuleConfig>([](auto& f) { f.dstIs(Ip6Addr(0, 1)), f.dstPrefixLenIs(127); })},
       {"vrf with blank", ruleWith<IpRuleConfig>([](auto& f) { f.vrfIs(VrfName("a b")); })},
       {"remark with line break", RemarkConfig("one\ntwo")},
   };
