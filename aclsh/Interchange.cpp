@@ -60,8 +60,7 @@ Client::Outcome Shell::Impl::applyChange(const Client::Change& change, const std
 void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject) {
   using State = Client::Outcome::State;
   if (!outcome.accepted()) {
-    std::string why;
-    for (const Client::Refusal& r : outcome.refusals) why += (why.empty() ? "" : ", ") + r.text();
+    const std::string why = reasons(outcome, subject);
     const char* how = outcome.state == State::refused    ? "refused by the platform"
                       : outcome.state == State::conflict ? "not applied"
                                                          : "failed";

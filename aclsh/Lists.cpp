@@ -53,6 +53,12 @@ std::string joined(const std::vector<std::string>& items) {
 
 }  // namespace
 
+std::string reasons(const Client::Outcome& outcome, const std::string& subject) {
+  std::vector<std::string> all;
+  for (const Client::Refusal& r : outcome.refusals) all.push_back(r.subject == subject ? r.message : r.text());
+  return joined(all);
+}
+
 std::string Shell::Impl::listName(AclType type, const String& name) const {
   return std::string(Client::keyword(type)) + " access-list " + std::string(name.view());
 }
@@ -238,20 +244,19 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
 
 void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject, const std::string& change) {
   using State = Client::Outcome::State;
-  std::vector<std::string> why;
-  for (const Client::Refusal& r : outcome.refusals) why.push_back(r.subject == subject ? r.message : r.text());
+  const std::string why = reasons(outcome, subject);
   switch (outcome.state) {
     case State::unchanged:
       line(subject + ": unchanged");
       return;
     case State::refused:
-      line(subject + ": " + change + ", refused by the platform (" + joined(why) + "): nothing changed");
+      line(subject + ": " + change + ", refused by the platform (" + why + "): nothing changed");
       return;
     case State::conflict:
-      line(subject + ": not committed: " + joined(why) + "; this edit is dropped");
+      line(subject + ": not committed: " + why + "; this edit is dropped");
       return;
     case State::failed:
-      throw CommandError(0, subject + ": " + joined(why) + "; nothing changed");
+      throw CommandError(0, subject + ": " + why + "; nothing changed");
     default:
       break;
   }

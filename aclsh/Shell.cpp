@@ -173,8 +173,7 @@ void Shell::Impl::commitConfigSession(bool overwrite) {
   const Client::Outcome outcome = Client::commit(library_, *config_, configOpenedOn_, overwrite);
   using State = Client::Outcome::State;
   if (outcome.state == State::conflict || outcome.state == State::refused) {
-    std::string why;
-    for (const Client::Refusal& r : outcome.refusals) why += (why.empty() ? "" : ", ") + r.text();
+    const std::string why = reasons(outcome, subject);
     throw CommandError(0, subject + " not committed: " + why +
                               (outcome.state == State::conflict ? "; commit force overwrites them" : "") +
                               "; the session stays open");

@@ -69,6 +69,9 @@ std::optional<AclType> family(std::string_view word);
 // the old file's mode and owner); CommandError, leaving the old file, when that fails or the
 // path is not a regular file.
 void writeFile(const std::string& path, const std::string& text);
+// Why a change did not go through, the reasons joined; a reason about `subject` itself goes
+// without repeating it.
+std::string reasons(const Client::Outcome& outcome, const std::string& subject);
 // The whole file, or CommandError naming it.
 std::string readFile(const std::string& path);
 
