@@ -232,7 +232,10 @@ void writeFile(const std::string& path, const std::string& text) {
   // A whole new file beside the old one, unique to this writer (two writers never share it),
   // with the old file's mode and owner, synced, then renamed over it and the directory synced:
   // a crash or a failure leaves the old file or the new one, never a mix.
-  std::string temporary = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  std::string hidden = ".";
+  hidden += target.filename().string();
+  hidden += ".XXXXXX";
+  std::string temporary = (target.parent_path() / hidden).string();
   const int fd = ::mkstemp(temporary.data());
   const char* failed = fd < 0 ? "could not create a temporary file beside it" : nullptr;
   int reason = errno;
