@@ -153,17 +153,24 @@ void Shell::Impl::importOpenConfig(const Words& words) {
   report(applyChange(change, path), path);
 }
 
-// export openconfig [FILE]
+// export openconfig [skip-inexact] [FILE]
 void Shell::Impl::exportOpenConfig(const Words& words) {
   if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
-  if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
-  const Interchange::ExportResult r = Interchange::exportOpenConfig(library_);
-  if (words[2].empty()) {
+  const bool skip = words.is(2, "skip-inexact");
+  const std::size_t fileAt = skip ? 3 : 2;
+  if (words.size() > fileAt + 1) throw CommandError(words.column(fileAt + 1), "expected the end of the line");
+  Interchange::ExportResult r;
+  try {
+    r = Interchange::exportOpenConfig(library_, {.skipLists = skip});
+  } catch (const Interchange::ExportError& e) {
+    throw CommandError(0, std::string(e.what()) + " (skip-inexact leaves such lists out)");
+  }
+  if (words[fileAt].empty()) {
     out_ << r.json;
     for (const Interchange::Finding& f : r.findings) err_ << "note: " << f.text() << '\n';
     return;
   }
-  const std::string path(words[2]);
+  const std::string path(words[fileAt]);
   writeFile(path, r.json);
   for (const Interchange::Finding& f : r.findings) line("note: " + f.text());
   line("openconfig written to " + path);

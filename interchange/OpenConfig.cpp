@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <bit>
-#include <cassert>
 #include <cctype>
 #include <charconv>
-#include <exception>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -13,10 +12,14 @@
 #include <sstream>
 #include <tuple>
 
+#include "aclkit/interchange/internal/Mapping.h"
+#include "aclkit/text/AclText.h"
+
 namespace Interchange {
 
 using nlohmann::json;
 using namespace Acl;
+using namespace internal;
 
 namespace {
 
@@ -49,11 +52,97 @@ constexpr Named tcpFlags[] = {{"TCP_FIN", 0x01}, {"TCP_SYN", 0x02}, {"TCP_RST", 
                               {"TCP_ACK", 0x10}, {"TCP_URG", 0x20}, {"TCP_ECE", 0x40}, {"TCP_CWR", 0x80}};
 constexpr U16 synAck = 0x02 | 0x10;
 
-// "openconfig-acl:ACL_IPV4" and "ACL_IPV4" name the same identity.
-std::string_view bare(std::string_view name) {
-  const std::size_t colon = name.rfind(':');
-  return colon == std::string_view::npos ? name : name.substr(colon + 1);
-}
+// ICMP types and codes as openconfig-icmpv4-types and -icmpv6-types name them (the models'
+// spellings kept); a code's identity names its type as well. Values are the IANA ones: the
+// ICMPv6 model's text gives mobile prefix solicitation 147, the registry 146.
+struct IcmpCode {
+  const char* name;
+  U16 type;
+  U16 code;
+};
+// clang-format off
+constexpr Named icmp4Types[] = {
+    {"ECHO_REPLY", 0}, {"DST_UNREACHABLE", 3}, {"REDIRECT", 5}, {"ECHO", 8},
+    {"ROUTER_ADVERTISEMENT", 9}, {"ROUTER_SOLICITATION", 10}, {"TIME_EXCEEDED", 11}, {"PARAM_PROBLEM", 12},
+    {"TIMESTAMP", 13}, {"TIMESTAMP_REPLY", 14}, {"TRACEROUTE", 30}, {"PHOTURIS", 40},
+    {"EXT_ECHO_REQUEST", 42}, {"EXT_ECHO_REPLY", 43}};
+constexpr IcmpCode icmp4Codes[] = {
+    {"ECHO_REPLY_NONE", 0, 0},
+    {"DST_UNREACHABLE_NET", 3, 0}, {"DST_UNREACHABLE_HOST", 3, 1}, {"DST_UNREACHABLE_PROTOCOL", 3, 2},
+    {"DST_UNREACHABLE_PORT", 3, 3}, {"DST_UNREACHABLE_CANNOT_FRAGMENT", 3, 4},
+    {"DST_UNREACHABLE_SRC_ROUTE_FAILED", 3, 5}, {"DST_UNREACHABLE_DST_NET_UNKNOWN", 3, 6},
+    {"DST_UNREACHABLE_DST_HOST_UNKNOWN", 3, 7}, {"DST_UNREACHABLE_SRC_HOST_ISOLATED", 3, 8},
+    {"DST_UNREACHABLE_DST_NET_ADMIN_PROHIBITED", 3, 9}, {"DST_UNREACHABLE_DST_HOST_ADMIN_PROHIBITED", 3, 10},
+    {"DST_UNREACHABLE_NET_UNREACHABLE_FOR_TOS", 3, 11}, {"DST_UNREACHABLE_HOST_UNREACHABLE_FOR_TOS", 3, 12},
+    {"DST_UNREACHABLE_ADMIN_PROHIBITED", 3, 13}, {"DST_UNREACHABLE_HOST_PRECEDENCE_VIOLATION", 3, 14},
+    {"DST_UNREACHABLE_PRECEDENCE_CUTOFF", 3, 15},
+    {"REDIRECT_NETWORK", 5, 0}, {"REDIRECT_HOST", 5, 1}, {"REDIRECT_TOS_NETWORK", 5, 2}, {"REDIRECT_TOS_HOST", 5, 3},
+    {"ECHO_NO_CODE", 8, 0},
+    {"ROUTER_ADVERTISEMENT_NORMAL", 9, 0}, {"ROUTER_ADVERTISEMENT_DOES_NOT_ROUTE_COMMON", 9, 16},
+    {"ROUTER_SELECTION_NO_CODE", 10, 0},
+    {"TIME_EXCEEDED_IN_TRANSIT", 11, 0}, {"TIME_EXCEEDED_FRAGMENT_REASSEMBLY_IN_TRANSIT", 11, 1},
+    {"PARAM_PROBLEM_POINTER_INDICATES_ERR", 12, 0}, {"PARAM_PROBLEM_MISSING_REQ_OPTION", 12, 1},
+    {"PARAM_PROBLEM_BAD_LENGTH", 12, 2},
+    {"TIMESTAMP_NO_CODE", 13, 0}, {"TIMESTAMP_REPLY_NO_CODE", 14, 0},
+    {"PHOTURIS_BAD_SPI", 40, 0}, {"PHOTURIS_AUTH_FAILED", 40, 1}, {"PHOTURIS_DECOMPRESS_FAILED", 40, 2},
+    {"PHOTURIS_DECRYPTION_FAILED", 40, 3}, {"PHOTURIS_NEED_AUTHENTICATION", 40, 4},
+    {"PHOTURIS_NEED_AUTHORIZATION", 40, 5},
+    {"EXT_ECHO_REQUEST_NO_ERROR", 42, 0},
+    {"EXT_ECHO_REPLY_NO_ERROR", 43, 0}, {"EXT_ECHO_REPLY_MALFORMED_QUERY", 43, 1},
+    {"EXT_ECHO_REPLY_NO_SUCH_INTF", 43, 2}, {"EXT_ECHO_REPLY_NO_SUB_TABLE_ENTRY", 43, 3},
+    {"EXT_ECHO_REPLY_MULTIPLE_INTF_SATISFY_QUERY", 43, 4}};
+constexpr Named icmp6Types[] = {
+    {"DESTINATION_UNREACHABLE", 1}, {"PACKET_TOO_BIG", 2}, {"TIME_EXCEEDED", 3}, {"PARAMETER_PROBLEM", 4},
+    {"ECHO_REQUEST", 128}, {"ECHO_REPLY", 129}, {"MULTICAST_LISTENER_QUERY", 130},
+    {"MULTICAST_LISTENER_REPORT", 131}, {"MULTICAST_LISTENER_DONE", 132}, {"ROUTER_SOLICITATION", 133},
+    {"ROUTER_ADVERTISEMENT", 134}, {"NEIGHBOR_SOLICITATION", 135}, {"NEIGHBOR_ADVERTISEMENT", 136},
+    {"REDIRECT", 137}, {"RENUNBERING", 138}, {"NODE_INFORMATION_QUERY", 139}, {"NODE_INFORMATION_RESPONSE", 140},
+    {"INVERSE_NEIGHBOR_SOLICITATION", 141}, {"INVERSE_NEIGHBOR_ADVERTISEMENT", 142},
+    {"VERSION2_MULTICAST_LISTENER", 143}, {"HOME_AGENT_ADDRESS_DISCOVERY_REQUEST", 144},
+    {"HOME_AGENT_ADDRESS_DISCOVERY_REPLY", 145}, {"MOBILE_PREFIX_SOLICITATION", 146},
+    {"MOBILE_PREFIX_ADVERTISEMENT", 147}, {"CERTIFICATION_PATH_SOLICITATION", 148},
+    {"CERTIFICATION_PATH_ADVERTISEMENT", 149}, {"MULTICAST_ROUTER_ADVERTISEMENT", 151},
+    {"MULTICAST_ROUTER_SOLICITATION", 152}, {"MULTICAST_ROUTER_TERMINATION", 153}, {"FMIPV6", 154},
+    {"RPL_CONTROL", 155}, {"ILNPV6_LOCATOR_UPDATE", 156}, {"DUPLICATE_ADDRESS_REQUEST", 157},
+    {"DUPLICATE_ADDRESS_CONFIRMATION", 158}, {"MPL_CONTROL", 159}, {"EXT_ECHO_REQUEST", 160},
+    {"EXT_ECHO_REPLY", 161}};
+constexpr IcmpCode icmp6Codes[] = {
+    {"DST_UNREACHABLE_NO_ROUTE_TO_DST", 1, 0}, {"DST_UNREACHABLE_DST_ADMIN_PROHIBITED", 1, 1},
+    {"DST_UNREACHABLE_BEYOND_SCOPE_OF_SRC", 1, 2}, {"DST_UNREACHABLE_ADDR", 1, 3}, {"DST_UNREACHABLE_PORT", 1, 4},
+    {"DST_UNREACHABLE_SRC_ADDR_FAILED_POLICY", 1, 5}, {"DST_UNREACHABLE_REJECT_ROUTE_TO_DST", 1, 6},
+    {"DST_UNREACHABLE_ERR_IN_SRC_ROUTING_HDR", 1, 7}, {"DST_UNREACHABLE_HDRS_TOO_LONG", 1, 8},
+    {"PACKET_TOO_BIG_NO_CODE", 2, 0},
+    {"TIME_EXCEEDED_HOP_LIMIT", 3, 0}, {"TIME_EXCEEDED_FRAGMENT_REASSEMBLY", 3, 1},
+    {"PARAM_PROBLEM_ERR_HDR_FIELD", 4, 0}, {"PARAM_PROBLEM_UNRECOGNIZED_NET_HDR_TYPE", 4, 1},
+    {"PARAM_PROBLEM_UNRECOGNIZED_IPV6_OPT", 4, 2}, {"PARAM_PROBLEM_INCOMPLETE_HDR_CHAIN", 4, 3},
+    {"PARAM_PROBLEM_SR_UPPER_HDR_ERR", 4, 4}, {"PARAM_PROBLEM_UNRECOGNIZED_NEXT_HDR_TYPE", 4, 5},
+    {"PARAM_PROBLEM_EXT_HDR_TOO_BIG", 4, 6}, {"PARAM_PROBLEM_EXT_HDR_CHAIN_TOO_LONG", 4, 7},
+    {"PARAM_PROBLEM_TOO_MANY_EXT_HDRS", 4, 8}, {"PARAM_PROBLEM_TOO_MANY_OPTS", 4, 9},
+    {"PARAM_PROBLEM_OPT_TOO_BIG", 4, 10},
+    {"ECHO_REQUEST_NO_CODE", 128, 0}, {"ECHO_REPLY_NO_CODE", 129, 0},
+    {"MULTICAST_LISTENER_QUERY_NO_CODE", 130, 0}, {"MULTICAST_LISTENER_REPORT_NO_CODE", 131, 0},
+    {"MULTICAST_LISTENER_DONE_NO_CODE", 132, 0}, {"ROUTER_SOLICITATION_NO_CODE", 133, 0},
+    {"ROUTER_ADVERTISEMENT_NO_CODE", 134, 0}, {"NEIGHBOR_SOLICITATION_NO_CODE", 135, 0},
+    {"NEIGHBOR_ADVERTISEMENT_NO_CODE", 136, 0}, {"REDIRECT_NO_CODE", 137, 0},
+    {"RENUMBERING_COMMAND", 138, 0}, {"RENUNBERING_RESULT", 138, 1}, {"RENUNBERING_SEQ_NUM_RESET", 138, 255},
+    {"NODE_INFORMATION_QUERY_IPV6_ADDR", 139, 0}, {"NODE_INFORMATION_QUERY_NAME", 139, 1},
+    {"NODE_INFORMATION_QUERY_IPV4_ADDR", 139, 2},
+    {"NODE_INFORMATION_RESPONSE_SUCCESS", 140, 0}, {"NODE_INFORMATION_RESPONSE_REFUSED", 140, 1},
+    {"NODE_INFORMATION_RESPONSE_UNKNOWN", 140, 2},
+    {"INVERSE_NEIGHBOR_SOLICITATION_NO_CODE", 141, 0}, {"INVERSE_NEIGHBOR_ADVERTISEMENT_NO_CODE", 142, 0},
+    {"HOME_AGENT_ADDRESS_DISCOVERY_REQUEST_NO_CODE", 144, 0}, {"HOME_AGENT_ADDRESS_DISCOVERY_REPLY_NO_CODE", 145, 0},
+    {"MOBILE_PREFIX_SOLICITATION_NO_CODE", 146, 0}, {"MOBILE_PREFIX_ADVERTISEMENT_NO_CODE", 147, 0},
+    {"DUPLICATE_ADDRESS_REQUEST_DAR", 157, 0}, {"DUPLICATE_ADDRESS_REQUEST_EDAR_ROVR64", 157, 1},
+    {"DUPLICATE_ADDRESS_REQUEST_EDAR_ROVR128", 157, 2}, {"DUPLICATE_ADDRESS_REQUEST_EDAR_ROVR192", 157, 3},
+    {"DUPLICATE_ADDRESS_REQUEST_EDAR_ROVR256", 157, 4},
+    {"DUPLICATE_ADDRESS_REPLY_DAC", 158, 0}, {"DUPLICATE_ADDRESS_REPLY_EDAC_ROVR64", 158, 1},
+    {"DUPLICATE_ADDRESS_REPLY_EDAC_ROVR128", 158, 2}, {"DUPLICATE_ADDRESS_REPLY_EDAC_ROVR192", 158, 3},
+    {"DUPLICATE_ADDRESS_REPLY_EDAC_ROVR256", 158, 4},
+    {"EXT_ECHO_REQUEST_NO_ERROR", 160, 0},
+    {"EXT_ECHO_REPLY_NO_ERROR", 161, 0}, {"EXT_ECHO_REPLY_MALFORMED_QUERY", 161, 1},
+    {"EXT_ECHO_REPLY_NO_SUCH_INTERFACE", 161, 2}, {"EXT_ECHO_REPLY_NO_SUCH_TABLE_ENTRY", 161, 3},
+    {"EXT_ECHO_REPLY_MULTIPLE_INTF_SATISFY_QUERY", 161, 4}};
+// clang-format on
 
 std::string listLabel(const String& name, AclType type) {
   return std::string(name.view()) + " (" + identityOf(type) + ")";
@@ -66,347 +155,356 @@ std::string str(const T& value) {
   return os.str();
 }
 
-// ---- reading ---------------------------------------------------------------------------------
+// ---- conversions: how a leaf's value and the model's stand for each other --------------------
 
-// A number, or a string of digits (RFC 7951 writes 64-bit numbers so, and some writers every
-// number).
-std::optional<std::uint64_t> numberIn(const json& value) {
-  if (value.is_number_unsigned()) return value.get<std::uint64_t>();
-  if (!value.is_string()) return std::nullopt;
-  const std::string& s = value.get_ref<const std::string&>();
-  std::uint64_t n = 0;
-  if (s.empty() || std::from_chars(s.data(), s.data() + s.size(), n).ptr != s.data() + s.size()) return std::nullopt;
-  return n;
+// A number up to `max`, or an identity of `names`.
+std::optional<U32> numberOrName(Reader& r, const std::string& leaf, std::uint64_t max, std::span<const Named> names,
+                                const char* what) {
+  const json* value = r.take(leaf);
+  if (!value) return std::nullopt;
+  if (value->is_string()) {
+    const std::string_view s = bare(value->get_ref<const std::string&>());
+    for (const Named& n : names) {
+      if (s == n.name) return n.value;
+    }
+  }
+  if (const std::optional<std::uint64_t> n = numberIn(*value); n && *n <= max) return static_cast<U32>(*n);
+  r.fail(what, leaf);
 }
 
-// One JSON object being read: the members taken are the ones the model knows; done() reports
-// the rest as left out (every reader must get there, or fail).
-class Reader {
- public:
-  Reader(const json& object, std::string path, std::vector<Finding>& findings, std::string list = {},
-         std::optional<U32> sequence = {})
-      : object_(object), path_(std::move(path)), findings_(findings), list_(std::move(list)), sequence_(sequence) {
-    if (!object.is_object()) fail("an object");
-  }
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
-  ~Reader() { assert(done_ || std::uncaught_exceptions() != 0); }
-
-  void done() {
-    done_ = true;
-    for (const auto& [key, value] : object_.items()) {
-      const std::string name(bare(key));
-      if (taken_.contains(name) || name == "state") continue;
-      note(name, "not in this model; left out");
-    }
-  }
-
-  [[nodiscard]] const json* take(std::string_view name) {
-    taken_.emplace(name);
-    for (const auto& [key, value] : object_.items()) {
-      if (bare(key) == name) return &value;
-    }
-    return nullptr;
-  }
-  [[nodiscard]] std::string pathOf(std::string_view name) const {
-    return path_.empty() ? std::string(name) : path_ + "/" + std::string(name);
-  }
-  void note(std::string_view name, const std::string& what) {
-    findings_.push_back({list_, sequence_, pathOf(name), what});
-  }
-  [[noreturn]] void fail(const std::string& expected, std::string_view name = {}) const {
-    std::string where = list_.empty() ? std::string() : list_;
-    if (sequence_) where += " entry " + std::to_string(*sequence_);
-    const std::string at = name.empty() ? path_ : pathOf(name);
-    throw ImportError((where.empty() ? "" : where + ": ") + (at.empty() ? "the document" : at) + ": expected " +
-                      expected);
-  }
-
-  [[nodiscard]] std::string text(std::string_view name, bool required = false) {
-    const json* value = take(name);
-    if (!value) {
-      if (required) fail("a value", name);
-      return {};
-    }
-    if (!value->is_string()) fail("a string", name);
-    return value->get<std::string>();
-  }
-  [[nodiscard]] std::optional<std::uint64_t> number(std::string_view name, std::uint64_t max) {
-    const json* value = take(name);
-    if (!value) return std::nullopt;
-    const std::optional<std::uint64_t> n = numberIn(*value);
-    if (!n || *n > max) fail("a number up to " + std::to_string(max), name);
-    return n;
-  }
-  // A number, or an identity of `names`.
-  [[nodiscard]] std::optional<U32> numberOrName(std::string_view name, std::uint64_t max, std::span<const Named> names,
-                                                const char* what) {
-    const json* value = take(name);
-    if (!value) return std::nullopt;
-    if (value->is_string()) {
-      const std::string_view s = bare(value->get_ref<const std::string&>());
-      for (const Named& n : names) {
-        if (s == n.name) return n.value;
-      }
-    }
-    if (value->is_number_unsigned() && value->get<std::uint64_t>() <= max) {
-      return static_cast<U32>(value->get<std::uint64_t>());
-    }
-    fail(what, name);
-  }
-  [[nodiscard]] const std::string& list() const { return list_; }
-  [[nodiscard]] std::optional<U32> sequence() const { return sequence_; }
-  [[nodiscard]] std::vector<Finding>& findings() { return findings_; }
-
- private:
-  const json& object_;
-  std::string path_;
-  std::vector<Finding>& findings_;
-  std::string list_;
-  std::optional<U32> sequence_;
-  std::set<std::string, std::less<>> taken_;
-  bool done_ = false;
-};
-
-// The "config" container of an object, when there is one.
-template <class Fn>
-void withConfig(Reader& parent, std::string_view container, Fn&& fn) {
-  const json* object = parent.take(container);
-  if (!object) return;
-  Reader outer(*object, parent.pathOf(container), parent.findings(), parent.list(), parent.sequence());
-  if (const json* config = outer.take("config")) {
-    Reader inner(*config, outer.pathOf("config"), parent.findings(), parent.list(), parent.sequence());
-    fn(inner);
-    inner.done();
-  }
-  outer.done();
-}
-
-// The members of a YANG list ("acl-sets": {"acl-set": [...]}).
-std::vector<const json*> members(Reader& parent, std::string_view container, std::string_view list) {
-  std::vector<const json*> all;
-  const json* outer = parent.take(container);
-  if (!outer) return all;
-  Reader reader(*outer, parent.pathOf(container), parent.findings(), parent.list(), parent.sequence());
-  if (const json* items = reader.take(list)) {
-    if (!items->is_array()) reader.fail("a list", list);
-    for (const json& item : *items) all.push_back(&item);
-  }
-  reader.done();
-  return all;
-}
-
-std::pair<std::string, unsigned> splitPrefix(Reader& r, std::string_view name, const std::string& text, unsigned max) {
+std::pair<std::string, unsigned> splitPrefix(Reader& r, const std::string& leaf, const std::string& text,
+                                             unsigned max) {
   const std::size_t slash = text.find('/');
   unsigned length = max;
   if (slash != std::string::npos) {
     const char* end = text.data() + text.size();
     if (std::from_chars(text.data() + slash + 1, end, length).ptr != end || length > max) {
-      r.fail("a prefix ADDRESS/LENGTH", name);
+      r.fail("a prefix ADDRESS/LENGTH", leaf);
     }
   }
   return {text.substr(0, slash), length};
 }
 
 template <class Addr>
-Addr parseAddress(Reader& r, std::string_view name, const std::string& text) {
+Addr parseAddress(Reader& r, const std::string& leaf, const std::string& text) {
   try {
     return Addr::fwkParse(text);
   } catch (const std::exception&) {
-    r.fail("an address", name);
+    r.fail("an address", leaf);
   }
 }
 
-void readIpv4(Reader& r, IpFilter& f) {
-  for (auto [name, isSource] : {std::pair("source-address", true), {"destination-address", false}}) {
-    const std::string text = r.text(name);
-    if (text.empty()) continue;
-    auto [address, length] = splitPrefix(r, name, text, 32);
-    const Ip4Addr addr = parseAddress<Ip4Addr>(r, name, address);
-    const Ip4Addr mask(length == 0 ? 0U : ~U32{0} << (32 - length));
-    if (isSource) {
-      f.srcIs(addr);
-      f.srcMaskIs(mask);
-    } else {
-      f.dstIs(addr);
-      f.dstMaskIs(mask);
-    }
-  }
-  if (std::optional<std::uint64_t> ttl = r.number("hop-limit", 255)) {
-    f.ttlKindIs(ValueOp::eq);
-    f.ttlIs(static_cast<U8>(*ttl));
-  }
+// A value matched exactly (its mask full), as a number or an identity; written as a number.
+template <class T>
+Codec<std::pair<T, T>> exact(std::span<const Named> names, T max, const char* what) {
+  constexpr T full = std::numeric_limits<T>::max();
+  return {[=](Reader& r, const std::string& leaf) -> std::optional<std::pair<T, T>> {
+            const std::optional<U32> value = numberOrName(r, leaf, max, names, what);
+            if (!value) return std::nullopt;
+            return std::pair(static_cast<T>(*value), full);
+          },
+          [=](const std::pair<T, T>& v, const std::string& leaf, json& config) {
+            if (v.second == full && v.first <= max) config[leaf] = v.first;
+          }};
 }
 
-void readIpv6(Reader& r, Ip6Filter& f) {
-  for (auto [name, isSource] : {std::pair("source-address", true), {"destination-address", false}}) {
-    const std::string text = r.text(name);
-    if (text.empty()) continue;
-    auto [address, length] = splitPrefix(r, name, text, 128);
-    const Ip6Addr addr = parseAddress<Ip6Addr>(r, name, address);
-    if (isSource) {
-      f.srcIs(addr);
-      f.srcPrefixLenIs(static_cast<U8>(length));
-    } else {
-      f.dstIs(addr);
-      f.dstPrefixLenIs(static_cast<U8>(length));
-    }
-  }
-  if (std::optional<std::uint64_t> limit = r.number("hop-limit", 255)) {
-    f.hopLimitKindIs(ValueOp::eq);
-    f.hopLimitIs(static_cast<U8>(*limit));
-  }
+const Codec<std::pair<Ip4Addr, Ip4Addr>> ipv4Prefix = {
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<Ip4Addr, Ip4Addr>> {
+      const std::string text = r.text(leaf);
+      if (text.empty()) return std::nullopt;
+      auto [address, length] = splitPrefix(r, leaf, text, 32);
+      return std::pair(parseAddress<Ip4Addr>(r, leaf, address), Ip4Addr(length == 0 ? 0U : ~U32{0} << (32 - length)));
+    },
+    [](const std::pair<Ip4Addr, Ip4Addr>& v, const std::string& leaf, json& config) {
+      if (v.second.value() == 0 || !v.second.isPrefixMask()) return;
+      config[leaf] = str(v.first) + "/" + std::to_string(std::popcount(v.second.value()));
+    }};
+
+const Codec<std::pair<Ip6Addr, U8>> ipv6Prefix = {
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<Ip6Addr, U8>> {
+      const std::string text = r.text(leaf);
+      if (text.empty()) return std::nullopt;
+      auto [address, length] = splitPrefix(r, leaf, text, 128);
+      return std::pair(parseAddress<Ip6Addr>(r, leaf, address), static_cast<U8>(length));
+    },
+    [](const std::pair<Ip6Addr, U8>& v, const std::string& leaf, json& config) {
+      if (v.second != 0) config[leaf] = str(v.first) + "/" + std::to_string(v.second);
+    }};
+
+const MacAddr allOnes = MacAddr::fwkParse("ff:ff:ff:ff:ff:ff");
+
+// An address and, in the leaf named after it with "-mask", its mask (all ones when absent).
+const Codec<std::pair<MacAddr, MacAddr>> macAddress = {
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<MacAddr, MacAddr>> {
+      const std::string maskLeaf = leaf + "-mask";
+      const std::string text = r.text(leaf);
+      const std::string maskText = r.text(maskLeaf);
+      if (text.empty()) {
+        if (!maskText.empty()) r.fail(leaf + " with it", maskLeaf);
+        return std::nullopt;
+      }
+      return std::pair(parseAddress<MacAddr>(r, leaf, text),
+                       maskText.empty() ? allOnes : parseAddress<MacAddr>(r, maskLeaf, maskText));
+    },
+    [](const std::pair<MacAddr, MacAddr>& v, const std::string& leaf, json& config) {
+      if (v.second == MacAddr()) return;
+      config[leaf] = str(v.first);
+      if (!(v.second == allOnes)) config[leaf + "-mask"] = str(v.second);
+    }};
+
+// A TTL or hop limit, matched for equality only.
+const Codec<std::pair<ValueOp, U8>> equalTo = {
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<ValueOp, U8>> {
+      const std::optional<std::uint64_t> n = r.number(leaf, 255);
+      if (!n) return std::nullopt;
+      return std::pair(ValueOp::eq, static_cast<U8>(*n));
+    },
+    [](const std::pair<ValueOp, U8>& v, const std::string& leaf, json& config) {
+      if (v.first == ValueOp::eq) config[leaf] = v.second;
+    }};
+
+const Codec<RangeMatch> lengthEqualTo = {  // the IP length, matched for equality only
+    [](Reader& r, const std::string& leaf) -> std::optional<RangeMatch> {
+      const std::optional<std::uint64_t> n = r.number(leaf, 0xFFFF);
+      if (!n) return std::nullopt;
+      return RangeMatch(ValueOp::eq, static_cast<U16>(*n));
+    },
+    [](const RangeMatch& v, const std::string& leaf, json& config) {
+      if (v.op() == ValueOp::eq) config[leaf] = v.low();
+    }};
+
+const Codec<std::pair<bool, U8>> dscp = {  // from "dscp" or a "dscp-set" of one value
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<bool, U8>> {
+      std::optional<std::uint64_t> value = r.number(leaf, 63);
+      const std::string setLeaf = leaf + "-set";
+      if (const json* set = r.take(setLeaf)) {
+        if (!set->is_array()) r.fail("a list of DSCP values", setLeaf);
+        if (value && !set->empty()) r.fail("dscp or dscp-set, not both", setLeaf);
+        if (set->size() > 1) r.refuse(setLeaf, "a match on any of several DSCP values has no form here");
+        if (set->size() == 1) {
+          value = numberIn((*set)[0]);
+          if (!value || *value > 63) r.fail("a list of DSCP values", setLeaf);
+        }
+      }
+      if (!value) return std::nullopt;
+      return std::pair(true, static_cast<U8>(*value));
+    },
+    [](const std::pair<bool, U8>& v, const std::string& leaf, json& config) {
+      if (v.first) config[leaf] = v.second;
+    }};
+
+// lt and gt stand for ranges, and go out as them.
+RangeMatch asRange(const RangeMatch& port) {
+  if (port.op() == ValueOp::lt && port.low() > 0) return {ValueOp::range, 0, static_cast<U16>(port.low() - 1)};
+  if (port.op() == ValueOp::gt && port.low() < 0xFFFF)
+    return {ValueOp::range, static_cast<U16>(port.low() + 1), 0xFFFF};
+  return port;
 }
 
-// What IPv4 and IPv6 share: protocol, DSCP, length.
-void readIpCommon(Reader& r, IpFilterBase& f) {
-  if (std::optional<U32> protocol = r.numberOrName("protocol", 254, protocols, "a protocol number or IP_TCP ...")) {
-    f.protocolIs(static_cast<U8>(*protocol));
-    f.protocolMaskIs(0xFF);
-  }
-  std::optional<std::uint64_t> dscp = r.number("dscp", 63);
-  if (const json* set = r.take("dscp-set")) {
-    if (!set->is_array()) r.fail("a list of DSCP values", "dscp-set");
-    if (dscp && !set->empty()) r.fail("dscp or dscp-set, not both", "dscp-set");
-    if (set->size() == 1 && (*set)[0].is_number_unsigned() && (*set)[0].get<std::uint64_t>() <= 63) {
-      dscp = (*set)[0].get<std::uint64_t>();
-    } else if (!set->empty()) {
-      r.note("dscp-set", "a match on any of several DSCP values has no form here; left out");
-    }
-  }
-  if (dscp) {
-    f.matchDscpIs(true);
-    f.dscpIs(static_cast<U8>(*dscp));
-  }
-  if (std::optional<std::uint64_t> length = r.number("length", 0xFFFF)) {
-    f.ipLengthIs(RangeMatch(ValueOp::eq, static_cast<U16>(*length)));
-  }
+// A port, LOW..HIGH, or ANY. neq has no form: it is two ranges.
+const Codec<RangeMatch> port = {
+    [](Reader& r, const std::string& leaf) -> std::optional<RangeMatch> {
+      const json* value = r.take(leaf);
+      if (!value) return std::nullopt;
+      if (value->is_number_unsigned() && value->get<std::uint64_t>() <= 0xFFFF) {
+        return RangeMatch(ValueOp::eq, static_cast<U16>(value->get<std::uint64_t>()));
+      }
+      if (value->is_string()) {
+        const std::string& s = value->get_ref<const std::string&>();
+        if (s == "ANY") return RangeMatch();
+        unsigned low = 0;
+        unsigned high = 0;
+        const std::size_t dots = s.find("..");
+        const char* end = s.data() + s.size();
+        if (dots != std::string::npos && std::from_chars(s.data(), s.data() + dots, low).ptr == s.data() + dots &&
+            std::from_chars(s.data() + dots + 2, end, high).ptr == end && low <= high && high <= 0xFFFF) {
+          return RangeMatch(ValueOp::range, static_cast<U16>(low), static_cast<U16>(high));
+        }
+        if (dots == std::string::npos && !s.empty() && std::from_chars(s.data(), end, low).ptr == end &&
+            low <= 0xFFFF) {
+          return RangeMatch(ValueOp::eq, static_cast<U16>(low));
+        }
+      }
+      r.fail("a port, LOW..HIGH or ANY", leaf);
+    },
+    [](const RangeMatch& v, const std::string& leaf, json& config) {
+      const RangeMatch m = asRange(v);
+      if (m.op() == ValueOp::eq) config[leaf] = m.low();
+      if (m.op() == ValueOp::range) config[leaf] = std::to_string(m.low()) + ".." + std::to_string(m.high());
+    }};
+
+// TCP flags (bits, mask), from detail-mode and the detail of that mode: BUILTIN TCP_INITIAL
+// (SYN set, ACK clear), or EXPLICIT flags that must all be set.
+const Codec<std::pair<U16, U16>> tcpDetail = {
+    [](Reader& r, const std::string& leaf) -> std::optional<std::pair<U16, U16>> {
+      const std::string mode(bare(r.text(leaf)));
+      const std::string builtin(bare(r.text("builtin-detail")));
+      const std::string all(bare(r.text("explicit-detail-match-mode")));
+      std::vector<std::string> flags;
+      if (const json* list = r.take("explicit-tcp-flags")) {
+        if (!list->is_array()) r.fail("a list of TCP flags", "explicit-tcp-flags");
+        for (const json& flag : *list) {
+          if (!flag.is_string()) r.fail("a list of TCP flags", "explicit-tcp-flags");
+          flags.emplace_back(bare(flag.get_ref<const std::string&>()));
+        }
+      }
+      if (!mode.empty() && mode != "BUILTIN" && mode != "EXPLICIT") r.fail("BUILTIN or EXPLICIT", leaf);
+      if (!all.empty() && all != "ALL" && all != "ANY") r.fail("ALL or ANY", "explicit-detail-match-mode");
+      const bool builtinMode = mode == "BUILTIN" || (mode.empty() && !builtin.empty());
+      // A detail given in the other mode is not read there, and is not for us to guess at.
+      if (builtinMode && !flags.empty()) r.refuse("explicit-tcp-flags", "not read in BUILTIN detail-mode");
+      if (!builtinMode && !builtin.empty()) r.refuse("builtin-detail", "not read in EXPLICIT detail-mode");
+      if (builtinMode) {
+        if (builtin == "TCP_INITIAL") return std::pair<U16, U16>(0x02, synAck);
+        // ACK or RST set: one mask and value cannot say "or".
+        if (builtin == "TCP_ESTABLISHED") r.refuse("builtin-detail", "TCP_ESTABLISHED has no form here");
+        if (builtin == "FRAGMENT") r.refuse("builtin-detail", "FRAGMENT has no form here");
+        if (!builtin.empty()) r.fail("TCP_INITIAL, TCP_ESTABLISHED or FRAGMENT", "builtin-detail");
+        return std::nullopt;
+      }
+      if (flags.empty()) return std::nullopt;
+      U16 bits = 0;
+      for (const std::string& flag : flags) {
+        const auto* known =
+            std::find_if(std::begin(tcpFlags), std::end(tcpFlags), [&](const Named& n) { return flag == n.name; });
+        if (known == std::end(tcpFlags)) r.fail("TCP flags TCP_SYN ...", "explicit-tcp-flags");
+        bits = static_cast<U16>(bits | known->value);
+      }
+      if (all != "ALL" && flags.size() > 1) {
+        r.refuse("explicit-tcp-flags", "a match on any one of several flags has no form here");
+      }
+      return std::pair(bits, bits);
+    },
+    [](const std::pair<U16, U16>& v, const std::string& leaf, json& config) {
+      const auto [bits, mask] = v;
+      if (bits == 0x02 && mask == synAck) {
+        config[leaf] = "BUILTIN";
+        config["builtin-detail"] = "TCP_INITIAL";
+      } else if (mask != 0 && bits == mask && (mask & ~0xFFU) == 0) {
+        json names = json::array();
+        for (const Named& flag : tcpFlags) {
+          if ((mask & flag.value) != 0) names.push_back(flag.name);
+        }
+        config[leaf] = "EXPLICIT";
+        config["explicit-detail-match-mode"] = "ALL";
+        config["explicit-tcp-flags"] = names;
+      }
+    }};
+
+// ICMP (type, code), each by identity or number, in "type" and "code"; a code's identity gives
+// the type too. Written by identity where there is one.
+Codec<std::pair<U16, U16>> icmp(std::span<const Named> types, std::span<const IcmpCode> codes) {
+  constexpr U16 any = IpFilterBase::icmpAny;
+  return {[=](Reader& r, const std::string& leaf) -> std::optional<std::pair<U16, U16>> {
+            std::optional<U32> type = numberOrName(r, leaf, 255, types, "an ICMP type, by identity or number");
+            const json* code = r.take("code");
+            if (!code) return type ? std::optional(std::pair(static_cast<U16>(*type), any)) : std::nullopt;
+            const std::string_view name = code->is_string() ? bare(code->get_ref<const std::string&>()) : "";
+            const auto named =
+                std::find_if(codes.begin(), codes.end(), [&](const IcmpCode& c) { return name == c.name; });
+            if (named != codes.end()) {
+              if (type && *type != named->type) r.fail("a code of type " + std::to_string(*type), "code");
+              return std::pair(named->type, named->code);
+            }
+            const std::optional<std::uint64_t> n = numberIn(*code);
+            if (!n || *n > 255) r.fail("an ICMP code, by identity or number", "code");
+            if (!type) r.fail("a type with a code given by number", leaf);
+            return std::pair(static_cast<U16>(*type), static_cast<U16>(*n));
+          },
+          [=](const std::pair<U16, U16>& v, const std::string& leaf, json& config) {
+            const U16 type = v.first;
+            const U16 code = v.second;
+            if (type > 255) return;
+            const auto t = std::find_if(types.begin(), types.end(), [&](const Named& n) { return n.value == type; });
+            config[leaf] = t != types.end() ? json(t->name) : json(type);
+            if (code > 255) return;
+            const auto c = std::find_if(codes.begin(), codes.end(),
+                                        [&](const IcmpCode& k) { return k.type == type && k.code == code; });
+            config["code"] = c != codes.end() ? json(c->name) : json(code);
+          }};
 }
 
-RangeMatch readPort(Reader& r, std::string_view name) {
-  const json* value = r.take(name);
-  if (!value) return {};
-  if (value->is_number_unsigned() && value->get<std::uint64_t>() <= 0xFFFF) {
-    return {ValueOp::eq, static_cast<U16>(value->get<std::uint64_t>())};
+const Codec<RuleAction> forwardingAction = {  // REJECT matches what DROP does: only the reply differs
+    [](Reader& r, const std::string& leaf) -> std::optional<RuleAction> {
+      const std::string action(bare(r.text(leaf)));
+      if (action.empty()) return std::nullopt;
+      if (action == "ACCEPT") return RuleAction::permit;
+      if (action == "DROP") return RuleAction::deny;
+      if (action != "REJECT") r.fail("ACCEPT, DROP or REJECT", leaf);
+      r.note(leaf, "REJECT is imported as deny: no ICMP reply is sent");
+      return RuleAction::deny;
+    },
+    [](const RuleAction& action, const std::string& leaf, json& config) {
+      config[leaf] = action == RuleAction::permit ? "ACCEPT" : "DROP";
+    }};
+
+const Codec<bool> logAction = {  // LOG_NONE, the default, is left out
+    [](Reader& r, const std::string& leaf) -> std::optional<bool> {
+      const std::string log(bare(r.text(leaf)));
+      if (log.empty()) return std::nullopt;
+      if (log != "LOG_SYSLOG" && log != "LOG_NONE") r.fail("LOG_SYSLOG or LOG_NONE", leaf);
+      return log == "LOG_SYSLOG";
+    },
+    [](const bool& log, const std::string& leaf, json& config) {
+      if (log) config[leaf] = "LOG_SYSLOG";
+    }};
+
+// ---- the mapping -----------------------------------------------------------------------------
+
+// Every leaf of an entry that crosses, in both directions: the container below the entry
+// (its leaves are in "config"), the leaf, the model fields, and the conversion. An export reads
+// each entry it writes back through these same rows and refuses one that does not come back as
+// the rule it was written from; an import refuses any member no row takes.
+template <class Rule>
+std::vector<Row<Rule>> rowsOf() {
+  using F = std::remove_cvref_t<decltype(std::declval<const Rule&>().filter())>;
+  std::vector<Row<Rule>> rows{
+      row("actions", "forwarding-action", ruleField<Rule, &Rule::action, &Rule::actionIs>(), forwardingAction, true),
+      row("actions", "log-action", ruleField<Rule, &Rule::log, &Rule::logIs>(), logAction),
+  };
+  auto add = [&](std::initializer_list<Row<Rule>> more) { rows.insert(rows.end(), more); };
+  if constexpr (std::is_same_v<F, MacFilter>) {
+    add({row("l2", "source-mac", match<Rule, &F::src, &F::srcIs, &F::srcMask, &F::srcMaskIs>(), macAddress),
+         row("l2", "destination-mac", match<Rule, &F::dst, &F::dstIs, &F::dstMask, &F::dstMaskIs>(), macAddress),
+         row("l2", "ethertype", match<Rule, &F::ethertype, &F::ethertypeIs, &F::ethertypeMask, &F::ethertypeMaskIs>(),
+             exact<U16>(ethertypes, 0xFFFF, "an ethertype or ETHERTYPE_IPV4 ..."))});
+  } else if constexpr (std::is_same_v<F, IpFilter>) {
+    add({row("ipv4", "source-address", match<Rule, &F::src, &F::srcIs, &F::srcMask, &F::srcMaskIs>(), ipv4Prefix),
+         row("ipv4", "destination-address", match<Rule, &F::dst, &F::dstIs, &F::dstMask, &F::dstMaskIs>(), ipv4Prefix),
+         row("ipv4", "hop-limit", match<Rule, &F::ttlKind, &F::ttlKindIs, &F::ttl, &F::ttlIs>(), equalTo),
+         row("ipv4/icmpv4", "type", match<Rule, &F::icmpType, &F::icmpTypeIs, &F::icmpCode, &F::icmpCodeIs>(),
+             icmp(icmp4Types, icmp4Codes))});
+  } else {
+    add({row("ipv6", "source-address", match<Rule, &F::src, &F::srcIs, &F::srcPrefixLen, &F::srcPrefixLenIs>(),
+             ipv6Prefix),
+         row("ipv6", "destination-address", match<Rule, &F::dst, &F::dstIs, &F::dstPrefixLen, &F::dstPrefixLenIs>(),
+             ipv6Prefix),
+         row("ipv6", "hop-limit", match<Rule, &F::hopLimitKind, &F::hopLimitKindIs, &F::hopLimit, &F::hopLimitIs>(),
+             equalTo),
+         row("ipv6/icmpv6", "type", match<Rule, &F::icmpType, &F::icmpTypeIs, &F::icmpCode, &F::icmpCodeIs>(),
+             icmp(icmp6Types, icmp6Codes))});
   }
-  if (value->is_string()) {
-    const std::string& s = value->get_ref<const std::string&>();
-    if (s == "ANY") return {};
-    unsigned low = 0;
-    unsigned high = 0;
-    const std::size_t dots = s.find("..");
-    const char* end = s.data() + s.size();
-    if (dots != std::string::npos && std::from_chars(s.data(), s.data() + dots, low).ptr == s.data() + dots &&
-        std::from_chars(s.data() + dots + 2, end, high).ptr == end && low <= high && high <= 0xFFFF) {
-      return {ValueOp::range, static_cast<U16>(low), static_cast<U16>(high)};
-    }
-    if (dots == std::string::npos && !s.empty() && std::from_chars(s.data(), end, low).ptr == end && low <= 0xFFFF) {
-      return {ValueOp::eq, static_cast<U16>(low)};
-    }
+  if constexpr (!std::is_same_v<F, MacFilter>) {
+    const std::string ip = std::is_same_v<F, IpFilter> ? "ipv4" : "ipv6";
+    add({row(ip, "protocol", match<Rule, &F::protocol, &F::protocolIs, &F::protocolMask, &F::protocolMaskIs>(),
+             exact<U8>(protocols, 254, "a protocol number or IP_TCP ...")),
+         row(ip, "dscp", match<Rule, &F::matchDscp, &F::matchDscpIs, &F::dscp, &F::dscpIs>(), dscp),
+         row(ip, "length", match<Rule, &F::ipLength, &F::ipLengthIs>(), lengthEqualTo),
+         row("transport", "source-port", match<Rule, &F::srcPort, &F::srcPortIs>(), port),
+         row("transport", "destination-port", match<Rule, &F::dstPort, &F::dstPortIs>(), port),
+         row("transport", "detail-mode",
+             match<Rule, &F::tcpFlags, &F::tcpFlagsIs, &F::tcpFlagsMask, &F::tcpFlagsMaskIs>(), tcpDetail)});
   }
-  r.fail("a port, LOW..HIGH or ANY", name);
+  return rows;
 }
 
-void readTransport(Reader& r, IpFilterBase& f) {
-  f.srcPortIs(readPort(r, "source-port"));
-  f.dstPortIs(readPort(r, "destination-port"));
-  const std::string mode(bare(r.text("detail-mode")));
-  const std::string builtin(bare(r.text("builtin-detail")));
-  const std::string all(bare(r.text("explicit-detail-match-mode")));
-  std::vector<std::string> flags;
-  if (const json* list = r.take("explicit-tcp-flags")) {
-    if (!list->is_array()) r.fail("a list of TCP flags", "explicit-tcp-flags");
-    for (const json& flag : *list) {
-      if (!flag.is_string()) r.fail("a list of TCP flags", "explicit-tcp-flags");
-      flags.emplace_back(bare(flag.get_ref<const std::string&>()));
-    }
-  }
-  if (!mode.empty() && mode != "BUILTIN" && mode != "EXPLICIT") r.fail("BUILTIN or EXPLICIT", "detail-mode");
-  if (!all.empty() && all != "ALL" && all != "ANY") r.fail("ALL or ANY", "explicit-detail-match-mode");
-  const bool builtinMode = mode == "BUILTIN" || (mode.empty() && !builtin.empty());
-  // Each detail belongs to one mode; the other mode's is not read.
-  if (builtinMode && !flags.empty()) r.note("explicit-tcp-flags", "not read in BUILTIN detail-mode; left out");
-  if (!builtinMode && !builtin.empty()) r.note("builtin-detail", "not read in EXPLICIT detail-mode; left out");
-  if (builtinMode) {
-    if (builtin.empty()) return;
-    if (builtin == "TCP_INITIAL") {
-      f.tcpFlagsIs(0x02);
-      f.tcpFlagsMaskIs(synAck);
-    } else if (builtin == "TCP_ESTABLISHED") {
-      f.tcpFlagsIs(0x10);
-      f.tcpFlagsMaskIs(0x10);
-      r.note("builtin-detail", "TCP_ESTABLISHED is imported as ack: a packet with only RST set is not matched");
-    } else if (builtin == "FRAGMENT") {
-      r.note("builtin-detail", "FRAGMENT has no per-entry match here; left out");
-    } else {
-      r.fail("TCP_INITIAL, TCP_ESTABLISHED or FRAGMENT", "builtin-detail");
-    }
-    return;
-  }
-  if (flags.empty()) return;
-  U16 bits = 0;
-  for (const std::string& flag : flags) {
-    const auto* known =
-        std::find_if(std::begin(tcpFlags), std::end(tcpFlags), [&](const Named& n) { return flag == n.name; });
-    if (known == std::end(tcpFlags)) r.fail("TCP flags TCP_SYN ...", "explicit-tcp-flags");
-    bits = static_cast<U16>(bits | known->value);
-  }
-  if (all != "ALL" && flags.size() > 1) {
-    r.note("explicit-tcp-flags", "a match on any one of several flags has no form here; left out");
-    return;
-  }
-  f.tcpFlagsIs(bits);
-  f.tcpFlagsMaskIs(bits);
+template <class Rule>
+const std::vector<Row<Rule>>& mapping() {
+  static const std::vector<Row<Rule>> rows = rowsOf<Rule>();
+  return rows;
 }
 
-void readL2(Reader& r, MacFilter& f) {
-  for (auto [name, isSource] : {std::pair("source-mac", true), {"destination-mac", false}}) {
-    const std::string text = r.text(name);
-    const std::string maskName = std::string(name) + "-mask";
-    const std::string maskText = r.text(maskName);
-    if (text.empty()) {
-      if (!maskText.empty()) r.note(maskName, "a mask without an address; left out");
-      continue;
-    }
-    const MacAddr addr = parseAddress<MacAddr>(r, name, text);
-    const MacAddr mask =
-        maskText.empty() ? MacAddr::fwkParse("ff:ff:ff:ff:ff:ff") : parseAddress<MacAddr>(r, maskName, maskText);
-    if (isSource) {
-      f.srcIs(addr);
-      f.srcMaskIs(mask);
-    } else {
-      f.dstIs(addr);
-      f.dstMaskIs(mask);
-    }
-  }
-  if (std::optional<U32> type = r.numberOrName("ethertype", 0xFFFF, ethertypes, "an ethertype or ETHERTYPE_IPV4 ...")) {
-    f.ethertypeIs(static_cast<U16>(*type));
-    f.ethertypeMaskIs(0xFFFF);
-  }
-}
-
-void readActions(Reader& entry, RuleConfig& rule) {
-  bool seen = false;
-  withConfig(entry, "actions", [&](Reader& r) {
-    const std::string action(bare(r.text("forwarding-action", true)));
-    seen = true;
-    if (action == "ACCEPT") {
-      rule.actionIs(RuleAction::permit);
-    } else if (action == "DROP" || action == "REJECT") {
-      rule.actionIs(RuleAction::deny);
-      if (action == "REJECT") r.note("forwarding-action", "REJECT is imported as deny: no ICMP reply is sent");
-    } else {
-      r.fail("ACCEPT, DROP or REJECT", "forwarding-action");
-    }
-    const std::string log(bare(r.text("log-action")));
-    if (log == "LOG_SYSLOG") {
-      rule.logIs(true);
-    } else if (!log.empty() && log != "LOG_NONE") {
-      r.fail("LOG_SYSLOG or LOG_NONE", "log-action");
-    }
-  });
-  if (!seen) entry.fail("actions/config/forwarding-action");
-}
+// ---- reading ---------------------------------------------------------------------------------
 
 // The value of a key member, read before the member's own Reader exists so that every finding
 // and error names the set or entry.
@@ -416,25 +514,31 @@ const json* keyOf(const json& item, const char* name) {
   return it == item.end() ? nullptr : &*it;
 }
 
-template <class Rule, class Filter>
-Rule readRule(Reader& entry, AclType type) {
-  Rule rule;
-  Filter f;
-  readActions(entry, rule);
-  if constexpr (std::is_same_v<Filter, MacFilter>) {
-    withConfig(entry, "l2", [&](Reader& r) { readL2(r, f); });
-  } else {
-    withConfig(entry, type == AclType::ip ? "ipv4" : "ipv6", [&](Reader& r) {
-      readIpCommon(r, f);
-      if constexpr (std::is_same_v<Filter, IpFilter>) {
-        readIpv4(r, f);
-      } else {
-        readIpv6(r, f);
-      }
-    });
-    withConfig(entry, "transport", [&](Reader& r) { readTransport(r, f); });
+// The members of a YANG list ("acl-sets": {"acl-set": [...]}); the container holds nothing else.
+std::vector<const json*> members(Reader& parent, std::string_view container, std::string_view list, const char* whole) {
+  std::vector<const json*> all;
+  const json* outer = parent.take(container);
+  if (!outer) return all;
+  Place place = parent.place();
+  place.whole = whole;
+  Reader reader(*outer, parent.pathOf(container), place);
+  if (const json* items = reader.take(list)) {
+    if (!items->is_array()) reader.fail("a list", list);
+    for (const json& item : *items) all.push_back(&item);
   }
-  rule.filterIs(f);
+  reader.done();
+  return all;
+}
+
+// A rule no line of a list could stand for (an ICMP match on another protocol) is refused too.
+template <class Rule>
+Rule readEntryRule(Reader& entry) {
+  Rule rule = readRule(entry, mapping<Rule>());
+  try {
+    static_cast<void>(Text::format(rule));
+  } catch (const std::invalid_argument& e) {
+    entry.error({}, e.what());
+  }
   return rule;
 }
 
@@ -446,10 +550,10 @@ Client::ListEntry readEntry(const json& item, const std::string& path, const std
       sequence = static_cast<U32>(*n);
     }
   }
-  Reader entry(item, path, findings, label, sequence);
+  Reader entry(item, path, {&findings, label, sequence, "entry"});
   if (!entry.take("sequence-id") || !sequence) entry.fail("a sequence-id from 1 to 4294967295", "sequence-id");
   if (const json* config = entry.take("config")) {
-    Reader c(*config, entry.pathOf("config"), findings, label, sequence);
+    Reader c(*config, entry.pathOf("config"), entry.place());
     if (std::optional<std::uint64_t> own = c.number("sequence-id", 0xFFFFFFFF); own && *own != *sequence) {
       c.fail("the entry's key", "sequence-id");
     }
@@ -459,13 +563,13 @@ Client::ListEntry readEntry(const json& item, const std::string& path, const std
   Client::ListEntry result{*sequence, Acl::RemarkConfig()};
   switch (type) {
     case AclType::ip:
-      result.body = readRule<IpRuleConfig, IpFilter>(entry, type);
+      result.body = readEntryRule<IpRuleConfig>(entry);
       break;
     case AclType::ipv6:
-      result.body = readRule<Ip6RuleConfig, Ip6Filter>(entry, type);
+      result.body = readEntryRule<Ip6RuleConfig>(entry);
       break;
     default:
-      result.body = readRule<MacRuleConfig, MacFilter>(entry, type);
+      result.body = readEntryRule<MacRuleConfig>(entry);
       break;
   }
   entry.done();
@@ -496,13 +600,14 @@ void readSet(const json& item, Document& doc, std::set<std::pair<AclType, std::s
     if (const json* t = keyOf(item, "type"); t && t->is_string())
       label += " (" + std::string(bare(t->get<std::string>())) + ")";
   }
-  Reader set(item, path, doc.findings, label);
+  // A member left out here could be the entries themselves, misspelt: the list would be emptied.
+  Reader set(item, path, {&doc.findings, label, {}, "list"});
   const std::string name = checkedName(set, "name", set.text("name", true));
   const std::string identity = set.text("type", true);
   const AclType type = familyOf(set, "type", identity);
   if (!seen.emplace(type, name).second) set.fail("one acl-set per name and type", "name");
   if (const json* config = set.take("config")) {
-    Reader c(*config, path + "/config", doc.findings, label);
+    Reader c(*config, path + "/config", set.place());
     if (const std::string own = c.text("name"); !own.empty() && own != name) c.fail("the set's key", "name");
     if (const std::string own = c.text("type"); !own.empty() && bare(own) != bare(identity))
       c.fail("the set's key", "type");
@@ -511,7 +616,7 @@ void readSet(const json& item, Document& doc, std::set<std::pair<AclType, std::s
   }
   List list{String(name), type, {}};
   std::set<U32> sequences;
-  for (const json* entry : members(set, "acl-entries", "acl-entry")) {
+  for (const json* entry : members(set, "acl-entries", "acl-entry", "list")) {
     list.entries.push_back(readEntry(*entry, path + "/acl-entries/acl-entry", label, type, doc.findings));
     if (!sequences.insert(list.entries.back().sequence).second) {
       throw ImportError(label + " entry " + std::to_string(list.entries.back().sequence) + ": given twice");
@@ -521,27 +626,39 @@ void readSet(const json& item, Document& doc, std::set<std::pair<AclType, std::s
   doc.lists.push_back(std::move(list));
 }
 
+// Bindings replace the configuration's: a member left out could unbind a list.
 std::vector<Client::Binding> readInterfaces(const json& interfaces, std::vector<Finding>& findings) {
   std::vector<Client::Binding> bindings;
   std::map<std::tuple<AclType, AclDirection, std::string>, std::string> seen;
-  Reader top(interfaces, "interfaces", findings);
+  Reader top(interfaces, "interfaces", {&findings, {}, {}, "bindings"});
   const json* list = top.take("interface");
   if (list && !list->is_array()) top.fail("a list", "interface");
   static const json none = json::array();
   for (const json& item : list ? *list : none) {
-    Reader intf(item, "interfaces/interface", findings);
+    Reader intf(item, "interfaces/interface", top.place());
     const std::string id = checkedName(intf, "id", intf.text("id", true));
     if (const json* config = intf.take("config")) {
-      Reader c(*config, "interfaces/interface/config", findings);
+      Reader c(*config, "interfaces/interface/config", top.place());
       if (const std::string own = c.text("id"); !own.empty() && own != id) c.fail("the interface's key", "id");
       c.done();
+    }
+    // The sets go on the interface the id names; a reference elsewhere (or to a subinterface)
+    // would bind them where the document does not mean.
+    if (const json* ref = intf.take("interface-ref")) {
+      Reader r(*ref, intf.pathOf("interface-ref"), top.place());
+      if (const json* config = r.take("config")) {
+        Reader c(*config, r.pathOf("config"), top.place());
+        if (c.text("interface") != id) c.refuse("interface", "an interface other than " + id + " has no binding here");
+        c.done();
+      }
+      r.done();
     }
     for (auto [direction, prefix] : {std::pair(AclDirection::in, "ingress"), {AclDirection::out, "egress"}}) {
       const std::string sets = std::string(prefix) + "-acl-sets";
       const std::string set = std::string(prefix) + "-acl-set";
       const std::string path = intf.pathOf(sets).append("/").append(set);
-      for (const json* member : members(intf, sets, set)) {
-        Reader b(*member, path, findings);
+      for (const json* member : members(intf, sets, set, "bindings")) {
+        Reader b(*member, path, top.place());
         const std::string name = checkedName(b, "set-name", b.text("set-name", true));
         const AclType type = familyOf(b, "type", b.text("type", true));
         static_cast<void>(b.take("config"));
@@ -563,152 +680,34 @@ std::vector<Client::Binding> readInterfaces(const json& interfaces, std::vector<
 
 // ---- writing ---------------------------------------------------------------------------------
 
-std::optional<json> portJson(const RangeMatch& port) {
-  switch (port.op()) {
-    case ValueOp::eq:
-      return json(port.low());
-    case ValueOp::range:
-      return json(std::to_string(port.low()) + ".." + std::to_string(port.high()));
-    case ValueOp::lt:  // the same ports, as a range
-      if (port.low() > 0) return json("0.." + std::to_string(port.low() - 1));
-      return std::nullopt;
-    case ValueOp::gt:
-      if (port.low() < 0xFFFF) return json(std::to_string(port.low() + 1) + "..65535");
-      return std::nullopt;
-    default:
-      return std::nullopt;
-  }
-}
-
-// The fields of `f` the model carries, written to `ip` and `transport`, and cleared in `rest`.
-void writeIpCommon(const IpFilterBase& f, IpFilterBase& rest, json& ip, json& transport) {
-  if (f.protocolMask() == 0xFF && f.protocol() <= 254) {
-    ip["protocol"] = f.protocol();
-    rest.protocolIs(0);
-    rest.protocolMaskIs(0);
-  }
-  if (f.matchDscp() && f.dscpMask() == 63) {
-    ip["dscp"] = f.dscp();
-    rest.matchDscpIs(false);
-    rest.dscpIs(0);
-  }
-  if (f.ipLength().op() == ValueOp::eq) {
-    ip["length"] = f.ipLength().low();
-    rest.ipLengthIs({});
-  }
-  for (auto [name, port, clear] : {std::tuple("source-port", f.srcPort(), &IpFilterBase::srcPortIs),
-                                   {"destination-port", f.dstPort(), &IpFilterBase::dstPortIs}}) {
-    if (std::optional<json> value = portJson(port)) {
-      transport[name] = *value;
-      (rest.*clear)(RangeMatch());
-    }
-  }
-  const U16 mask = f.tcpFlagsMask();
-  if (mask == 0) return;
-  if (f.tcpFlags() == 0x02 && mask == synAck) {
-    transport["detail-mode"] = "BUILTIN";
-    transport["builtin-detail"] = "TCP_INITIAL";
-  } else if (f.tcpFlags() == mask && (mask & ~0xFFU) == 0) {
-    json names = json::array();
-    for (const Named& flag : tcpFlags) {
-      if ((mask & flag.value) != 0) names.push_back(flag.name);
-    }
-    transport["detail-mode"] = "EXPLICIT";
-    transport["explicit-detail-match-mode"] = "ALL";
-    transport["explicit-tcp-flags"] = names;
-  } else {
-    return;
-  }
-  rest.tcpFlagsIs(0);
-  rest.tcpFlagsMaskIs(0);
-}
-
-void writeFilter(const IpFilter& f, IpFilter& rest, json& entry) {
-  json ip = json::object();
-  json transport = json::object();
-  writeIpCommon(f, rest, ip, transport);
-  for (auto [name, addr, mask, isSource] : {std::tuple("source-address", f.src(), f.srcMask(), true),
-                                            {"destination-address", f.dst(), f.dstMask(), false}}) {
-    if (mask.value() == 0 || !mask.isPrefixMask()) continue;
-    ip[name] = str(addr) + "/" + std::to_string(std::popcount(mask.value()));
-    if (isSource) {
-      rest.srcIs({});
-      rest.srcMaskIs({});
-    } else {
-      rest.dstIs({});
-      rest.dstMaskIs({});
-    }
-  }
-  if (f.ttlKind() == ValueOp::eq) {
-    ip["hop-limit"] = f.ttl();
-    rest.ttlKindIs(ValueOp::any);
-    rest.ttlIs(0);
-  }
-  if (!ip.empty()) entry["ipv4"]["config"] = ip;
-  if (!transport.empty()) entry["transport"]["config"] = transport;
-}
-
-void writeFilter(const Ip6Filter& f, Ip6Filter& rest, json& entry) {
-  json ip = json::object();
-  json transport = json::object();
-  writeIpCommon(f, rest, ip, transport);
-  if (f.srcPrefixLen() != 0) {
-    ip["source-address"] = str(f.src()) + "/" + std::to_string(f.srcPrefixLen());
-    rest.srcIs({});
-    rest.srcPrefixLenIs(0);
-  }
-  if (f.dstPrefixLen() != 0) {
-    ip["destination-address"] = str(f.dst()) + "/" + std::to_string(f.dstPrefixLen());
-    rest.dstIs({});
-    rest.dstPrefixLenIs(0);
-  }
-  if (f.hopLimitKind() == ValueOp::eq) {
-    ip["hop-limit"] = f.hopLimit();
-    rest.hopLimitKindIs(ValueOp::any);
-    rest.hopLimitIs(0);
-  }
-  if (!ip.empty()) entry["ipv6"]["config"] = ip;
-  if (!transport.empty()) entry["transport"]["config"] = transport;
-}
-
-void writeFilter(const MacFilter& f, MacFilter& rest, json& entry) {
-  json l2 = json::object();
-  const MacAddr full = MacAddr::fwkParse("ff:ff:ff:ff:ff:ff");
-  for (auto [name, addr, mask, isSource] :
-       {std::tuple("source-mac", f.src(), f.srcMask(), true), {"destination-mac", f.dst(), f.dstMask(), false}}) {
-    if (mask == MacAddr()) continue;
-    l2[name] = str(addr);
-    if (!(mask == full)) l2[std::string(name) + "-mask"] = str(mask);
-    if (isSource) {
-      rest.srcIs({});
-      rest.srcMaskIs({});
-    } else {
-      rest.dstIs({});
-      rest.dstMaskIs({});
-    }
-  }
-  if (f.ethertypeMask() == 0xFFFF) {
-    l2["ethertype"] = f.ethertype();
-    rest.ethertypeIs(0);
-    rest.ethertypeMaskIs(0);
-  }
-  if (!l2.empty()) entry["l2"]["config"] = l2;
-}
-
+// The rule as an entry, read back through the same rows: a rule that does not come back as
+// itself (ports lt and gt compared as the ranges they go out as) holds something the document
+// cannot carry, and `refusal` names the first such. A per-entry counter matches nothing; noted.
 template <class Rule>
-json writeRule(const Rule& rule, U32 sequence, const std::string& label, std::vector<Finding>& findings) {
-  json entry = {{"sequence-id", sequence}, {"config", {{"sequence-id", sequence}}}};
-  json actions = {{"forwarding-action", rule.action() == RuleAction::permit ? "ACCEPT" : "DROP"}};
-  if (rule.log()) actions["log-action"] = "LOG_SYSLOG";
-  entry["actions"]["config"] = actions;
-  Rule rest = rule;
-  rest.actionIs(RuleAction::permit);
-  rest.logIs(false);
-  const auto& filter = rule.filter();
-  auto restFilter = filter;
-  writeFilter(filter, restFilter, entry);
-  rest.filterIs(restFilter);
-  if (!(rest == Rule())) findings.push_back({label, sequence, str(rest), "not in the model; left out"});
+json writeEntry(const Rule& rule, U32 sequence, const std::string& label, std::vector<Finding>& notes,
+                std::optional<Finding>& refusal) {
+  const std::vector<Row<Rule>>& rows = mapping<Rule>();
+  json entry = writeRule(rule, rows);
+  std::vector<Finding> unused;
+  Reader reader(entry, "", {&unused, label, sequence, "entry"});
+  const Rule back = readRule(reader, rows);
+  reader.done();
+  Rule expected = rule;
+  if constexpr (!std::is_same_v<Rule, MacRuleConfig>) {
+    auto f = expected.filter();
+    f.srcPortIs(asRange(f.srcPort()));
+    f.dstPortIs(asRange(f.dstPort()));
+    expected.filterIs(f);
+  }
+  if (expected.count()) {
+    notes.push_back({label, sequence, "count", "not in the model; left out"});
+    expected.countIs(false);
+  }
+  if (const std::string lost = differences(expected, back); !lost.empty() && !refusal) {
+    refusal = Finding{label, sequence, lost, "not in the model"};
+  }
+  entry["sequence-id"] = sequence;
+  entry["config"] = {{"sequence-id", sequence}};
   return entry;
 }
 
@@ -726,13 +725,13 @@ Document readOpenConfig(std::string_view text) {
   const json* body = &doc;
   std::optional<Reader> wrapper;
   if (keyOf(doc, "openconfig-acl:acl") || keyOf(doc, "acl")) {
-    wrapper.emplace(doc, "", out.findings);
+    wrapper.emplace(doc, "", Place{&out.findings, {}, {}, nullptr});
     body = wrapper->take("acl");
   }
   {
-    Reader top(*body, "", out.findings);
+    Reader top(*body, "", {&out.findings, {}, {}, nullptr});
     std::set<std::pair<AclType, std::string>> seen;
-    for (const json* set : members(top, "acl-sets", "acl-set")) readSet(*set, out, seen);
+    for (const json* set : members(top, "acl-sets", "acl-set", "document")) readSet(*set, out, seen);
     if (const json* interfaces = top.take("interfaces")) out.bindings = readInterfaces(*interfaces, out.findings);
     top.done();
   }
@@ -783,34 +782,43 @@ ImportResult importOpenConfig(const Client::Library& library, std::string_view t
   return result;
 }
 
-ExportResult exportOpenConfig(const Client::Library& library) {
+ExportResult exportOpenConfig(const Client::Library& library, const ExportOptions& options) {
   ExportResult out;
   json sets = json::array();
   for (AclType type : {AclType::ip, AclType::ipv6, AclType::mac}) {
     for (const Ptr<AclConfig>& list : library.lists(type)) {
       const std::string label = listLabel(list->name(), type);
+      std::vector<Finding> notes;
+      std::optional<Finding> refusal;
       json entries = json::array();
       if (list->standard())
-        out.findings.push_back({label, {}, "standard", "not in the model: it reads back as an extended list"});
+        notes.push_back({label, {}, "standard", "not in the model: it reads back as an extended list"});
       if (const Ptr<AclSubConfig>& current = list->currCfg()) {
         if (current->countersEnabled())
-          out.findings.push_back({label, {}, "counters per-entry", "not in the model; left out"});
-        if (current->fragmentsEnabled())
-          out.findings.push_back({label, {}, "fragment-rules", "not in the model; left out"});
+          notes.push_back({label, {}, "counters per-entry", "not in the model; left out"});
+        // Fragment rules change which packets the entries match.
+        if (current->fragmentsEnabled()) refusal = Finding{label, {}, "fragment-rules", "not in the model"};
         for (const Client::ListEntry& e : Client::entriesOf(*current, type)) {
           std::visit(
               [&](const auto& body) {
                 using Body = std::decay_t<decltype(body)>;
                 if constexpr (std::is_same_v<Body, RemarkConfig>) {
-                  out.findings.push_back(
-                      {label, e.sequence, "remark", "not in the model; left out: " + str(body.text())});
+                  notes.push_back({label, e.sequence, "remark", "not in the model; left out: " + str(body.text())});
                 } else {
-                  entries.push_back(writeRule(body, e.sequence, label, out.findings));
+                  entries.push_back(writeEntry(body, e.sequence, label, notes, refusal));
                 }
               },
               e.body);
         }
       }
+      // A list goes out whole or not at all: without one of its entries it would match otherwise.
+      if (refusal) {
+        if (!options.skipLists) throw ExportError(refusal->text() + "; the list cannot be exported exactly");
+        refusal->what += "; the list is left out";
+        out.findings.push_back(*refusal);
+        continue;
+      }
+      out.findings.insert(out.findings.end(), notes.begin(), notes.end());
       const std::string name(list->name().view());
       sets.push_back({{"name", name},
                       {"type", identityOf(type)},
@@ -818,6 +826,7 @@ ExportResult exportOpenConfig(const Client::Library& library) {
                       {"acl-entries", {{"acl-entry", entries}}}});
     }
   }
+  // Every binding, a left-out list's too: without it, an import of the document would unbind it.
   std::map<std::string, json> byInterface;
   for (const Client::Binding& b : Client::bindingsOf(*library.mounts().intfConfig)) {
     const std::string id(b.interface.view());

@@ -1,32 +1,46 @@
 // Lists and bindings as OpenConfig ACL documents (the openconfig-acl model, JSON as RFC 7951
-// writes it), both ways.
+// writes it), both ways, and never a rule that matches other packets than the one it stands for.
 //
 //   Interchange::ImportResult r = Interchange::importOpenConfig(acl, text);
 //   for (const Interchange::Finding& f : r.findings) std::cerr << f.text() << '\n';
 //   Interchange::ExportResult e = Interchange::exportOpenConfig(acl);   // e.json, e.findings
+//   Interchange::exportOpenConfig(acl, {.skipLists = true});            // leaves out what cannot go
 //
 // Reading takes the document with or without its "openconfig-acl:acl" wrapper, member names
-// and identities bare or module-prefixed ("ACL_IPV4", "openconfig-acl:ACL_IPV4"). It maps:
+// and identities bare or module-prefixed ("ACL_IPV4", "openconfig-acl:ACL_IPV4"). Each leaf
+// below is declared once, in one table that both directions go through (OpenConfig.cpp):
 //   acl-set (name, type ACL_IPV4 | ACL_IPV6 | ACL_L2)  -> the list of family ip | ipv6 | mac
 //   acl-entry sequence-id                              -> the entry's sequence
-//   ipv4 / ipv6 source-address, destination-address    -> src, dst with mask or prefix length
+//   ipv4 / ipv6 source-address, destination-address    -> src, dst with a prefix mask or length
 //   ipv4 / ipv6 protocol (number or IP_TCP ...)         -> protocol
 //   dscp (or a dscp-set of one), length, hop-limit     -> dscp, ip-length eq, ttl / hop-limit eq
-//   transport source-port, destination-port            -> port eq N, range L..H (ANY: none)
-//   transport TCP_INITIAL, explicit flags (mode ALL)   -> TCP flags
+//   icmpv4 / icmpv6 type, code (identity or number)    -> ICMP type, code (a code's identity
+//                                                         names its type too)
+//   transport source-port, destination-port            -> port eq N, range L..H (ANY: none);
+//                                                         lt and gt go out as the same range
+//   transport BUILTIN TCP_INITIAL, EXPLICIT flags ALL  -> TCP flags (SYN !ACK; flags set)
 //   l2 source-mac[-mask], destination-mac[-mask], ethertype
 //   actions ACCEPT | DROP, log-action LOG_SYSLOG       -> permit | deny, log
 //   interfaces/interface ingress- / egress-acl-sets    -> bindings in / out
-// Whatever else a document holds is reported as a Finding, by entry and field, and left out:
-// entry and set descriptions, REJECT (imported as deny: no ICMP reply is sent), TCP_ESTABLISHED
-// (imported as "ack": a packet with only RST set is not matched), FRAGMENT, prefix and port
-// sets, ICMP matches, flow labels, members of other modules. The state containers mirror the
-// configuration and are not read. A document the model cannot stand for at all (an ACL_MIXED
-// set, a missing or repeated key, a bad address) raises ImportError and changes nothing.
 //
-// Writing gives every list of the running configuration and every binding; what a record holds
-// beyond the model (remarks, a non-contiguous mask, neq ports, VLAN, payload, mirror, counters
-// and the rest) is reported by entry and field, and the entry goes out without it.
+// A document the model cannot stand for exactly raises ImportError naming the list, entry and
+// field, and changes nothing: a match the model cannot carry (FRAGMENT, TCP_ESTABLISHED, which
+// is ACK or RST, prefix and port sets, flow labels, several DSCP values or flags to match any
+// of, a detail of the other detail-mode, an ICMP match on another protocol), and any member no
+// row reads within a set, an entry, its match containers or the interfaces (another module's,
+// or a misspelt acl-entries, which would empty the list); an interface-ref to another interface
+// than the id, or to a subinterface; an ACL_MIXED set, a missing or repeated key, a bad
+// address. What changes no match is a Finding, by entry and field: descriptions, REJECT
+// (imported as deny: only the ICMP reply differs), members outside the acl-sets and interfaces.
+// The state containers mirror the configuration and are not read.
+//
+// Writing gives every list of the running configuration and every binding, each entry read back
+// through the same table: an entry that does not come back as the rule it was written from (a
+// non-contiguous mask, neq ports, which are two ranges, TTL other than eq, VLAN, payload,
+// mirror, copy to CPU, vacl and the rest), or a list with fragment rules, raises ExportError
+// naming it. Asked to skip such lists, the export leaves each out whole, with a Finding, and
+// keeps its bindings. Remarks, per-entry counters and standard (read back as extended) are
+// Findings.
 #pragma once
 
 #include <optional>
@@ -102,12 +116,24 @@ struct ImportResult {
 // result says which. Commits keep what revert needs (commitExt(false)).
 [[nodiscard]] ImportResult importOpenConfig(const Client::Library& library, std::string_view json);
 
+// A list the document cannot carry exactly: which, and the entry and fields.
+class ExportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct ExportOptions {
+  // Leave out, whole, each list the document cannot carry exactly (a Finding names it) instead
+  // of raising ExportError.
+  bool skipLists = false;
+};
+
 struct ExportResult {
   std::string json;  // {"openconfig-acl:acl": {...}}, indented
   std::vector<Finding> findings;
 };
 
 // Every list (current versions) and every binding of the running configuration.
-[[nodiscard]] ExportResult exportOpenConfig(const Client::Library& library);
+[[nodiscard]] ExportResult exportOpenConfig(const Client::Library& library, const ExportOptions& options = {});
 
 }  // namespace Interchange

@@ -57,6 +57,7 @@ const char* const replaceDoc =
 
 void bindInterchange(py::module_& m) {
   py::register_exception<Interchange::ImportError>(m, "OpenConfigError", m.attr("Error"));
+  py::register_exception<Interchange::ExportError>(m, "OpenConfigExportError", m.attr("OpenConfigError"));
 
   py::class_<Client::ReplaceResult>(m, "ReplaceResult", "What a declarative replace of a list did.")
       .def_property_readonly(
@@ -136,12 +137,14 @@ void bindInterchange(py::module_& m) {
           "OpenConfigError (changing nothing) for a document the model cannot stand for.")
       .def(
           "exportOpenConfig",
-          [](const Client::Library& lib) {
-            Interchange::ExportResult exported = Interchange::exportOpenConfig(lib);
+          [](const Client::Library& lib, bool skipLists) {
+            Interchange::ExportResult exported = Interchange::exportOpenConfig(lib, {.skipLists = skipLists});
             return py::make_tuple(exported.json, textsOf(exported.findings));
           },
+          py::arg("skipLists") = false,
           "The running lists and bindings as an OpenConfig ACL document: (json, findings), the findings naming "
-          "what the records hold beyond the model.");
+          "what the records hold beyond the model. OpenConfigExportError for a list the document cannot carry "
+          "exactly, unless `skipLists`, which leaves each such list out whole, with a finding.");
 }
 
 }  // namespace Python

@@ -94,4 +94,10 @@ def test_the_commit_session_as_a_context_manager_and_whole_lists(lib):
     assert [rule for _, rule in entries(other)] == [WEB, SSH]
     with pytest.raises(aclkit.OpenConfigError):
         other.importOpenConfig('{"acl-sets": {"acl-set": [{"name": "x", "type": "ACL_MIXED"}]}}')
+    lib.replaceList("web", AclType.ip, [(10, IpRule("permit tcp any any neq 80"))])
+    with pytest.raises(aclkit.OpenConfigExportError, match=r"^web \(ACL_IPV4\) entry 10: dstPort=neq 80: "):
+        lib.exportOpenConfig()
+    document, findings = lib.exportOpenConfig(skipLists=True)
+    assert '"name": "web"' not in document and findings == [
+        "web (ACL_IPV4) entry 10: dstPort=neq 80: not in the model; the list is left out"]
     assert lib.payloadRefusal(IpRule("permit ip any any payload 2 0x1 0xff payload 6 0x2 0xff"), AclType.ip)
