@@ -80,11 +80,7 @@ bool vlanMatches(const std::optional<U16>& tag, U16 want, U16 mask) {
 }
 
 bool inPrefix(const Ip6Addr& have, const Ip6Addr& want, U8 length) {
-  if (length == 0) return true;
-  const unsigned bits = std::min<unsigned>(length, 128);
-  const U64 highMask = bits >= 64 ? ~U64{0} : ~U64{0} << (64 - bits);
-  const U64 lowMask = bits <= 64 ? 0 : ~U64{0} << (128 - bits);
-  return masked(have.high(), want.high(), highMask) && masked(have.low(), want.low(), lowMask);
+  return have.network(length) == want.network(length);
 }
 
 // Deep-inspection fields the packet does not carry; see Packet.h.

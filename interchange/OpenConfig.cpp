@@ -208,12 +208,19 @@ Codec<std::pair<T, T>> exact(std::span<const Named> names, T max, const char* wh
           }};
 }
 
+// A prefix whose address has bits past its length is a typing mistake as often as not: refused,
+// rather than read as the network it might have meant.
+const std::string hostBitsClear = "a network address (no host bits set past the prefix length)";
+
 const Codec<std::pair<Ip4Addr, Ip4Addr>> ipv4Prefix = {
     [](Reader& r, const std::string& leaf) -> std::optional<std::pair<Ip4Addr, Ip4Addr>> {
       const std::string text = r.text(leaf);
       if (text.empty()) return std::nullopt;
       auto [address, length] = splitPrefix(r, leaf, text, 32);
-      return std::pair(parseAddress<Ip4Addr>(r, leaf, address), Ip4Addr(length == 0 ? 0U : ~U32{0} << (32 - length)));
+      const Ip4Addr network = parseAddress<Ip4Addr>(r, leaf, address);
+      const Ip4Addr mask = Ip4Addr::prefixMask(length);
+      if ((network.value() & ~mask.value()) != 0) r.fail(hostBitsClear, leaf);
+      return std::pair(network, mask);
     },
     [](const std::pair<Ip4Addr, Ip4Addr>& v, const std::string& leaf, json& config) {
       if (v.second.value() == 0 || !v.second.isPrefixMask()) return;
@@ -225,7 +232,9 @@ const Codec<std::pair<Ip6Addr, U8>> ipv6Prefix = {
       const std::string text = r.text(leaf);
       if (text.empty()) return std::nullopt;
       auto [address, length] = splitPrefix(r, leaf, text, 128);
-      return std::pair(parseAddress<Ip6Addr>(r, leaf, address), static_cast<U8>(length));
+      const Ip6Addr network = parseAddress<Ip6Addr>(r, leaf, address);
+      if (network.network(length) != network) r.fail(hostBitsClear, leaf);
+      return std::pair(network, static_cast<U8>(length));
     },
     [](const std::pair<Ip6Addr, U8>& v, const std::string& leaf, json& config) {
       if (v.second != 0) config[leaf] = str(v.first) + "/" + std::to_string(v.second);

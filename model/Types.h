@@ -76,6 +76,10 @@ class ACLKIT_EXPORT Ip4Addr {
   [[nodiscard]] constexpr U32 value() const noexcept { return value_; }
   // As a mask: its set bits form one run from the top bit (a prefix); 0.0.0.0 counts.
   [[nodiscard]] constexpr bool isPrefixMask() const noexcept { return ((value_ - 1U) | value_) == 0xFFFFFFFFU; }
+  // The mask of a prefix of `length` bits, 0 to 32 (longer counts as 32).
+  [[nodiscard]] static constexpr Ip4Addr prefixMask(unsigned length) noexcept {
+    return Ip4Addr(length == 0 ? 0U : ~U32{0} << (32 - (length < 32 ? length : 32)));
+  }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::mixHash(value_); }
   friend bool operator==(const Ip4Addr&, const Ip4Addr&) = default;
   // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>
@@ -96,6 +100,13 @@ class ACLKIT_EXPORT Ip6Addr {
   constexpr Ip6Addr(U64 high, U64 low) : high_(high), low_(low) {}
   [[nodiscard]] constexpr U64 high() const noexcept { return high_; }
   [[nodiscard]] constexpr U64 low() const noexcept { return low_; }
+  // This address with every bit past its first `length` cleared: the network of that prefix.
+  [[nodiscard]] constexpr Ip6Addr network(unsigned length) const noexcept {
+    const unsigned bits = length < 128 ? length : 128;
+    const U64 highMask = bits == 0 ? 0 : bits >= 64 ? ~U64{0} : ~U64{0} << (64 - bits);
+    const U64 lowMask = bits <= 64 ? 0 : ~U64{0} << (128 - bits);
+    return {high_ & highMask, low_ & lowMask};
+  }
   [[nodiscard]] std::size_t hash() const noexcept { return fwk::hashCombine(fwk::mixHash(high_), low_); }
   friend bool operator==(const Ip6Addr&, const Ip6Addr&) = default;
   // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 misreads a defaulted <=>

@@ -11,7 +11,6 @@
 
 #include "aclkit/text/AclText.h"
 #include "aclkit/text/internal/Names.h"
-#include "aclkit/text/internal/Prefix.h"
 
 namespace Text {
 
@@ -79,7 +78,7 @@ void ip4Address(Line& line, Ip4Addr addr, Ip4Addr mask, std::string_view field) 
 }
 
 void ip6Address(Line& line, Ip6Addr addr, U8 length, std::string_view field) {
-  if (internal::ip6Network(addr, length) != addr) {
+  if (addr.network(length) != addr) {
     refuse(std::string(field) + " has bits past " + std::string(field) + "PrefixLen");
   }
   std::ostringstream text;

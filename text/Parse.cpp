@@ -11,7 +11,6 @@
 #include "aclkit/platform/fwk/Errors.h"
 #include "aclkit/text/AclText.h"
 #include "aclkit/text/internal/Names.h"
-#include "aclkit/text/internal/Prefix.h"
 
 namespace Text {
 
@@ -195,7 +194,7 @@ std::pair<Ip4Addr, Ip4Addr> ip4Address(Cursor& in, std::string_view what) {
   if (slash != std::string_view::npos) {
     std::optional<U64> length = readDigits(t.text.substr(slash + 1), 10);
     if (!length || *length > 32) Cursor::failAt(t, "a prefix length from 0 to 32");
-    U32 mask = internal::ip4PrefixMask(static_cast<unsigned>(*length));
+    U32 mask = Ip4Addr::prefixMask(static_cast<unsigned>(*length)).value();
     if (addr->value() & ~mask)
       Cursor::failAt(t, "a network address (host bits of " + std::string(t.text) + " are set)");
     return {*addr, Ip4Addr(mask)};
@@ -225,7 +224,7 @@ std::pair<Ip6Addr, U8> ip6Address(Cursor& in, std::string_view what) {
   if (!addr || slash == std::string_view::npos) Cursor::failAt(t, what);
   std::optional<U64> length = readDigits(t.text.substr(slash + 1), 10);
   if (!length || *length > 128) Cursor::failAt(t, "a prefix length from 0 to 128");
-  if (internal::ip6Network(*addr, static_cast<unsigned>(*length)) != *addr) {
+  if (addr->network(static_cast<unsigned>(*length)) != *addr) {
     Cursor::failAt(t, "a network address (host bits of " + std::string(t.text) + " are set)");
   }
   return {*addr, static_cast<U8>(*length)};

@@ -148,6 +148,12 @@ TEST(OpenConfigTest, BadDocumentsChangeNothing) {
       {withEntry("3"), "b (ACL_IPV4) entry 3: " + at + ": expected actions/config/forwarding-action"},
       {withEntry(accept + R"(, "ipv4": {"config": {"source-address": "192.0.2.300/32"}})"),
        "b (ACL_IPV4) entry 3: " + at + "/ipv4/config/source-address: expected an address"},
+      {withEntry(accept + R"(, "ipv4": {"config": {"destination-address": "198.51.100.1/28"}})"),
+       "b (ACL_IPV4) entry 3: " + at +
+           "/ipv4/config/destination-address: expected a network address (no host bits set past the prefix length)"},
+      {withEntry(accept + R"(, "ipv6": {"config": {"source-address": "2001:db8::1:0/96"}})", R"("b", "type": "ACL_IPV6")"),
+       "b (ACL_IPV6) entry 3: " + at +
+           "/ipv6/config/source-address: expected a network address (no host bits set past the prefix length)"},
       {withEntry(accept + R"(, "transport": {"config": {"source-port": "9..1"}})"),
        "b (ACL_IPV4) entry 3: " + at + "/transport/config/source-port: expected a port, LOW..HIGH or ANY"},
       {withSet(good), "a (ACL_IPV4): acl-sets/acl-set/name: expected one acl-set per name and type"},
