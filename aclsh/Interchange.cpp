@@ -145,12 +145,7 @@ void Shell::Impl::importOpenConfig(const Words& words) {
     throw CommandError(0, path + ": " + e.what());
   }
   for (const Interchange::Finding& f : document.findings) line("note: " + f.text());
-  Client::Change change;
-  for (Interchange::List& list : document.lists) {
-    change.lists.push_back({list.type, list.name, false, std::move(list.entries), std::nullopt, std::nullopt});
-  }
-  change.bindings = std::move(document.bindings);
-  report(applyChange(change, path), path);
+  report(applyChange(Interchange::changeOf(std::move(document)), path), path);
 }
 
 // export openconfig [skip-inexact] [FILE]

@@ -373,8 +373,49 @@ Outcome apply(const Library& library, const Change& change) {
     outcome.sessions.clear();
     return outcome;
   }
+  for (const ListKey& key : writer.listsWritten()) {
+    outcome.written.push_back({key.first, key.second, before.at(key), stateOf(*running.config, key.first, key.second)});
+  }
+  if (writer.bindingsWritten()) outcome.rebound.emplace(bindingsBefore, bindingsOf(*running.intfConfig));
   settle(library, outcome);
   return outcome;
+}
+
+Outcome revert(const Library& library, const Outcome& done) {
+  Outcome outcome;
+  if (!done.accepted() || (done.written.empty() && !done.rebound)) return outcome;
+  Acl::Input::Config& config = *library.mounts().config;
+  for (const ListWritten& list : done.written) {
+    if (stateOf(config, list.type, list.name) != list.after) {
+      outcome.refusals.push_back({subjectOf(list.type, list.name), "changed since; not reverted"});
+    }
+  }
+  if (done.rebound && bindingsOf(*library.mounts().intfConfig) != done.rebound->second) {
+    outcome.refusals.push_back({"bindings", "changed since; not reverted"});
+  }
+  if (!outcome.refusals.empty()) {
+    outcome.state = State::conflict;
+    return outcome;
+  }
+  if (done.state == State::hardwareError) {
+    for (auto it = done.sessions.rbegin(); it != done.sessions.rend(); ++it) {
+      static_cast<void>((*it)->revert());
+      outcome.sessions.push_back(*it);
+    }
+    settle(library, outcome);
+    return outcome;
+  }
+  Change back;
+  for (const ListWritten& list : done.written) {
+    if (!list.before) {
+      back.removals.emplace_back(list.type, list.name);
+      continue;
+    }
+    const ListState& was = *list.before;
+    back.lists.push_back({was.type, was.name, was.standard, was.entries, was.counters, was.fragments});
+  }
+  if (done.rebound) back.bindings = done.rebound->first;
+  return apply(library, back);
 }
 
 Outcome commit(const Library& library, const Ptr<AclApi::ApiSm>& edit) {
@@ -415,6 +456,7 @@ Outcome commit(const Library& library, const Ptr<AclApi::ApiSm>& edit) {
   // Programmed by every dataplane: nothing is left to revert.
   if (edit->apiState() == AclApi::succeeded) edit->cleanupOldConfig();
   outcome.sessions.push_back(edit);
+  outcome.written.push_back({type, name, was, stateOf(*library.mounts().config, type, name)});
   settle(library, outcome);
   return outcome;
 }

@@ -89,6 +89,14 @@ struct ListReport {
   Ptr<AclApi::ApiSm> session;  // the last session that wrote it; null when unchanged
 };
 
+// A list a change wrote, as it found it and as it left it (nullopt: missing).
+struct ListWritten {
+  AclType type = AclType::ip;
+  String name;
+  std::optional<ListState> before;
+  std::optional<ListState> after;
+};
+
 struct Outcome {
   enum class State { unchanged, applied, waiting, hardwareError, refused, conflict, failed };
   State state = State::unchanged;
@@ -100,6 +108,10 @@ struct Outcome {
   std::vector<Ptr<AclApi::ApiSm>> sessions;
   std::vector<std::string> behind;                                   // dataplanes still to answer
   std::vector<std::pair<std::string, std::string>> dataplaneErrors;  // dataplane, message
+  // What an accepted change found and left, for taking it back (revert): the lists it wrote,
+  // and the whole set of bindings before and after when it changed them.
+  std::vector<ListWritten> written;
+  std::optional<std::pair<std::vector<Binding>, std::vector<Binding>>> rebound;
   // The running configuration holds the change (whatever the dataplanes made of it).
   [[nodiscard]] bool accepted() const noexcept {
     return state == State::unchanged || state == State::applied || state == State::waiting ||
@@ -113,6 +125,14 @@ struct Outcome {
 
 // Makes `change` on the running configuration, as described above.
 [[nodiscard]] Outcome apply(const Library& library, const Change& change);
+
+// Takes back what an accepted change (of apply or of a list edit's commit) did, as a change of
+// its own through apply, checked like any other: each list it wrote is made again as it found
+// it (created lists removed), and the bindings as they were. After a hardware error the
+// change's own sessions revert instead, which also lets go of the versions they kept. Nothing
+// to take back: unchanged. When a list or the bindings have changed since (another session's
+// work), it is a `conflict` naming them and nothing is reverted.
+[[nodiscard]] Outcome revert(const Library& library, const Outcome& done);
 
 // Commits a list edit session (commit_, on the running configuration) the same way: its
 // scratchpad is checked on a candidate first, and the session's own commit then writes it,

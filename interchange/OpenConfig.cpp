@@ -748,21 +748,23 @@ Document readOpenConfig(std::string_view text) {
   return out;
 }
 
+Client::Change changeOf(Document document) {
+  Client::Change change;
+  for (List& list : document.lists) {
+    change.lists.push_back({list.type, list.name, false, std::move(list.entries), std::nullopt, std::nullopt});
+  }
+  change.bindings = std::move(document.bindings);
+  return change;
+}
+
 ImportResult importOpenConfig(const Client::Library& library, std::string_view text) {
   Document doc = readOpenConfig(text);
-  ImportResult result;
-  result.findings = std::move(doc.findings);
-  // What the sessions would refuse half-way, refused before any of them opens.
+  // A rule an existing standard list cannot hold is the document's mistake: said by entry, in
+  // the document's own terms, as any other entry it cannot stand for.
   for (const List& list : doc.lists) {
     const Ptr<AclConfig> live = library.list(list.type, list.name);
-    if (!live) continue;
+    if (!live || !live->standard()) continue;
     const std::string label = listLabel(list.name, list.type);
-    if (live->readonly()) {
-      const std::vector<Client::ListEntry> current =
-          live->currCfg() ? Client::entriesOf(*live->currCfg(), list.type) : std::vector<Client::ListEntry>();
-      if (Client::planReplace(current, list.entries).changes()) throw ImportError(label + ": the list is read-only");
-    }
-    if (!live->standard()) continue;
     for (const Client::ListEntry& entry : list.entries) {
       try {
         static_cast<void>(Text::formatStandard(std::get<IpRuleConfig>(entry.body)));
@@ -772,22 +774,13 @@ ImportResult importOpenConfig(const Client::Library& library, std::string_view t
       }
     }
   }
-  auto settled = [](AclApi::ApiState s) {
-    return s == AclApi::succeeded || s == AclApi::waitingForHw || s == AclApi::errHw;
-  };
-  for (const List& list : doc.lists) {
-    result.lists.push_back(
-        {list.name, list.type,
-         Client::replaceList(library, list.name, list.type, list.entries, false, /*cleanup=*/false)});
-    if (!settled(result.lists.back().result.state)) return result;
+  ImportResult result;
+  result.findings = std::move(doc.findings);
+  try {
+    result.outcome = Client::apply(library, changeOf(std::move(doc)));
+  } catch (const std::invalid_argument& e) {
+    throw ImportError(e.what());
   }
-  if (doc.bindings) {
-    result.bindings = Client::replaceBindings(library, *doc.bindings);
-    for (const Client::BindingChange& change : result.bindings->changes) {
-      if (!settled(change.state)) return result;
-    }
-  }
-  result.complete = true;
   return result;
 }
 

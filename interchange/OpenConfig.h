@@ -49,7 +49,7 @@
 #include <string_view>
 #include <vector>
 
-#include "aclkit/client/Replace.h"
+#include "aclkit/client/Change.h"
 
 namespace Interchange {
 
@@ -87,33 +87,20 @@ struct Document {
 // Reads a whole document; ImportError when it cannot stand for lists and bindings.
 [[nodiscard]] Document readOpenConfig(std::string_view json);
 
-struct ListOutcome {
-  String name;
-  AclType type = AclType::ip;
-  Client::ReplaceResult result;
-};
+// The document as one change: each of its lists replaced whole, and the bindings when it has
+// interfaces (lists it does not name, and the bindings of a document without interfaces, are
+// left alone).
+[[nodiscard]] Client::Change changeOf(Document document);
 
 struct ImportResult {
   std::vector<Finding> findings;
-  // Each list of the document, in its order, up to the one that stopped the import.
-  std::vector<ListOutcome> lists;
-  // The bindings' replace, when the document has interfaces and every list went through.
-  std::optional<Client::BindingsResult> bindings;
-  // Every list and binding reached the configuration (committed, or waiting for dataplanes, or
-  // with a hardware error each session can revert).
-  bool complete = false;
+  Client::Outcome outcome;  // accepted() when every list and binding reached the configuration
 };
 
-// A declarative replace of every list in the document, then of the bindings when it has
-// interfaces (lists it does not name, and the bindings of a document without interfaces, are
-// left alone). All-or-nothing as far as the sessions allow: the whole document is read,
-// converted and checked against the configuration (family, standard lists) before any session
-// opens, so bad input changes nothing (ImportError). Lists are then committed one by one, each
-// in its own session, and bindings last. A commit a session refuses (another session's
-// conflicting change, a read-only list) stops the import there: the lists before it stay
-// committed (a session cannot revert a commit the dataplanes have programmed), that list is
-// dropped as the session left it, and the later lists and the bindings are untouched; the
-// result says which. Commits keep what revert needs (commitExt(false)).
+// Reads the document and makes it one change through Client::apply: all of it or none of it.
+// A document that cannot be read, or a list a standard list cannot hold, raises ImportError
+// before anything changes; a change the platform refuses, or that another session gets in the
+// way of, comes back in the outcome with the running configuration as it was.
 [[nodiscard]] ImportResult importOpenConfig(const Client::Library& library, std::string_view json);
 
 // A list the document cannot carry exactly: which, and the entry and fields.

@@ -12,5 +12,6 @@ PYBIND11_MODULE(aclkit, m) {
   Python::bindRecords(m);
   Python::bindSessions(m);
   Python::bindAgents(m);
+  Python::bindChanges(m);
   Python::bindInterchange(m);
 }

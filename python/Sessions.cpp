@@ -6,6 +6,7 @@
 #include <optional>
 #include <variant>
 
+#include "aclkit/client/Change.h"
 #include "aclkit/client/Library.h"
 #include "aclkit/model/Family.h"
 #include "aclkit/platform/store/StateStore.h"
@@ -39,9 +40,12 @@ py::list entriesOf(const Acl::AclSubConfig& version) {
   return all;
 }
 
-// The version an edit started from, so that leaving the block knows whether the block committed.
+// An edit as a block: leaving it commits through the change pipeline, so that a change the
+// platform refuses raises instead of being left in the session's state.
 struct Edit {
+  const Client::Library* library;
   Ptr<ApiSm> session;
+  std::optional<Client::Outcome> outcome;
 
   // The session's scratchpad is the list's current version: the block committed it, and the
   // session still holds what revert() needs.
@@ -54,7 +58,12 @@ struct Edit {
 
   void exit(bool raised) {
     if (!raised) {
-      if (session->currentAcl() && !committedInBlock()) static_cast<void>(session->commitExt(false));
+      if (!session->currentAcl() || committedInBlock()) return;
+      outcome = Client::commit(*library, session);
+      if (!outcome->accepted()) {
+        session->spAclSubConfigDel();  // not taken: the list stays as it was, and the edit goes
+        raiseRefused(*outcome);
+      }
       return;
     }
     if (committedInBlock()) {
@@ -71,10 +80,11 @@ const char* const editDoc =
     "A commit session as a context manager:\n\n"
     "    with lib.edit('web', AclType.ip) as s:\n"
     "        s.addIpRule(0, IpRule('permit tcp any any eq 443'))\n\n"
-    "Leaving the block commits the edit with commitExt(False), unless the block committed it; "
-    "s.apiState then tells the outcome, and s.revert() undoes a commit the dataplanes refused. "
-    "When the block raises, the edit is dropped, and a commit the block made is reverted (a commit "
-    "every dataplane already confirmed has let go of what revert needs, and stays).";
+    "Leaving the block commits the edit as any change is (Library.apply): checked against the platform "
+    "first, then committed. Its Outcome is the Edit's `outcome` (lib.revert(edit.outcome) takes it back); "
+    "a change not taken raises ChangeError carrying it, the edit dropped and the list as it was. When the "
+    "block raises, the edit is dropped, and a commit the block made itself is reverted (a commit every "
+    "dataplane already confirmed has let go of what revert needs, and stays).";
 
 }  // namespace
 
@@ -130,6 +140,9 @@ void bindSessions(py::module_& m) {
 
   py::class_<Edit>(m, "Edit", editDoc)
       .def("__enter__", [](const Edit& e) { return e.session; })
+      .def_property_readonly(
+          "outcome", [](const Edit& e) { return e.outcome; },
+          "The commit's Outcome once the block is left, None before or when the block committed itself.")
       .def("__exit__", [](Edit& e, const py::object& type, const py::object&, const py::object&) {
         e.exit(!type.is_none());
         return false;
@@ -166,9 +179,9 @@ void bindSessions(py::module_& m) {
       .def(
           "edit",
           [](const Client::Library& lib, const fwk::String& name, AclType type, bool standard) {
-            return Edit{lib.session(name, type, AclApi::commit_, standard)};
+            return Edit{&lib, lib.session(name, type, AclApi::commit_, standard), std::nullopt};
           },
-          py::arg("name"), py::arg("type"), py::arg("standard") = false, editDoc)
+          py::arg("name"), py::arg("type"), py::arg("standard") = false, py::keep_alive<0, 1>(), editDoc)
       .def("list", &Client::Library::list, py::arg("type"), py::arg("name"),
            "The list as the running configuration holds it (an AclList), or None.")
       .def("lists", &Client::Library::lists, py::arg("type"), "Every list of the family, by name.")

@@ -21,9 +21,11 @@ namespace {
 
 // Module-lifetime classes, made once when the module loads.
 struct ErrorClasses {
-  py::handle error, range, nullArgument, enumeration, conversion, name, parse;
+  py::handle error, range, nullArgument, enumeration, conversion, name, parse, assertion;
 };
 ErrorClasses errors;
+
+}  // namespace
 
 py::handle newError(py::module_& m, const char* name, std::initializer_list<py::handle> bases, const char* doc) {
   py::tuple all(bases.size());
@@ -35,6 +37,8 @@ py::handle newError(py::module_& m, const char* name, std::initializer_list<py::
   m.add_object(name, py::handle(made));
   return made;
 }
+
+namespace {
 
 void raise(py::handle type, const char* message) {
   PyErr_SetString(type.ptr(), message);
@@ -260,6 +264,12 @@ void bindErrors(py::module_& m) {
                          "An attribute, operation or type that reflection does not know.");
   errors.parse = newError(m, "ParseError", {base, PyExc_ValueError},
                           "A line that does not read as an entry; `column` (1-based) and `expected` say why.");
+  errors.assertion = newError(m, "AssertionError", {base, PyExc_AssertionError},
+                              "A programming error the library caught (an operation of another session type), with "
+                              "the library's assertion text; nothing was changed.");
+  // An interpreter outlives its user's mistakes: the library's assertions raise here instead of
+  // ending the process.
+  fwk::assertionsThrowIs(true);
   py::register_exception_translator([](std::exception_ptr thrown) {
     try {
       if (thrown) std::rethrow_exception(thrown);
@@ -280,6 +290,8 @@ void bindErrors(py::module_& m) {
       raise(errors.name, e.what());
     } catch (const fwk::Error& e) {
       raise(errors.error, e.what());
+    } catch (const fwk::AssertionError& e) {
+      raise(errors.assertion, e.what());
     }
   });
 }

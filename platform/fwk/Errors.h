@@ -11,6 +11,8 @@
 // source position to standard error and abort the process.
 //   FWK_ASSERT(apiType() == commit_);            text is the expression
 //   FWK_ASSERT_TEXT(a != nullptr, "a");          text given explicitly
+// A host that must outlive its caller's programming error (an interpreter, whose user typed
+// an operation of the wrong session) makes them throw AssertionError with the text instead.
 #pragma once
 
 #include <stdexcept>
@@ -44,8 +46,17 @@ class ACLKIT_EXPORT NameError : public Error {
   using Error::Error;
 };
 
-[[noreturn]] ACLKIT_EXPORT void assertionFailed(const char* text, const char* file, int line,
-                                                const char* function) noexcept;
+// A failed assertion, when assertions throw; what() is the assertion's text.
+class ACLKIT_EXPORT AssertionError : public std::logic_error {
+ public:
+  using std::logic_error::logic_error;
+};
+
+// Whether failed assertions throw AssertionError (true) or abort the process (false, the
+// default); for the whole process.
+ACLKIT_EXPORT void assertionsThrowIs(bool enabled) noexcept;
+
+[[noreturn]] ACLKIT_EXPORT void assertionFailed(const char* text, const char* file, int line, const char* function);
 
 }  // namespace fwk
 

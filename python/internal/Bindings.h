@@ -5,8 +5,10 @@
 
 #include <pybind11/pybind11.h>
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
@@ -20,6 +22,10 @@
 // Python objects hold entities by the framework's own intrusive count, so that a Python
 // reference and a C++ one keep the same object alive.
 PYBIND11_DECLARE_HOLDER_TYPE(T, fwk::Ptr<T>, true)
+
+namespace Client {
+struct Outcome;
+}  // namespace Client
 
 namespace Python {
 
@@ -67,6 +73,15 @@ py::object enumMember(std::string_view typeName, std::int64_t number);
 // fwk::TypeConversionError for anything else.
 Text::EntryBody bodyOf(py::handle object);
 
+// A binding as Python sees it: (interface, direction, type, list).
+using BindingTuple = std::tuple<fwk::String, Acl::AclDirection, Acl::AclType, fwk::String>;
+
+// A new exception class `aclkit.<name>` with those bases, added to the module.
+py::handle newError(py::module_& m, const char* name, std::initializer_list<py::handle> bases, const char* doc);
+
+// Raises aclkit.ChangeError carrying `outcome` (a change the pipeline did not accept).
+[[noreturn]] void raiseRefused(const Client::Outcome& outcome);
+
 // ---- one function per group of names -------------------------------------------------------
 
 void bindErrors(py::module_& m);
@@ -75,6 +90,7 @@ void bindReflection(py::module_& m);
 void bindRecords(py::module_& m);
 void bindSessions(py::module_& m);
 void bindAgents(py::module_& m);
+void bindChanges(py::module_& m);
 void bindInterchange(py::module_& m);
 
 }  // namespace Python

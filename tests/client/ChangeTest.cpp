@@ -86,6 +86,7 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
   change.removals = {{AclType::ip, "a"}};
   change.lists = {{AclType::ip, "web", false, entries({"10 deny ip any any", "20 remark r"}), false, true}};
   change.bindings = {{webOnE1, {"Ethernet2", AclDirection::out, AclType::ip, "web"}}};
+  const Client::Snapshot original = running();
   Client::Outcome outcome = Client::apply(acl, change);
   EXPECT_EQ(outcome.state, State::applied);
   EXPECT_EQ(outcome.lists.at(0).report.added, (std::vector<U32>{10, 20}));
@@ -96,6 +97,29 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
   EXPECT_EQ(after.lists.at(1).entries, change.lists[0].entries);
   EXPECT_EQ(std::tuple(after.lists.at(1).counters, after.lists.at(1).fragments), std::tuple(false, true));
   EXPECT_EQ(Client::apply(acl, change).state, State::unchanged);
+
+  // Taken back whole, as a change of its own; after that its lists and bindings are no longer
+  // what it left, so taking it back again would undo other work: a conflict.
+  EXPECT_EQ(Client::revert(acl, outcome).state, State::applied);
+  EXPECT_EQ(running(), original);
+  const Client::Outcome again = Client::revert(acl, outcome);
+  EXPECT_EQ(again.state, State::conflict);
+  EXPECT_EQ(again.refusals, (std::vector<Client::Refusal>{{"ip access-list a", "changed since; not reverted"},
+                                                          {"ip access-list web", "changed since; not reverted"},
+                                                          {"bindings", "changed since; not reverted"}}));
+  EXPECT_EQ(running(), original);
+
+  // A list the dataplane could not program: its own session reverts it, and the version the
+  // commit kept for that goes with it.
+  dp.forcedErrorIs("full");
+  Client::Change created;
+  created.lists = {{AclType::ip, "web", false, entries({"10 deny ip any any"}), {}, {}}};
+  outcome = Client::apply(acl, created);
+  ASSERT_EQ(outcome.state, State::hardwareError);
+  dp.forcedErrorDel();
+  EXPECT_EQ(Client::revert(acl, outcome).state, State::applied);
+  EXPECT_EQ(running(), original);
+  EXPECT_EQ(acl.list(AclType::ip, "web")->subConfig().size(), 1U);
 }
 
 // The platform changes between the check and the write (here: when the first list asks the

@@ -80,16 +80,41 @@ def test_the_commit_session_as_a_context_manager_and_whole_lists(lib):
             raise RuntimeError("the handler failed")
     assert lib.list(AclType.ip, "other") is None and s.currentAcl() is None
 
-    assert lib.session("web", AclType.ip, ApiType.attach).attach("Ethernet1", "in") is ApiState.succeeded
+    with pytest.raises(aclkit.AssertionError, match=r"^apiType\(\) == attach_$"):  # and the interpreter lives on
+        lib.session("web", AclType.ip).attach("Ethernet1", "in")
+    lib.mounts["paramConfig"].set("aclSupported", True)  # IPv4 lists, without their optional matches
+    assert lib.replaceBindings([("Ethernet1", "in", AclType.ip, "web")]).bindings == [
+        ("attached", ("Ethernet1", AclDirection.in_, AclType.ip, "web"), ApiState.succeeded)]
+    # A rule the platform cannot hold on a bound list: refused, whichever door, the list as it was.
+    dscp = IpRule("permit ip any any dscp 10")
+    with pytest.raises(aclkit.ChangeError) as refused:
+        with lib.edit("web", AclType.ip) as s:
+            s.addIpRule(0, dscp)
+    assert refused.value.outcome.state == "refused" and refused.value.outcome.refusals[0][0] == "ip access-list web"
+    assert str(refused.value).startswith("refused: ip access-list web: ") and entries(lib) == [(10, WEB)]
+    with pytest.raises(aclkit.ChangeError, match="^refused: "):
+        lib.replaceList("web", AclType.ip, [(10, dscp)])
+    assert entries(lib) == [(10, WEB)]
+
+    edit = lib.edit("web", AclType.ip)
+    with edit as s:
+        s.addIpRule(30, SSH)
     changed = lib.replaceList("web", AclType.ip, [(10, WEB), (20, aclkit.Remark("ssh below")), (30, SSH)])
-    assert (changed.removed, changed.added, changed.kept, changed.state) == ([], [20, 30], [10], ApiState.succeeded)
+    (web,) = changed.lists
+    assert (web.removed, web.added, web.kept, changed.state) == ([], [20], [10, 30], "applied")
+    assert lib.revert(changed).state == "applied" and entries(lib) == [(10, WEB), (30, SSH)]
+    lib.replaceList("web", AclType.ip, [(10, WEB), (20, aclkit.Remark("ssh below")), (30, SSH)])
+    with pytest.raises(aclkit.ChangeError, match=r"^conflict: ip access-list web: changed since; not reverted$"):
+        lib.revert(edit.outcome)  # the replace came after it
     with pytest.raises(ValueError, match="sequence"):
         lib.replaceList("web", AclType.ip, [(0, WEB)])
     document, findings = lib.exportOpenConfig()
     assert any("remark" in f for f in findings), findings  # remarks have no place in the model
     other = aclkit.Library(aclkit.Store())
+    other.mounts["paramConfig"].set("aclSupported", True)
     imported = other.importOpenConfig(document)
-    assert imported.complete and [(n, t) for n, t, _ in imported.lists] == [("web", AclType.ip)]
+    assert imported.outcome.state == "applied" and [(l.name, l.type) for l in imported.outcome.lists] == [
+        ("web", AclType.ip)]
     assert other.bindings() == lib.bindings() == [("Ethernet1", AclDirection.in_, AclType.ip, "web")]
     assert [rule for _, rule in entries(other)] == [WEB, SSH]
     with pytest.raises(aclkit.OpenConfigError):
