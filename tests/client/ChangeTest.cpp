@@ -81,10 +81,12 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
     EXPECT_EQ(dp.lastRun().run, runs) << "nothing was programmed";
   }
 
-  // Accepted: removals, replaced lists (flags included) and the bindings, as one change.
+  // Accepted: removals, replaced and created lists (flags included) and the bindings, as one
+  // change.
   Client::Change change;
   change.removals = {{AclType::ip, "a"}};
-  change.lists = {{AclType::ip, "web", false, entries({"10 deny ip any any", "20 remark r"}), false, true}};
+  change.lists = {{AclType::ip, "web", false, entries({"10 deny ip any any", "20 remark r"}), false, true},
+                  {AclType::ip, "b", false, anyAny, {}, {}}};
   change.bindings = {{webOnE1, {"Ethernet2", AclDirection::out, AclType::ip, "web"}}};
   const Client::Snapshot original = running();
   Client::Outcome outcome = Client::apply(acl, change);
@@ -92,10 +94,11 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
   EXPECT_EQ(outcome.lists.at(0).report.added, (std::vector<U32>{10, 20}));
   const Client::Snapshot after = running();
   EXPECT_EQ(Client::differences({}, after),
-            (std::vector<std::string>{"ip access-list fixed created", "ip access-list web created",
-                                      "binding of Ethernet1 in (ip) added", "binding of Ethernet2 out (ip) added"}));
-  EXPECT_EQ(after.lists.at(1).entries, change.lists[0].entries);
-  EXPECT_EQ(std::tuple(after.lists.at(1).counters, after.lists.at(1).fragments), std::tuple(false, true));
+            (std::vector<std::string>{"ip access-list b created", "ip access-list fixed created",
+                                      "ip access-list web created", "binding of Ethernet1 in (ip) added",
+                                      "binding of Ethernet2 out (ip) added"}));
+  EXPECT_EQ(after.lists.at(2).entries, change.lists[0].entries);
+  EXPECT_EQ(std::tuple(after.lists.at(2).counters, after.lists.at(2).fragments), std::tuple(false, true));
   EXPECT_EQ(Client::apply(acl, change).state, State::unchanged);
 
   // Taken back whole, as a change of its own; after that its lists and bindings are no longer
@@ -106,6 +109,7 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
   EXPECT_EQ(again.state, State::conflict);
   EXPECT_EQ(again.refusals, (std::vector<Client::Refusal>{{"ip access-list a", "changed since; not reverted"},
                                                           {"ip access-list web", "changed since; not reverted"},
+                                                          {"ip access-list b", "changed since; not reverted"},
                                                           {"bindings", "changed since; not reverted"}}));
   EXPECT_EQ(running(), original);
 
