@@ -52,14 +52,25 @@ std::string kebab(std::string_view camel) {
   return out;
 }
 
-const std::vector<Capability>& capabilities() {
-  static const std::vector<Capability> all = [] {
-    std::vector<Capability> list;
-#define ACLSH_CAPABILITY_(kind, flag, T, def)                                                   \
-  list.push_back({kebab(std::string_view(#flag).substr(0, std::string_view(#flag).size() - 9)), \
-                  &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is});
+// Each capability's flag, as the model declares it: "ipMirrorSupported".
+struct Flag {
+  std::string_view camel;
+  const bool& (Acl::ParamConfig::*get)() const noexcept;
+  void (Acl::ParamConfig::*set)(const bool&);
+};
+constexpr Flag capabilityFlags[] = {
+#define ACLSH_CAPABILITY_(kind, flag, T, def) {#flag, &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is},
     ACLKIT_ACL_CAPABILITIES(ACLSH_CAPABILITY_)
 #undef ACLSH_CAPABILITY_
+};
+
+const std::vector<Capability>& capabilities() {
+  static const std::vector<Capability> all = [] {
+    constexpr std::string_view suffix = "Supported";
+    std::vector<Capability> list;
+    for (const Flag& f : capabilityFlags) {
+      list.push_back({kebab(f.camel.substr(0, f.camel.size() - suffix.size())), f.get, f.set});
+    }
     return list;
   }();
   return all;

@@ -56,7 +56,8 @@ class Shell {
   // Drops whatever is open without committing: a script stopped by an error changes nothing
   // more.
   void abandon();
-  // The prompt for the mode the shell is in: "aclsh#", "aclsh(config-acl-web)#", ...
+  // The prompt for the mode the shell is in: "aclsh#", "aclsh(acl-web)#",
+  // "aclsh(config-s-maint-if-Ethernet1)#", ...
   [[nodiscard]] std::string prompt() const;
   // Nothing is open: no list being edited, no interface, no configuration session.
   [[nodiscard]] bool atTop() const;

@@ -84,6 +84,16 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   rewritten << std::ifstream(again.configFile).rdbuf();
   EXPECT_EQ(rewritten.str(), text.str());
   std::filesystem::remove(again.configFile);
+  // An export written to a file holds what it prints.
+  run.out.str("");
+  ASSERT_TRUE(run.script("export openconfig skip-inexact"));
+  const std::string printed = run.out.str();
+  ASSERT_TRUE(run.script("export openconfig skip-inexact " + (dir / "oc.json").string()));
+  std::ostringstream exported;
+  exported << std::ifstream(dir / "oc.json").rdbuf();
+  EXPECT_EQ(exported.str(), printed);
+  std::filesystem::remove(dir / "oc.json");
+  run.err.str("");
   reloaded.out.str("");
   ASSERT_TRUE(reloaded.script(text.str()));
   EXPECT_EQ(reloaded.out.str().find("committed"), std::string::npos) << reloaded.out.str();
@@ -160,13 +170,25 @@ TEST(AclshTest, AConflictWithAnotherShellDropsTheEditAndRevertsNothing) {
             "exit\ndataplane dp1 delay 1\n!\n");
 }
 
-// On a terminal a failed line leaves the edit open for the line typed again; text that is not
-// UTF-8 is refused there too, at its first bad byte, and never stored.
+// On a terminal a failed line leaves the edit open for the line typed again (the prompt shows
+// the mode); text that is not UTF-8 is refused there too, at its first bad byte, and never
+// stored.
 TEST(AclshTest, ATerminalKeepsTheEditOpenAfterAFailedLine) {
   ShellRun run;
-  const char* lines[] = {"ip access-list web", "10 remark caf\xe9", "10 permit tcp any any eq 443 bogus",
-                         "10 permit tcp any any eq 443", "exit"};
-  for (const char* line : lines) run.shell.run(line, {"", 1});
+  const std::pair<const char*, const char*> lines[] = {{"configure session maint", "aclsh(config-s-maint)# "},
+                                                       {"interface Ethernet1", "aclsh(config-s-maint-if-Ethernet1)# "},
+                                                       {"exit", "aclsh(config-s-maint)# "},
+                                                       {"abort", "aclsh# "},
+                                                       {"ip access-list web", "aclsh(acl-web)# "},
+                                                       {"10 remark caf\xe9", "aclsh(acl-web)# "},
+                                                       {"10 permit tcp any any eq 443 bogus", "aclsh(acl-web)# "},
+                                                       {"10 permit tcp any any eq 443", "aclsh(acl-web)# "},
+                                                       {"exit", "aclsh# "}};
+  for (const auto& [line, prompt] : lines) {
+    run.shell.run(line, {"", 1});
+    EXPECT_EQ(run.shell.prompt(), prompt) << line;
+  }
+  EXPECT_TRUE(run.shell.atTop());
   EXPECT_EQ(run.err.str(), "1:14: expected UTF-8 text\n1:30: expected an option or the end of the line\n");
   EXPECT_EQ(run.running(), "ip access-list web\n   10 permit tcp any any eq 443\n!\n");
 }
