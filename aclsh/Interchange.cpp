@@ -28,24 +28,38 @@ std::vector<Client::ListEntry> readEntries(const std::string& path, AclType type
   U32 last = 0;
   std::string line;
   for (std::size_t n = 1; std::getline(text, line); ++n) {
-    const Words words(line);
+    const auto where = [&](std::size_t column) {
+      return path + ":" + std::to_string(n) + (column != 0 ? ":" + std::to_string(column) : "") + ": ";
+    };
+    std::string_view typed;
+    try {
+      typed = typedLine(line);
+    } catch (const CommandError& e) {
+      throw CommandError(0, where(e.column()) + e.what());
+    }
+    const Words words(typed);
     if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#')) continue;
     try {
-      const Text::Entry e = Text::parse(line, type, standard);
+      const Text::Entry e = Text::parse(typed, type, standard);
       const std::uint64_t sequence = e.sequence ? *e.sequence : std::uint64_t{last} + 10;
-      if (sequence > 0xFFFFFFFFULL)
-        throw CommandError(0, path + ":" + std::to_string(n) + ": no sequence number is left");
+      if (sequence > 0xFFFFFFFFULL) throw CommandError(0, where(0) + "no sequence number is left");
       entries.push_back({static_cast<U32>(sequence), e.body});
       last = std::max(last, static_cast<U32>(sequence));
     } catch (const Text::ParseError& e) {
-      throw CommandError(
-          0, path + ":" + std::to_string(n) + ":" + std::to_string(e.column()) + ": expected " + e.expected());
+      throw CommandError(0, where(e.column()) + "expected " + e.expected());
     }
   }
   return entries;
 }
 
 }  // namespace
+
+// What a conversion left out or changed: "note: ..." on `text` (standard output, or standard
+// error beside a printed document), a note object in JSON mode.
+void Shell::Impl::note(const Interchange::Finding& finding, std::ostream& text) const {
+  if (options_.json) return emit(Kind::note, noteJson(finding.list, finding.sequence, finding.field, finding.what));
+  text << "note: " << finding.text() << '\n';
+}
 
 // A change of whole lists and bindings through the pipeline; bad input is a CommandError.
 Client::Outcome Shell::Impl::applyChange(const Client::Change& change, const std::string& subject) {
@@ -59,6 +73,7 @@ Client::Outcome Shell::Impl::applyChange(const Client::Change& change, const std
 // A replace's or an import's outcome: each list and binding it changed, or why nothing did.
 void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject) {
   using State = Client::Outcome::State;
+  if (options_.json) emit(Kind::outcome, outcomeJson(outcome, subject, "replaced"));
   if (!outcome.accepted()) {
     const std::string why = reasons(outcome, subject);
     const char* how = outcome.state == State::refused    ? "refused by the platform"
@@ -69,7 +84,7 @@ void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subj
   for (const Client::ListReport& list : outcome.lists) {
     const std::string name = listName(list.type, list.name);
     if (!list.session) {
-      line(name + ": unchanged (" + counted(list.report.kept.size(), "kept") + ")");
+      if (!options_.json) line(name + ": unchanged (" + counted(list.report.kept.size(), "kept") + ")");
     } else {
       settle(list.session, name, "replaced: " + summary(list.report));
     }
@@ -86,7 +101,7 @@ void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subj
         change.session, "interface " + b.interface.str(),
         listName(b.type, b.list) + (attached ? " bound " : " unbound ") + std::string(stringValue(b.direction).view()));
   }
-  if (kept != 0) line(counted(kept, kept == 1 ? "binding" : "bindings") + " unchanged");
+  if (kept != 0 && !options_.json) line(counted(kept, kept == 1 ? "binding" : "bindings") + " unchanged");
 }
 
 std::string readFile(const std::string& path) {
@@ -106,7 +121,7 @@ void Shell::Impl::replaceList(const Words& words) {
     throw CommandError(words.column(3), "expected a list name (only ip lists are standard)");
   if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
   if (words[nameAt + 1].empty()) throw CommandError(words.column(nameAt + 1), "expected a file");
-  if (words.size() > nameAt + 2) throw CommandError(words.column(nameAt + 2), "expected the end of the line");
+  endOfLine(words, nameAt + 2);
   const String name(words[nameAt]);
   const std::string subject = listName(*type, name);
   const Ptr<Acl::Input::AclTypeConfig> table = (config_ ? config_->config() : library_.mounts().config)->config(*type);
@@ -122,9 +137,9 @@ void Shell::Impl::replaceList(const Words& words) {
     } catch (const std::invalid_argument& e) {
       throw CommandError(0, subject + ": " + e.what());
     }
-    if (!r.session) return line(subject + ": unchanged (" + counted(r.report.kept.size(), "kept") + ")");
+    if (!r.session) return message(subject + ": unchanged (" + counted(r.report.kept.size(), "kept") + ")");
     if (r.state == AclApi::errReadOnly) throw CommandError(0, subject + " is read-only");
-    return line(subject + ": replaced: " + summary(r.report) + " in configuration session " + configName_);
+    return message(subject + ": replaced: " + summary(r.report) + " in configuration session " + configName_);
   }
   Client::Change change;
   change.lists.push_back({*type, name, standard, entries, std::nullopt, std::nullopt});
@@ -135,7 +150,7 @@ void Shell::Impl::replaceList(const Words& words) {
 void Shell::Impl::importOpenConfig(const Words& words) {
   if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
   if (words[2].empty()) throw CommandError(words.column(2), "expected a file");
-  if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
+  endOfLine(words, 3);
   if (config_) throw CommandError(0, "import works on the running configuration: commit or abort the session first");
   const std::string path(words[2]);
   Interchange::Document document;
@@ -144,7 +159,7 @@ void Shell::Impl::importOpenConfig(const Words& words) {
   } catch (const Interchange::ImportError& e) {
     throw CommandError(0, path + ": " + e.what());
   }
-  for (const Interchange::Finding& f : document.findings) line("note: " + f.text());
+  for (const Interchange::Finding& f : document.findings) note(f, out_);
   report(applyChange(Interchange::changeOf(std::move(document)), path), path);
 }
 
@@ -153,22 +168,25 @@ void Shell::Impl::exportOpenConfig(const Words& words) {
   if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
   const bool skip = words.is(2, "skip-inexact");
   const std::size_t fileAt = skip ? 3 : 2;
-  if (words.size() > fileAt + 1) throw CommandError(words.column(fileAt + 1), "expected the end of the line");
+  endOfLine(words, fileAt + 1);
   Interchange::ExportResult r;
   try {
     r = Interchange::exportOpenConfig(library_, {.skipLists = skip});
   } catch (const Interchange::ExportError& e) {
     throw CommandError(0, std::string(e.what()) + " (skip-inexact leaves such lists out)");
   }
+  // Printed, the document stands alone on standard output (its notes go to standard error),
+  // unless every line there is JSON anyway.
   if (words[fileAt].empty()) {
+    for (const Interchange::Finding& f : r.findings) note(f, err_);
+    if (options_.json) return emit(Kind::openconfig, Json::parse(r.json));
     out_ << r.json;
-    for (const Interchange::Finding& f : r.findings) err_ << "note: " << f.text() << '\n';
     return;
   }
   const std::string path(words[fileAt]);
   writeFile(path, r.json);
-  for (const Interchange::Finding& f : r.findings) line("note: " + f.text());
-  line("openconfig written to " + path);
+  for (const Interchange::Finding& f : r.findings) note(f, out_);
+  message("openconfig written to " + path);
 }
 
 }  // namespace aclsh

@@ -78,33 +78,41 @@ void Shell::Impl::openList(AclType type, const String& name, bool standard) {
                                                                              std::string(name.view())
                                                                        : " is not a standard list"));
   }
-  list_ = ListEdit{type, name, standard, newSession(name, type, AclApi::commit_, standard)};
+  list_ = ListEdit{type, name, standard, newSession(name, type, AclApi::commit_, standard), std::nullopt};
 }
 
 void Shell::Impl::listCommand(const Words& words) {
   ListEdit& edit = *list_;
   ApiSm& s = *edit.session;
   const std::string_view verb = words[0];
+  if (verb == "exit" || verb == "end" || verb == "abort") endOfLine(words, 1);
   if (verb == "exit" || verb == "end") return commitList();
   if (verb == "abort") {
-    line(listName(edit.type, edit.name) + ": edit discarded");
+    message(listName(edit.type, edit.name) + ": edit discarded");
     list_.reset();
     return;
   }
   if (verb == "show") return show(words);
   const std::string name = listName(edit.type, edit.name);
   if (verb == "resequence") {
+    // Sequence 0 stands for "after the last" and is no place; a step of 0 would put every
+    // entry on one place.
     const U32 start = words.size() > 1 ? number(words, 1, "a first sequence number") : 10;
+    if (start == 0) throw CommandError(words.column(1), "expected a first sequence number from 1 up");
     const U32 step = words.size() > 2 ? number(words, 2, "a step") : 10;
-    if (words.size() > 3) throw CommandError(words.column(3), "expected the end of the line");
+    if (step == 0) throw CommandError(words.column(2), "expected a step from 1 up");
+    endOfLine(words, 3);
+    edit.held.reset();
     return refuseEdit(s.resequence(start, step), words.column(1), name, "the numbering");
   }
   const bool negated = verb == "no";
   const std::size_t at = negated ? 1 : 0;
   if (words.is(at, "counters") && words.is(at + 1, "per-entry")) {
+    endOfLine(words, at + 2);
     return refuseEdit(negated ? s.disableCounters() : s.enableCounters(), 0, name, "");
   }
   if (words.is(at, "fragment-rules")) {
+    endOfLine(words, at + 1);
     return refuseEdit(negated ? s.disableFragments() : s.enableFragments(), 0, name, "");
   }
   if (negated) return removeEntry(words, 1);
@@ -117,28 +125,58 @@ void Shell::Impl::editEntry(const Words& words, std::size_t first) {
   const U32 sequence = entry.sequence.value_or(0);
   const std::string name = listName(edit.type, edit.name);
   const std::string place = "sequence " + std::to_string(sequence);
-  if (const auto* remark = std::get_if<Acl::RemarkConfig>(&entry.body)) {
-    return refuseEdit(edit.session->addRemark(*remark, sequence), words.column(first), name, place);
+  const auto* remark = std::get_if<Acl::RemarkConfig>(&entry.body);
+  if (!remark) {
+    if (std::optional<std::string> refusal = library_.payloadRefusal(entry.body, edit.type)) {
+      throw CommandError(words.column(first), *refusal);
+    }
   }
-  if (std::optional<std::string> refusal = library_.payloadRefusal(entry.body, edit.type)) {
-    throw CommandError(words.column(first), *refusal);
-  }
+  // Without a sequence the session would quietly add nothing; at a place of its own a rule
+  // the list holds already never matches there.
+  const std::optional<U32> held = heldElsewhere(entry.body, sequence);
+  const std::string holder = held ? "sequence " + std::to_string(*held) + " holds this entry already" : "";
+  if (held && sequence == 0) throw CommandError(words.column(first), holder);
   ApiState state = AclApi::failed;
   std::visit(
       [&](const auto& body) {
         using Body = std::decay_t<decltype(body)>;
+        if constexpr (std::is_same_v<Body, Acl::RemarkConfig>) state = edit.session->addRemark(body, sequence);
         if constexpr (std::is_same_v<Body, Acl::IpRuleConfig>) state = edit.session->addIpRule(sequence, body);
         if constexpr (std::is_same_v<Body, Acl::Ip6RuleConfig>) state = edit.session->addIp6Rule(sequence, body);
         if constexpr (std::is_same_v<Body, Acl::MacRuleConfig>) state = edit.session->addMacRule(sequence, body);
       },
       entry.body);
   refuseEdit(state, words.column(first), name, place);
+  if (edit.held) {
+    const U32 at = sequence != 0 ? sequence : edit.session->getLastSequenceNumber();
+    if (const auto [it, added] = edit.held->emplace(entry.body, at); !added) it->second = std::min(it->second, at);
+  }
+  if (!held || remark) return;
+  if (options_.json) return emit(Kind::note, noteJson(name, sequence, "", holder));
+  line("note: " + name + " entry " + std::to_string(sequence) + ": " + holder);
+}
+
+std::optional<U32> Shell::Impl::heldElsewhere(const Text::EntryBody& body, U32 sequence) {
+  ListEdit& edit = *list_;
+  const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
+  // A place taken already: the session keeps the same entry there, or refuses another.
+  if (!pending || (sequence != 0 &&
+                   (pending->ruleBySequence().contains(sequence) || pending->remarkBySequence().contains(sequence)))) {
+    return std::nullopt;
+  }
+  if (!edit.held) {
+    edit.held.emplace();
+    for (const Client::ListEntry& e : Client::entriesOf(*pending, edit.type)) edit.held->emplace(e.body, e.sequence);
+  }
+  const auto found = edit.held->find(body);
+  return found != edit.held->end() ? std::optional(found->second) : std::nullopt;
 }
 
 void Shell::Impl::removeEntry(const Words& words, std::size_t first) {
   ListEdit& edit = *list_;
   ApiSm& s = *edit.session;
   const std::string name = listName(edit.type, edit.name);
+  edit.held.reset();
   // "no 30": whatever stands at that place.
   if (words.size() == first + 1 && !words[first].empty() && std::isdigit(static_cast<unsigned char>(words[first][0]))) {
     const U32 sequence = number(words, first, "a sequence number or an entry");
@@ -171,11 +209,11 @@ void Shell::Impl::commitList() {
     if (live && live->currCfg() && pending && pending->countersEnabled() == live->currCfg()->countersEnabled() &&
         pending->fragmentsEnabled() == live->currCfg()->fragmentsEnabled() &&
         Client::sameEntries(*pending, *live->currCfg(), edit.type)) {
-      line(name + ": unchanged");
+      message(name + ": unchanged");
       return;
     }
     static_cast<void>(edit.session->commit());
-    line(name + ": staged in configuration session " + configName_);
+    message(name + ": staged in configuration session " + configName_);
     return;
   }
   report(Client::commit(library_, edit.session), name, "committed");
@@ -184,7 +222,7 @@ void Shell::Impl::commitList() {
 void Shell::Impl::removeList(AclType type, const String& name) {
   if (config_) {
     if (auto table = config_->config()->config(type)) table->aclDel(name);
-    line(listName(type, name) + ": removed from configuration session " + configName_);
+    message(listName(type, name) + ": removed from configuration session " + configName_);
     return;
   }
   if (!library_.list(type, name)) throw CommandError(0, "there is no " + listName(type, name));
@@ -199,7 +237,7 @@ void Shell::Impl::removeList(AclType type, const String& name) {
     throw CommandError(0, listName(type, name) + " is read-only");
   }
   report(outcome, listName(type, name), "removed");
-  if (bound && outcome.accepted()) reportProgramming();
+  if (bound && outcome.accepted() && !options_.json) reportProgramming();
 }
 
 // ---- bindings ----------------------------------------------------------------------------------
@@ -213,7 +251,7 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
   const String name = named ? String(words[at + 2]) : String();
   const std::size_t dirAt = at + 2 + (named ? 1 : 0);
   const AclDirection dir = direction(words, dirAt);
-  if (words.size() > dirAt + 1) throw CommandError(words.column(dirAt + 1), "expected the end of the line");
+  endOfLine(words, dirAt + 1);
   const std::string subject = "interface " + std::string(intf_->name.view());
   const std::string how = std::string(stringValue(dir).view());
   if (config_) {
@@ -222,8 +260,8 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
     if (unbind && (bound.empty() || (named && bound != name)))
       throw notBound(words, at, type, name, named, subject, how);
     static_cast<void>(unbind ? session->detach(intf_->name, dir) : session->attach(intf_->name, dir));
-    line(subject + ": " + listName(type, unbind ? bound : name) + (unbind ? " unbound " : " bound ") + how +
-         " in configuration session " + configName_);
+    message(subject + ": " + listName(type, unbind ? bound : name) + (unbind ? " unbound " : " bound ") + how +
+            " in configuration session " + configName_);
     return;
   }
   std::vector<Client::Binding> bindings = Client::bindingsOf(*library_.mounts().intfConfig);
@@ -245,20 +283,15 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
 void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subject, const std::string& change) {
   using State = Client::Outcome::State;
   const std::string why = reasons(outcome, subject);
-  switch (outcome.state) {
-    case State::unchanged:
-      line(subject + ": unchanged");
-      return;
-    case State::refused:
-      line(subject + ": " + change + ", refused by the platform (" + why + "): nothing changed");
-      return;
-    case State::conflict:
-      line(subject + ": not committed: " + why + "; this edit is dropped");
-      return;
-    case State::failed:
-      throw CommandError(0, subject + ": " + why + "; nothing changed");
-    default:
-      break;
+  if (options_.json) emit(Kind::outcome, outcomeJson(outcome, subject, change));
+  if (outcome.state == State::failed) throw CommandError(0, subject + ": " + why + "; nothing changed");
+  if (!outcome.accepted() || outcome.state == State::unchanged) {
+    if (options_.json) return;
+    if (outcome.state == State::unchanged) return line(subject + ": unchanged");
+    if (outcome.state == State::refused) {
+      return line(subject + ": " + change + ", refused by the platform (" + why + "): nothing changed");
+    }
+    return line(subject + ": not committed: " + why + "; this edit is dropped");
   }
   for (const Client::ListReport& list : outcome.lists) {
     if (list.session) settle(list.session, subject, change);
@@ -268,15 +301,19 @@ void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subj
   }
   const bool removed = std::any_of(outcome.sessions.begin(), outcome.sessions.end(),
                                    [](const Ptr<ApiSm>& s) { return s->apiType() == AclApi::remove_; });
-  if (removed) line(std::string(subject).append(": ").append(change));
+  if (removed && !options_.json) line(std::string(subject).append(": ").append(change));
 }
 
+// Reports where a session that wrote to the running configuration stands (in JSON mode the
+// change's outcome said it), and keeps it while that may still change.
 void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, const std::string& change) {
-  if (config_) {
-    line(subject + ": " + change + " in configuration session " + configName_);
-    return;
-  }
   const ApiState state = session->apiState();
+  if (state != AclApi::succeeded) {
+    auto watch = std::make_unique<Outstanding>(*this, session, subject);
+    watch->failed = state == AclApi::errHw;
+    outstanding_.push_back(std::move(watch));
+  }
+  if (options_.json) return;
   std::string outcome = change;
   if (state == AclApi::succeeded && dataplanesWaitedFor() != 0) {
     outcome += session->attachedToDp() ? ", programmed by every dataplane" : " (bound to no interface yet)";
@@ -287,11 +324,6 @@ void Shell::Impl::settle(const Ptr<ApiSm>& session, const std::string& subject, 
   }
   line(subject + ": " + outcome);
   if (state == AclApi::errHw) reportHardwareErrors(*session);
-  if (state != AclApi::succeeded) {
-    auto watch = std::make_unique<Outstanding>(*this, session, subject);
-    watch->failed = state == AclApi::errHw;
-    outstanding_.push_back(std::move(watch));
-  }
 }
 
 void Shell::Impl::reportHardwareErrors(ApiSm& session) {
@@ -301,16 +333,36 @@ void Shell::Impl::reportHardwareErrors(ApiSm& session) {
   line("   abort reverts the change");
 }
 
+namespace {
+
+// How a session that wrote a change stands with the dataplanes, for a report after the
+// change's own: its answer coming in, or its revert.
+Client::Outcome standing(const Client::Library& library, AclApi::ApiSm& session) {
+  using State = Client::Outcome::State;
+  Client::Outcome outcome;
+  const ApiState state = session.apiState();
+  outcome.state = state == AclApi::succeeded      ? State::applied
+                  : state == AclApi::waitingForHw ? State::waiting
+                                                  : State::hardwareError;
+  for (const auto& [dataplane, message] : session.errString()) outcome.dataplaneErrors.emplace_back(dataplane, message);
+  outcome.behind = library.dataplanesBehind();
+  return outcome;
+}
+
+}  // namespace
+
 void Shell::Impl::Outstanding::apiStateChanged() {
   if (reporting) return;  // the shell reports what happens inside its own calls itself
   const ApiState state = session->apiState();
-  if (state == AclApi::succeeded) shell.line(subject + ": programmed by every dataplane");
-  if (state == AclApi::errHw) {
-    shell.line(subject + ": not programmed");
-    shell.reportHardwareErrors(*session);
-  }
   failed = state == AclApi::errHw;
   done = state == AclApi::succeeded;
+  if (!failed && !done) return;
+  if (shell.options_.json) {
+    shell.emit(Kind::outcome, outcomeJson(standing(shell.library_, *session), subject, "programmed"));
+    return;
+  }
+  shell.line(subject + (done ? ": programmed by every dataplane" : ": not programmed"));
+  if (failed) shell.reportHardwareErrors(*session);
 }
 
 std::size_t Shell::Impl::dataplanesWaitedFor() const {
@@ -342,14 +394,16 @@ void Shell::Impl::revertFailed() {
     failed.session->errStringDelAll();
     const ApiState state = failed.session->revert();
     failed.reporting = false;
+    failed.failed = state == AclApi::errHw;
+    failed.done = state == AclApi::succeeded;
+    if (options_.json)
+      return emit(Kind::outcome, outcomeJson(standing(library_, *failed.session), failed.subject, "reverted"));
     std::string outcome = "change reverted";
     if (state == AclApi::succeeded) outcome += dataplanesWaitedFor() != 0 ? ", programmed by every dataplane" : "";
     if (state == AclApi::waitingForHw) outcome += ", waiting for " + joined(library_.dataplanesBehind());
     if (state == AclApi::errHw) outcome += ", but not programmed";
     line(failed.subject + ": " + outcome);
     if (state == AclApi::errHw) reportHardwareErrors(*failed.session);
-    failed.failed = state == AclApi::errHw;
-    failed.done = state == AclApi::succeeded;
     return;
   }
   throw CommandError(0, "nothing to abort: no change was refused by a dataplane");

@@ -1,7 +1,6 @@
 // The simulated hardware: what the platform can program, the dataplanes that program it, and
 // packet checks against what a dataplane holds.
 #include <charconv>
-#include <nlohmann/json.hpp>
 
 #include "aclkit/aclsh/internal/ShellImpl.h"
 #include "aclkit/agent/Dataplane.h"
@@ -12,7 +11,6 @@ namespace aclsh {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Acl::U16;
 using Acl::U8;
 
@@ -22,6 +20,24 @@ struct Capability {
   const bool& (Acl::ParamConfig::*get)() const noexcept;
   void (Acl::ParamConfig::*set)(const bool&);
 };
+
+// The skips in force, set like capabilities but off on a fresh platform; and their JSON names.
+struct Skip {
+  Capability flag;
+  const char* json;
+};
+const Skip skips[] = {
+    {{"deep-inspection-skip", &Acl::ParamConfig::dpiSkipNonZero, &Acl::ParamConfig::dpiSkipNonZeroIs},
+     "deepInspectionSkip"},
+    {{"mpls-skip", &Acl::ParamConfig::mplsSkipNonZero, &Acl::ParamConfig::mplsSkipNonZeroIs}, "mplsSkip"},
+};
+
+// The words of the settings that the running configuration writes back as commands.
+constexpr std::string_view payloadCapacity = "payload-capacity";
+constexpr std::string_view waits = "waits";
+constexpr std::string_view capacity = "capacity";
+constexpr std::string_view delay = "delay";
+constexpr std::string_view forcedError = "error";
 
 std::string kebab(std::string_view camel) {
   std::string out;
@@ -36,14 +52,25 @@ std::string kebab(std::string_view camel) {
   return out;
 }
 
-const std::vector<Capability>& capabilities() {
-  static const std::vector<Capability> all = [] {
-    std::vector<Capability> list;
-#define ACLSH_CAPABILITY_(kind, flag, T, def)                                                   \
-  list.push_back({kebab(std::string_view(#flag).substr(0, std::string_view(#flag).size() - 9)), \
-                  &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is});
+// Each capability's flag, as the model declares it: "ipMirrorSupported".
+struct Flag {
+  std::string_view camel;
+  const bool& (Acl::ParamConfig::*get)() const noexcept;
+  void (Acl::ParamConfig::*set)(const bool&);
+};
+constexpr Flag capabilityFlags[] = {
+#define ACLSH_CAPABILITY_(kind, flag, T, def) {#flag, &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is},
     ACLKIT_ACL_CAPABILITIES(ACLSH_CAPABILITY_)
 #undef ACLSH_CAPABILITY_
+};
+
+const std::vector<Capability>& capabilities() {
+  static const std::vector<Capability> all = [] {
+    constexpr std::string_view suffix = "Supported";
+    std::vector<Capability> list;
+    for (const Flag& f : capabilityFlags) {
+      list.push_back({kebab(f.camel.substr(0, f.camel.size() - suffix.size())), f.get, f.set});
+    }
     return list;
   }();
   return all;
@@ -103,43 +130,64 @@ U16 tcpFlagsOf(const Words& words, std::size_t i) {
 void Shell::Impl::platform(const Words& words) {
   Acl::ParamConfig& can = *library_.mounts().paramConfig;
   const std::string_view what = words[1];
+  const auto& all = capabilities();
+  const auto found = std::find_if(all.begin(), all.end(), [&](const Capability& c) { return c.name == what; });
+  const auto* skip =
+      std::find_if(std::begin(skips), std::end(skips), [&](const Skip& s) { return s.flag.name == what; });
   if (what == "all") {
     can.allSupportedIs(onOff(words, 2));
-  } else if (what == "payload-capacity") {
+  } else if (what == payloadCapacity) {
     const auto type = family(words[2]);
     if (!type || *type == AclType::ipv6) throw CommandError(words.column(2), "expected ip or mac");
-    const auto capacity = small<Acl::U16>(words, 3, "a number of payload elements", 0xFFFF);
-    if (*type == AclType::ip) library_.mounts().status->ipPayloadCapacityIs(capacity);
-    if (*type == AclType::mac) library_.mounts().status->macPayloadCapacityIs(capacity);
-  } else if (what == "deep-inspection-skip" || what == "mpls-skip") {
-    (what == "mpls-skip" ? can.mplsSkipNonZeroIs(onOff(words, 2)) : can.dpiSkipNonZeroIs(onOff(words, 2)));
-  } else {
-    const auto& all = capabilities();
-    const auto found = std::find_if(all.begin(), all.end(), [&](const Capability& c) { return c.name == what; });
-    if (found == all.end()) {
-      throw CommandError(words.column(1),
-                         "expected a capability (see show platform), all, payload-capacity, "
-                         "deep-inspection-skip or mpls-skip");
-    }
+    const auto elements = small<Acl::U16>(words, 3, "a number of payload elements", 0xFFFF);
+    if (*type == AclType::ip) library_.mounts().status->ipPayloadCapacityIs(elements);
+    if (*type == AclType::mac) library_.mounts().status->macPayloadCapacityIs(elements);
+  } else if (skip != std::end(skips)) {
+    (can.*skip->flag.set)(onOff(words, 2));
+  } else if (found != all.end()) {
     (can.*found->set)(onOff(words, 2));
+  } else {
+    std::string expected = "expected a capability (see show platform), all, " + std::string(payloadCapacity);
+    for (const Skip& s : skips) expected += (&s == std::end(skips) - 1 ? " or " : ", ") + s.flag.name;
+    throw CommandError(words.column(1), expected);
   }
-  if (words.size() > 4 || (words.size() > 3 && what != "payload-capacity")) {
-    throw CommandError(words.column(what == "payload-capacity" ? 4 : 3), "expected the end of the line");
+  endOfLine(words, what == payloadCapacity ? 4 : 3);
+}
+
+Json Shell::Impl::platformJson() const {
+  const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Acl::Status& status = *library_.mounts().status;
+  Json j{{"capabilities", Json::object()}};
+  for (const Capability& c : capabilities()) j["capabilities"][c.name] = (can.*c.get)();
+  for (const Skip& s : skips) j[s.json] = (can.*s.flag.get)();
+  j["payloadCapacity"] = {{"ip", status.ipPayloadCapacity()}, {"mac", status.macPayloadCapacity()}};
+  return j;
+}
+
+std::pair<std::string, std::string> Shell::Impl::platformConfig() const {
+  const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Acl::Status& status = *library_.mounts().status;
+  std::string room;
+  for (const auto& [type, elements] :
+       {std::pair(AclType::ip, status.ipPayloadCapacity()), std::pair(AclType::mac, status.macPayloadCapacity())}) {
+    if (elements == 0) continue;
+    room += "platform " + std::string(payloadCapacity) + " " + std::string(Client::keyword(type)) + " " +
+            std::to_string(elements) + "\n";
   }
+  std::string limits;
+  for (const Capability& c : capabilities()) {
+    if (!(can.*c.get)()) limits += "platform " + c.name + " off\n";
+  }
+  for (const Skip& s : skips) {
+    if ((can.*s.flag.get)()) limits += "platform " + s.flag.name + " on\n";
+  }
+  return {room, limits};
 }
 
 void Shell::Impl::showPlatform() {
+  if (options_.json) return emit(Kind::platform, platformJson());
   const Acl::ParamConfig& can = *library_.mounts().paramConfig;
   const Acl::Status& status = *library_.mounts().status;
-  if (options_.json) {
-    Json j;
-    for (const Capability& c : capabilities()) j["capabilities"][c.name] = (can.*c.get)();
-    j["deepInspectionSkip"] = can.dpiSkipNonZero();
-    j["mplsSkip"] = can.mplsSkipNonZero();
-    j["payloadCapacity"] = {{"ip", status.ipPayloadCapacity()}, {"mac", status.macPayloadCapacity()}};
-    out_ << j.dump(2) << '\n';
-    return;
-  }
   std::string yes;
   std::string no;
   for (const Capability& c : capabilities()) ((can.*c.get)() ? yes : no) += " " + c.name;
@@ -161,7 +209,7 @@ void Shell::Impl::dataplane(const Words& words, bool negated) {
     if (found == dataplanes_.end()) throw CommandError(words.column(at), "there is no dataplane " + name);
     found->second->waitForHwStatusIs(false);  // sessions stop waiting for it before it goes
     dataplanes_.erase(found);
-    line("dataplane " + name + " removed");
+    message("dataplane " + name + " removed");
     return;
   }
   if (found == dataplanes_.end()) {
@@ -173,22 +221,22 @@ void Shell::Impl::dataplane(const Words& words, bool negated) {
   std::size_t end = at + 2;
   if (setting.empty()) {
     end = at + 1;
-  } else if (setting == "waits") {
+  } else if (setting == waits) {
     if (negated) throw CommandError(words.column(at + 1), "expected error (use waits off)");
     dp.waitForHwStatusIs(onOff(words, at + 2));
     end = at + 3;
-  } else if (setting == "capacity") {
+  } else if (setting == capacity) {
     if (negated) {
       dp.capacityIs(Agent::Dataplane::unlimited);
     } else {
       dp.capacityIs(number(words, at + 2, "a number of entries"));
       end = at + 3;
     }
-  } else if (setting == "delay") {
+  } else if (setting == delay) {
     if (negated) throw CommandError(words.column(at + 1), "expected error or capacity");
     dp.delayIs(number(words, at + 2, "a number of events"));
     end = at + 3;
-  } else if (setting == "error") {
+  } else if (setting == forcedError) {
     if (negated) {
       dp.forcedErrorDel();
     } else {
@@ -202,22 +250,48 @@ void Shell::Impl::dataplane(const Words& words, bool negated) {
   } else {
     throw CommandError(words.column(at + 1), "expected waits, capacity, delay, error or tick");
   }
-  if (words.size() > end) throw CommandError(words.column(end), "expected the end of the line");
+  endOfLine(words, end);
+}
+
+std::pair<std::string, std::string> Shell::Impl::dataplaneConfig() const {
+  std::string made;
+  std::string answers;
+  for (const auto& [name, dp] : dataplanes_) {
+    const std::string command = "dataplane " + name;
+    made += command + "\n";
+    const auto set = [&](std::string_view setting, const std::string& value) {
+      answers.append(command).append(" ").append(setting).append(" ").append(value).append("\n");
+    };
+    if (!dp->waitForHwStatus()) set(waits, "off");
+    if (dp->capacity() != Agent::Dataplane::unlimited) set(capacity, std::to_string(dp->capacity()));
+    if (dp->delay() != 0) set(delay, std::to_string(dp->delay()));
+    if (!dp->forcedError().empty()) set(forcedError, dp->forcedError().str());
+  }
+  return {made, answers};
+}
+
+Json Shell::Impl::dataplanesJson(bool settingsOnly) const {
+  Json all = Json::array();
+  for (const auto& [name, dp] : dataplanes_) {
+    Json d{{"name", name}, {"waits", dp->waitForHwStatus()}};
+    d["capacity"] = dp->capacity() == Agent::Dataplane::unlimited ? Json() : Json(dp->capacity());
+    d["delay"] = dp->delay();
+    d["forcedError"] = dp->forcedError().str();
+    if (!settingsOnly) {
+      const Agent::RunReport& run = dp->lastRun();
+      d["entries"] = dp->entryCount();
+      d["upToDate"] = dp->upToDate();
+      d["lastRun"] = {{"added", run.added}, {"removed", run.removed}, {"kept", run.kept}, {"error", run.error.str()}};
+    }
+    all.push_back(std::move(d));
+  }
+  return all;
 }
 
 void Shell::Impl::showDataplanes() {
-  Json all = Json::array();
+  if (options_.json) return emit(Kind::dataplanes, dataplanesJson(false));
   for (const auto& [name, dp] : dataplanes_) {
     const Agent::RunReport& run = dp->lastRun();
-    if (options_.json) {
-      Json d{{"name", name}, {"waits", dp->waitForHwStatus()}, {"entries", dp->entryCount()}, {"delay", dp->delay()}};
-      d["capacity"] = dp->capacity() == Agent::Dataplane::unlimited ? Json() : Json(dp->capacity());
-      d["forcedError"] = dp->forcedError().str();
-      d["upToDate"] = dp->upToDate();
-      d["lastRun"] = {{"added", run.added}, {"removed", run.removed}, {"kept", run.kept}, {"error", run.error.str()}};
-      all.push_back(std::move(d));
-      continue;
-    }
     std::string settings = dp->waitForHwStatus() ? "waited for" : "not waited for";
     if (dp->capacity() != Agent::Dataplane::unlimited) settings += ", capacity " + std::to_string(dp->capacity());
     if (dp->delay() != 0) settings += ", delay " + std::to_string(dp->delay());
@@ -234,11 +308,7 @@ void Shell::Impl::showDataplanes() {
          "; last run: " + std::to_string(run.added) + " added, " + std::to_string(run.removed) + " removed, " +
          std::to_string(run.kept) + " kept" + (run.programmed() ? "" : " (failed: " + run.error.str() + ")"));
   }
-  if (options_.json) {
-    out_ << all.dump(2) << '\n';
-  } else if (dataplanes_.empty()) {
-    line("no dataplanes");
-  }
+  if (dataplanes_.empty()) line("no dataplanes");
 }
 
 void Shell::Impl::reportProgramming() {
@@ -333,11 +403,17 @@ void Shell::Impl::testPacket(const Words& words) {
            {"interface", intf.name().str()},
            {"direction", std::string(stringValue(dir).view())},
            {"action", action},
-           {"list", verdict.acl.str()}};
-    j["sequence"] = verdict.entry ? Json(verdict.entry->sequence) : Json();
-    j["entry"] = verdict.entry ? Json(entry) : Json();
-    out_ << j.dump(2) << '\n';
-    return;
+           {"list", verdict.acl.str()},
+           {"entry", nullptr}};
+    if (verdict.entry) {
+      const Ptr<Acl::AclConfig> list = library_.list(*type, verdict.acl);
+      std::visit(
+          [&](const auto& rule) {
+            j["entry"] = entryJson({verdict.entry->sequence, rule}, list && list->standard());
+          },
+          verdict.entry->rule);
+    }
+    return emit(Kind::packet, std::move(j));
   }
   const std::string where = dp->name().str() + " " + intf.name().str() + " " + std::string(stringValue(dir).view());
   if (verdict.entry) {

@@ -27,6 +27,48 @@ std::string_view Words::from(std::size_t i) const {
   return i < columns_.size() ? line_.substr(columns_[i] - 1) : std::string_view();
 }
 
+namespace {
+
+// The length of the UTF-8 character at the start of `text`, or 0 when none starts there
+// (a stray continuation byte, a truncated sequence, an overlong form, a surrogate, past
+// U+10FFFF).
+std::size_t characterLength(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  const std::size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
+                             : lead >= 0xE0 && lead <= 0xEF ? 3
+                             : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                            : 0;
+  if (length == 0 || text.size() < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  }
+  // The second byte's range rules out overlong forms, surrogates and what lies past U+10FFFF.
+  const unsigned char second = byte(1);
+  if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) || (lead == 0xF0 && second < 0x90) ||
+      (lead == 0xF4 && second > 0x8F)) {
+    return 0;
+  }
+  return length;
+}
+
+}  // namespace
+
+std::string_view typedLine(std::string_view text) {
+  if (text.ends_with('\r')) text.remove_suffix(1);
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = characterLength(text.substr(at));
+    if (length == 0) throw CommandError(at + 1, "expected UTF-8 text");
+    at += length;
+  }
+  return text;
+}
+
+void endOfLine(const Words& words, std::size_t i) {
+  if (words.size() > i) throw CommandError(words.column(i), "expected the end of the line");
+}
+
 U32 number(const Words& words, std::size_t i, std::string_view what) {
   const std::string_view word = words[i];
   U32 value = 0;
@@ -53,38 +95,65 @@ std::optional<AclType> family(std::string_view word) {
 // ---- the shell ------------------------------------------------------------------------------
 
 Shell::Impl::Impl(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options)
-    : library_(store), out_(out), err_(err), options_(std::move(options)) {}
+    : library_(store), out_(out), err_(err), options_(std::move(options)) {
+  // The simulated platform starts able to program everything; `platform ... off` sets limits.
+  library_.mounts().paramConfig->allSupportedIs(true);
+}
 
 Shell::Impl::~Impl() = default;
 
 bool Shell::Impl::run(std::string_view text, const Location& where) {
   where_ = where;
   sweep();
-  const Words words(text);
-  if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#')) return true;
+  bool opening = false;  // the line opens a list
   try {
+    const Words words(typedLine(text));
+    if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#') || skipped(words)) return true;
+    opening = family(words[0]) && words.is(1, "access-list");
     dispatch(words);
     return true;
   } catch (const CommandError& e) {
-    err_ << where.file << (where.file.empty() ? "" : ":") << where.line;
-    if (e.column() != 0) err_ << ':' << e.column();
-    err_ << ": " << e.what() << '\n';
+    error(where.line, e.column(), e.what());
   } catch (const fwk::Error& e) {
-    err_ << where.file << (where.file.empty() ? "" : ":") << where.line << ": " << e.what() << '\n';
+    error(where.line, 0, e.what());
   } catch (const std::invalid_argument& e) {
     // An entry no line can show (an imported address with host bits set): the command fails,
     // not the shell.
-    err_ << where.file << (where.file.empty() ? "" : ":") << where.line << ": " << e.what() << '\n';
+    error(where.line, 0, e.what());
+  }
+  // From a file, a list block with an error in it goes whole, up to its end; on a terminal
+  // the edit stays open for the line typed again.
+  if (!where.file.empty() && (list_ || opening)) {
+    dropBlock();
+    skipping_ = true;
   }
   return false;
+}
+
+bool Shell::Impl::skipped(const Words& words) {
+  if (!skipping_) return false;
+  if (opensBlock(words)) {
+    skipping_ = false;
+    return false;
+  }
+  skipping_ = !words.is(0, "exit") && !words.is(0, "end");
+  return true;
+}
+
+bool Shell::Impl::opensBlock(const Words& words) {
+  const std::size_t at = words.is(0, "no") ? 1 : 0;
+  return (family(words[at]) && words.is(at + 1, "access-list")) || words.is(0, "interface");
+}
+
+void Shell::Impl::dropBlock() {
+  if (list_) message(listName(list_->type, list_->name) + ": edit dropped, nothing committed");
+  list_.reset();
 }
 
 void Shell::Impl::dispatch(const Words& words) {
   // A line that opens a list or an interface leaves the mode the shell is in, as `exit`
   // would (a list is committed): that is how the running configuration reads back.
-  const std::size_t at = words.is(0, "no") ? 1 : 0;
-  const bool opens = (family(words[at]) && words.is(at + 1, "access-list")) || words.is(0, "interface");
-  if ((list_ || intf_) && opens) dispatch(Words("exit"));
+  if ((list_ || intf_) && opensBlock(words)) dispatch(Words("exit"));
   if (list_) return listCommand(words);
   if (intf_) return interfaceCommand(words);
   topCommand(words);
@@ -99,7 +168,7 @@ void Shell::Impl::topCommand(const Words& words) {
     const bool standard = words.is(at + 2, "standard");
     const std::size_t nameAt = at + 2 + (standard ? 1 : 0);
     if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
-    if (words.size() > nameAt + 1) throw CommandError(words.column(nameAt + 1), "expected the end of the line");
+    endOfLine(words, nameAt + 1);
     if (standard && *type != AclType::ip) {
       throw CommandError(words.column(at + 2), "expected a list name (only ip lists are standard)");
     }
@@ -109,6 +178,7 @@ void Shell::Impl::topCommand(const Words& words) {
   }
   if (words.is(at, "interface")) {
     if (negated || words[1].empty()) throw CommandError(words.column(1), "expected an interface name");
+    endOfLine(words, 2);
     intf_ = InterfaceEdit{String(words[1])};
     return;
   }
@@ -117,20 +187,25 @@ void Shell::Impl::topCommand(const Words& words) {
   if (verb == "show") return show(words);
   if (verb == "platform") return platform(words);
   if (verb == "test" && words.is(1, "packet")) return testPacket(words);
-  if (verb == "write") return write();
+  if (verb == "write") {
+    endOfLine(words, 1);
+    return write();
+  }
   if (verb == "replace") return replaceList(words);
   if (verb == "import") return importOpenConfig(words);
   if (verb == "export") return exportOpenConfig(words);
   if (verb == "abort") {
+    endOfLine(words, 1);
     if (config_) {
       config_.reset();
-      line("configuration session " + configName_ + " aborted");
+      message("configuration session " + configName_ + " aborted");
       return;
     }
     return revertFailed();
   }
   if (verb == "configure" && words.is(1, "session")) {
     if (words[2].empty()) throw CommandError(words.column(2), "expected a session name");
+    endOfLine(words, 3);
     return openConfigSession(std::string(words[2]));
   }
   if (verb == "commit") {
@@ -141,6 +216,7 @@ void Shell::Impl::topCommand(const Words& words) {
     return commitConfigSession(force);
   }
   if (verb == "exit" || verb == "end") {
+    endOfLine(words, 1);
     if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
     return;
   }
@@ -151,6 +227,7 @@ void Shell::Impl::topCommand(const Words& words) {
 
 void Shell::Impl::interfaceCommand(const Words& words) {
   if (words.is(0, "exit") || words.is(0, "end")) {
+    endOfLine(words, 1);
     intf_.reset();
     return;
   }
@@ -172,13 +249,16 @@ void Shell::Impl::commitConfigSession(bool overwrite) {
   const std::string subject = "configuration session " + configName_;
   const Client::Outcome outcome = Client::commit(library_, *config_, configOpenedOn_, overwrite);
   using State = Client::Outcome::State;
-  if (outcome.state == State::conflict || outcome.state == State::refused) {
+  const bool stays = outcome.state == State::conflict || outcome.state == State::refused;
+  if (!stays) config_.reset();
+  if (options_.json) emit(Kind::outcome, outcomeJson(outcome, subject, "committed"));
+  if (stays) {
     const std::string why = reasons(outcome, subject);
     throw CommandError(0, subject + " not committed: " + why +
                               (outcome.state == State::conflict ? "; commit force overwrites them" : "") +
                               "; the session stays open");
   }
-  config_.reset();
+  if (options_.json) return;
   if (outcome.state == State::unchanged) {
     line(subject + " committed: nothing changed");
     return;
@@ -198,10 +278,11 @@ std::string Shell::Impl::prompt() const {
 
 bool Shell::Impl::finish() {
   bool ok = true;
+  skipping_ = false;
   if (list_) ok = run("exit", where_);
   intf_.reset();
   if (config_) {
-    err_ << "configuration session " << configName_ << " left open at the end of input: aborted\n";
+    error(std::nullopt, 0, "configuration session " + configName_ + " left open at the end of input: aborted");
     config_.reset();
     ok = false;
   }
@@ -209,8 +290,8 @@ bool Shell::Impl::finish() {
 }
 
 void Shell::Impl::abandon() {
-  if (list_) line(listName(list_->type, list_->name) + ": edit dropped, nothing committed");
-  list_.reset();
+  dropBlock();
+  skipping_ = false;
   intf_.reset();
   config_.reset();
 }

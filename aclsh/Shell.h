@@ -9,10 +9,12 @@
 //   shell.run("exit", {"setup.acl", 3});          // commits
 //   shell.finish();                                // end of input: commits an open list
 //
-// Results go to `out`, in words (or JSON for the show commands when asked); refusals and bad
-// input go to `err` as "FILE:LINE:COLUMN: what was expected". A line that fails changes no
-// configuration: an edit refused by the session leaves the list as it was, and a script that
-// stops on an error drops the open edit instead of committing it. After a conflict with
+// Results go to `out`, in words; refusals and bad input go to `err` as "FILE:LINE:COLUMN: what
+// was expected". With Options::json everything goes to `out`, one JSON object a line
+// (internal/ShellImpl.h lists what they hold). A line that fails changes no configuration: an
+// edit refused by the session leaves the list as it was; in a list block read from a file
+// the whole block is dropped, up to its end, and a script that stops on an error drops the
+// open edit instead of committing it. After a conflict with
 // another session the shell drops its session and never reverts (that would undo the other
 // session's work); it reverts only what its own session wrote.
 #pragma once
@@ -31,12 +33,12 @@ namespace aclsh {
 
 // Where a line came from, for messages.
 struct Location {
-  std::string file;  // "" for a terminal
+  std::string file;  // "" for a terminal, where a failed line leaves the list edit open
   std::size_t line = 0;
 };
 
 struct Options {
-  bool json = false;       // show commands print JSON
+  bool json = false;       // print JSON Lines only
   std::string configFile;  // what `write` saves to ("" when none was given)
 };
 
@@ -54,7 +56,8 @@ class Shell {
   // Drops whatever is open without committing: a script stopped by an error changes nothing
   // more.
   void abandon();
-  // The prompt for the mode the shell is in: "aclsh#", "aclsh(config-acl-web)#", ...
+  // The prompt for the mode the shell is in: "aclsh#", "aclsh(acl-web)#",
+  // "aclsh(config-s-maint-if-Ethernet1)#", ...
   [[nodiscard]] std::string prompt() const;
   // Nothing is open: no list being edited, no interface, no configuration session.
   [[nodiscard]] bool atTop() const;

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <tuple>
 
@@ -20,8 +19,6 @@
 namespace aclsh {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr AclType families[] = {AclType::ip, AclType::ipv6, AclType::mac};
 
@@ -43,36 +40,30 @@ Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
   return bound;
 }
 
-Json entriesJson(const Acl::AclSubConfig& version, const Acl::AclConfig& list) {
-  Json entries = Json::array();
-  for (const Client::ListEntry& entry : Client::entriesOf(version, list.type())) {
-    Json e;
-    e["sequence"] = entry.sequence;
-    if (const auto* remark = std::get_if<Acl::RemarkConfig>(&entry.body)) {
-      e["remark"] = remark->text().str();
-    } else {
-      const std::string text = Client::render(entry, list.standard() && list.type() == AclType::ip);
-      e["entry"] = text.substr(text.find(' ') + 1);
-    }
-    entries.push_back(std::move(e));
-  }
-  return entries;
-}
-
 }  // namespace
 
 void Shell::Impl::show(const Words& words) {
   const std::string_view what = words[1];
-  if (list_ && what == "pending") return showPending();
-  if (list_ && what == "diff") return showDiff();
-  if (what == "running-config") return showRunning();
-  if (what == "platform") return showPlatform();
-  if (what == "dataplanes") return showDataplanes();
-  if (what == "access-lists") return showLists(std::nullopt, String(words[2]));
-  if (auto type = family(what); type && words.is(2, "access-lists")) return showLists(type, String(words[3]));
-  throw CommandError(words.column(1), list_ ? "expected pending, diff, access-lists, running-config, platform or "
-                                              "dataplanes"
-                                            : "expected access-lists, running-config, platform or dataplanes");
+  // show access-lists [NAME], show ip|ipv6|mac access-lists [NAME]
+  if (const std::optional<AclType> type = family(what);
+      what == "access-lists" || (type && words.is(2, "access-lists"))) {
+    const std::size_t nameAt = type ? 3 : 2;
+    endOfLine(words, nameAt + 1);
+    return showLists(type, String(words[nameAt]));
+  }
+  void (Impl::*view)() = nullptr;
+  if (list_ && what == "pending") view = &Impl::showPending;
+  if (list_ && what == "diff") view = &Impl::showDiff;
+  if (what == "running-config") view = &Impl::showRunning;
+  if (what == "platform") view = &Impl::showPlatform;
+  if (what == "dataplanes") view = &Impl::showDataplanes;
+  if (!view) {
+    throw CommandError(words.column(1), list_ ? "expected pending, diff, access-lists, running-config, platform or "
+                                                "dataplanes"
+                                              : "expected access-lists, running-config, platform or dataplanes");
+  }
+  endOfLine(words, 2);
+  (this->*view)();
 }
 
 void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
@@ -87,11 +78,7 @@ void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
       const auto where = bound.find({type, std::string(list->name().view())});
       const bool programmed = list->currCfg() && list->currCfg()->committed();
       if (options_.json) {
-        Json l;
-        l["family"] = std::string(Client::keyword(type));
-        l["name"] = list->name().str();
-        l["standard"] = list->standard();
-        l["entries"] = list->currCfg() ? entriesJson(*list->currCfg(), *list) : Json::array();
+        Json l = listJson(*list);
         l["bound"] = Json::array();
         if (where != bound.end()) {
           for (const auto& [intf, dir] : where->second) {
@@ -116,14 +103,21 @@ void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
     }
   }
   if (options_.json) {
-    out_ << all.dump(2) << '\n';
+    emit(Kind::lists, std::move(all));
   } else if (!any) {
     line(name.empty() ? "no access lists" : "no access list named " + name.str());
   }
 }
 
+// What a fresh shell needs to be as this one is. What the lists need comes first (the room
+// for their payload matches, the dataplanes that program them), then the lists and the
+// bindings, and last the platform's limits and how the dataplanes answer: loaded, every list
+// and binding goes in as it went in here, before a limit that came later.
 std::string Shell::Impl::runningConfig() const {
-  std::string text;
+  const auto [room, limits] = platformConfig();
+  const auto [dataplanes, answers] = dataplaneConfig();
+  std::string text = room + dataplanes;
+  if (!text.empty()) text += "!\n";
   for (AclType type : families) {
     for (const Ptr<Acl::AclConfig>& list : library_.lists(type)) text += Client::render(*list) + "!\n";
   }
@@ -141,41 +135,39 @@ std::string Shell::Impl::runningConfig() const {
     for (const std::string& group : lines) text += "   " + group + "\n";
     text += "!\n";
   }
-  return text;
+  if (limits.empty() && answers.empty()) return text;
+  // `!` is a comment: the last list or interface block needs its end.
+  const bool blocks = !groups.empty() || std::any_of(std::begin(families), std::end(families),
+                                                     [&](AclType type) { return !library_.lists(type).empty(); });
+  return text + (blocks ? "exit\n" : "") + limits + answers + "!\n";
 }
 
-void Shell::Impl::showRunning() {
-  if (!options_.json) {
-    out_ << runningConfig();
-    return;
-  }
-  Json config;
+Json Shell::Impl::runningJson() const {
+  Json config{{"platform", platformJson()}, {"dataplanes", dataplanesJson(true)}};
   config["lists"] = Json::array();
   for (AclType type : families) {
     for (const Ptr<Acl::AclConfig>& list : library_.lists(type)) {
-      Json l{
-          {"family", std::string(Client::keyword(type))}, {"name", list->name().str()}, {"standard", list->standard()}};
-      l["countersPerEntry"] = list->currCfg() && list->currCfg()->countersEnabled();
-      l["fragmentRules"] = list->currCfg() && list->currCfg()->fragmentsEnabled();
-      l["entries"] = list->currCfg() ? entriesJson(*list->currCfg(), *list) : Json::array();
-      config["lists"].push_back(std::move(l));
+      config["lists"].push_back(listJson(*list));
     }
   }
   config["bindings"] = Json::array();
-  for (const auto& [list, where] : bindingsOf(*library_.mounts().intfConfig)) {
-    for (const auto& [intf, dir] : where) {
-      config["bindings"].push_back({{"interface", intf},
-                                    {"family", std::string(Client::keyword(list.first))},
-                                    {"list", list.second},
-                                    {"direction", std::string(stringValue(dir).view())}});
-    }
+  for (const Client::Binding& b : Client::bindingsOf(*library_.mounts().intfConfig)) {
+    config["bindings"].push_back(bindingJson(b));
   }
-  out_ << config.dump(2) << '\n';
+  return config;
+}
+
+void Shell::Impl::showRunning() {
+  if (options_.json) return emit(Kind::runningConfig, runningJson());
+  out_ << runningConfig();
 }
 
 void Shell::Impl::showPending() {
   const ListEdit& edit = *list_;
   const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
+  if (options_.json) {
+    return emit(Kind::pending, listJson(edit.type, edit.name, edit.standard, pending));
+  }
   line("pending " + listName(edit.type, edit.name) + (edit.standard ? " (standard)" : ""));
   if (!pending) return;
   if (pending->countersEnabled()) line("   counters per-entry");
@@ -190,27 +182,37 @@ void Shell::Impl::showDiff() {
   const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
   const Ptr<Acl::AclConfig> live = library_.list(edit.type, edit.name);
   const Ptr<Acl::AclSubConfig> committed = live ? live->currCfg() : nullptr;
-  // Lines by (sequence, text): what only the committed list has goes, what only the pending
-  // one has comes.
-  auto lines = [&](const Ptr<Acl::AclSubConfig>& version) {
-    std::set<std::pair<U32, std::string>> all;
+  // Entries by (sequence, line): what only the committed list has goes, what only the
+  // pending one has comes. The flags count as entries at 0.
+  using Key = std::pair<U32, std::string>;
+  auto entries = [&](const Ptr<Acl::AclSubConfig>& version) {
+    std::map<Key, std::optional<Client::ListEntry>> all;
     if (!version) return all;
-    if (version->countersEnabled()) all.emplace(0, "counters per-entry");
-    if (version->fragmentsEnabled()) all.emplace(0, "fragment-rules");
+    if (version->countersEnabled()) all.emplace(Key(0, "counters per-entry"), std::nullopt);
+    if (version->fragmentsEnabled()) all.emplace(Key(0, "fragment-rules"), std::nullopt);
     for (const Client::ListEntry& entry : Client::entriesOf(*version, edit.type)) {
-      all.emplace(entry.sequence, Client::render(entry, edit.standard));
+      all.emplace(Key(entry.sequence, Client::render(entry, edit.standard)), entry);
     }
     return all;
   };
-  const auto before = lines(committed);
-  const auto after = lines(pending);
+  const auto before = entries(committed);
+  const auto after = entries(pending);
+  // The flags go in JSON as the pending list has them.
   std::set<std::tuple<U32, std::string, char>> changes;
-  for (const auto& [sequence, text] : before) {
-    if (!after.contains({sequence, text})) changes.emplace(sequence, text, '-');
-  }
-  for (const auto& [sequence, text] : after) {
-    if (!before.contains({sequence, text})) changes.emplace(sequence, text, '+');
-  }
+  Json diff{{"removed", Json::array()},
+            {"added", Json::array()},
+            {"countersPerEntry", pending && pending->countersEnabled()},
+            {"fragmentRules", pending && pending->fragmentsEnabled()}};
+  auto compare = [&](const auto& from, const auto& to, char sign, const char* kind) {
+    for (const auto& [key, entry] : from) {
+      if (to.contains(key)) continue;
+      changes.emplace(key.first, key.second, sign);
+      if (entry) diff[kind].push_back(entryJson(*entry, edit.standard));
+    }
+  };
+  compare(before, after, '-', "removed");
+  compare(after, before, '+', "added");
+  if (options_.json) return emit(Kind::diff, std::move(diff));
   if (changes.empty()) line("no difference from the committed list");
   for (const auto& [sequence, text, sign] : changes) line(std::string(1, sign) + " " + text);
 }
@@ -218,7 +220,7 @@ void Shell::Impl::showDiff() {
 void Shell::Impl::write() {
   if (options_.configFile.empty()) throw CommandError(0, "no configuration file: start aclsh with --config FILE");
   writeFile(options_.configFile, runningConfig());
-  line("configuration written to " + options_.configFile);
+  message("configuration written to " + options_.configFile);
 }
 
 void writeFile(const std::string& path, const std::string& text) {

@@ -5,8 +5,9 @@
 // Without SCRIPT it reads standard input: line by line with editing and history on a terminal,
 // as a script otherwise. In a script the first error stops aclsh with exit status 1, dropping
 // whatever edit is open, unless --continue-on-error (which still exits 1 at the end when any
-// line failed). With --config, aclsh first loads FILE (none yet: it starts empty; one it cannot
-// read or load: it stops with exit status 2 or 1) and `write` saves there.
+// line failed): a list block with an error in it is dropped whole, and the script goes on
+// after the block's end. With --json standard output carries JSON alone. With --config, aclsh first loads FILE (none
+// yet: it starts empty; one it cannot read or load: it stops with exit status 2 or 1) and `write` saves there.
 #include <editline/readline.h>
 #include <unistd.h>
 
@@ -78,7 +79,9 @@ bool runScript(aclsh::Shell& shell, std::istream& in, const std::string& name, b
   return ok;
 }
 
-int interactive(aclsh::Shell& shell) {
+int interactive(aclsh::Shell& shell, bool json) {
+  // Standard output carries JSON alone: the prompt and the echo go to standard error.
+  if (json) rl_outstream = stderr;
   std::size_t number = 0;
   while (char* input = readline(shell.prompt().c_str())) {
     const std::string text(input);
@@ -86,7 +89,7 @@ int interactive(aclsh::Shell& shell) {
     if (!text.empty()) add_history(text.c_str());
     shell.run(text, {"", ++number});
   }
-  std::cout << '\n';
+  (json ? std::cerr : std::cout) << '\n';
   return shell.finish() ? 0 : 1;
 }
 
@@ -130,7 +133,7 @@ int main(int argc, char** argv) {
     }
   }
 
-  if (args.script.empty() && isatty(STDIN_FILENO)) return interactive(shell);
+  if (args.script.empty() && isatty(STDIN_FILENO)) return interactive(shell, args.options.json);
   std::ifstream file;
   if (!args.script.empty()) {
     file.open(args.script);

@@ -4,11 +4,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "aclkit/Acl/AclApiSm.h"
@@ -19,6 +21,9 @@
 namespace Agent {
 class Dataplane;
 }
+namespace Interchange {
+struct Finding;
+}
 
 namespace aclsh {
 
@@ -28,6 +33,7 @@ using Acl::U32;
 using AclApi::ApiState;
 using fwk::Ptr;
 using fwk::String;
+using Json = nlohmann::ordered_json;
 
 // A line split into words, each with its 1-based column.
 class Words {
@@ -59,6 +65,11 @@ class CommandError : public std::runtime_error {
   std::size_t column_;
 };
 
+// A line as typed, ready to split: a CR before the line's end goes (CRLF files read as LF);
+// text that is not UTF-8 is a CommandError at the column of its first bad byte.
+std::string_view typedLine(std::string_view text);
+// Nothing after word i - 1: CommandError at the column of word i otherwise.
+void endOfLine(const Words& words, std::size_t i);
 // Reads a number, or raises CommandError naming what was expected at the word's column.
 U32 number(const Words& words, std::size_t i, std::string_view what);
 // "in" or "out".
@@ -74,6 +85,33 @@ void writeFile(const std::string& path, const std::string& text);
 std::string reasons(const Client::Outcome& outcome, const std::string& subject);
 // The whole file, or CommandError naming it.
 std::string readFile(const std::string& path);
+
+// ---- JSON mode (Output.cpp) ----
+// Each line on standard output is one object whose one member, named for its kind, holds what
+// was printed (the README's aclsh section describes each). A list is {family, name, standard,
+// countersPerEntry, fragmentRules, entries}, an entry {sequence, line, fields}: the line
+// without its sequence, the rule record's fields by name.
+enum class Kind {
+  error,
+  message,
+  note,
+  outcome,
+  lists,
+  pending,
+  diff,
+  runningConfig,
+  platform,
+  dataplanes,
+  packet,
+  openconfig
+};
+Json entryJson(const Client::ListEntry& entry, bool standard);
+Json listJson(AclType type, const String& name, bool standard, const Ptr<Acl::AclSubConfig>& version);
+Json listJson(const Acl::AclConfig& list);  // its committed version
+Json bindingJson(const Client::Binding& binding);
+Json outcomeJson(const Client::Outcome& outcome, const std::string& subject, const std::string& change);
+Json noteJson(const std::string& list, std::optional<U32> sequence, const std::string& field,
+              const std::string& message);
 
 class Shell::Impl {
  public:
@@ -95,6 +133,14 @@ class Shell::Impl {
     String name;
     bool standard = false;
     Ptr<AclApi::ApiSm> session;
+    // Where the pending list holds each entry (the lowest place), built when an addition first
+    // needs it and dropped by whatever moves or removes entries.
+    struct BodyHash {
+      std::size_t operator()(const Text::EntryBody& body) const {
+        return std::visit([](const auto& record) { return record.hash(); }, body);
+      }
+    };
+    std::optional<std::unordered_map<Text::EntryBody, U32, BodyHash>> held;
   };
   struct InterfaceEdit {
     String name;
@@ -113,6 +159,11 @@ class Shell::Impl {
     bool done = false;       // its outcome is reported: the shell lets go of it
   };
 
+  // Lines of a list block that failed, up to its end (dropped with it).
+  [[nodiscard]] bool skipped(const Words& words);
+  // A line that opens a list or an interface, and so ends the mode the shell is in.
+  [[nodiscard]] static bool opensBlock(const Words& words);
+  void dropBlock();
   void dispatch(const Words& words);
   void topCommand(const Words& words);
   void listCommand(const Words& words);
@@ -121,6 +172,8 @@ class Shell::Impl {
   // ---- lists (Lists.cpp) ----
   void openList(AclType type, const String& name, bool standard);
   void editEntry(const Words& words, std::size_t first);
+  // The place that holds `body` already, other than `sequence`, or nothing.
+  [[nodiscard]] std::optional<U32> heldElsewhere(const Text::EntryBody& body, U32 sequence);
   void removeEntry(const Words& words, std::size_t first);
   void commitList();
   void removeList(AclType type, const String& name);
@@ -129,8 +182,6 @@ class Shell::Impl {
   // Reports how a change through the client's pipeline ended: a refusal, a conflict, or where
   // each session that wrote it is with the dataplanes. A failure is a CommandError.
   void report(const Client::Outcome& outcome, const std::string& subject, const std::string& change);
-  // Reports where a session that wrote to the running configuration ended, keeps it while
-  // the dataplanes are still to answer or when `abort` may revert it.
   void settle(const Ptr<AclApi::ApiSm>& session, const std::string& subject, const std::string& change);
   void reportHardwareErrors(AclApi::ApiSm& session);
   [[nodiscard]] Ptr<AclApi::ApiSm> newSession(const String& name, AclType type, AclApi::ApiType api,
@@ -143,6 +194,7 @@ class Shell::Impl {
   Client::Outcome applyChange(const Client::Change& change, const std::string& subject);
   void report(const Client::Outcome& outcome, const std::string& subject);
   void exportOpenConfig(const Words& words);
+  void note(const Interchange::Finding& finding, std::ostream& text) const;
 
   // ---- show (Show.cpp) ----
   void show(const Words& words);
@@ -151,13 +203,22 @@ class Shell::Impl {
   void showPending();
   void showDiff();
   [[nodiscard]] std::string runningConfig() const;
+  [[nodiscard]] Json runningJson() const;
   void write();
 
   // ---- platform, dataplanes, packets (Platform.cpp) ----
   void platform(const Words& words);
   void showPlatform();
+  [[nodiscard]] Json platformJson() const;
+  // The platform as commands, from a fresh shell's (which can program everything): the room
+  // a payload match needs, and the limits.
+  [[nodiscard]] std::pair<std::string, std::string> platformConfig() const;
   void dataplane(const Words& words, bool negated);
   void showDataplanes();
+  // The dataplanes as commands: those that make them, and those that set how they answer
+  // (which go after the lists, so that loading them programs what they hold).
+  [[nodiscard]] std::pair<std::string, std::string> dataplaneConfig() const;
+  [[nodiscard]] Json dataplanesJson(bool settingsOnly) const;
   void testPacket(const Words& words);
   // Where the dataplanes are with the latest request to program (after a change that went
   // around the edit sessions).
@@ -167,7 +228,13 @@ class Shell::Impl {
   void openConfigSession(const std::string& name);
   void commitConfigSession(bool overwrite);
 
-  void line(const std::string& text) { out_ << text << '\n'; }
+  void line(const std::string& text) const { out_ << text << '\n'; }
+  // ---- output (Output.cpp) ----
+  void emit(Kind kind, Json body) const;
+  // An acknowledgement: its words, or a message object.
+  void message(const std::string& text) const;
+  // A failed line (or, with no line, the end of input), as the mode says.
+  void error(std::optional<std::size_t> at, std::size_t column, const std::string& message) const;
   // How many dataplanes sessions wait for.
   [[nodiscard]] std::size_t dataplanesWaitedFor() const;
   // Lets go of sessions whose outcome has been reported.
@@ -188,6 +255,7 @@ class Shell::Impl {
   std::string configName_;
   std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
   std::vector<std::unique_ptr<Outstanding>> outstanding_;
+  bool skipping_ = false;  // in a list block that failed: its lines go, up to its end
 };
 
 }  // namespace aclsh

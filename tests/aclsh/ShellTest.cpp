@@ -37,10 +37,12 @@ struct ShellRun {
   aclsh::Shell shell;
 };
 
-// Lists of every family, a standard one, the per-list flags, remarks and bindings in both
-// directions: what write saves is the running configuration, which loads back as itself and,
-// typed once more over itself, finds every list unchanged and commits nothing. (Each entry's
-// own round trip is the text layer's property; the layout is the script tests'.)
+// Lists of every family, a standard one, the per-list flags, remarks, bindings in both
+// directions, a limited platform and dataplanes with their settings: what write saves is the
+// running configuration, which a fresh shell (whose platform can bind anything) loads back
+// and writes again byte for byte, a binding made before a limit included; typed once more
+// over itself, it finds every list unchanged and commits nothing. (Each entry's own round
+// trip is the text layer's property.)
 TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   const std::filesystem::path dir = std::filesystem::temp_directory_path() / "aclsh-write-test";
   std::filesystem::create_directories(dir / "taken");
@@ -48,19 +50,50 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   options.configFile = (dir / "startup.acl").string();
   ShellRun run(options);
   ASSERT_TRUE(run.script(
+      "platform payload-capacity ip 1\ndataplane dp1\ndataplane dp2\n"
       "ip access-list web\ncounters per-entry\n10 remark web servers\n20 permit tcp any host 192.0.2.1 eq 443\n"
+      "30 permit ip any any payload 0 0x1 0xff payload 4 0x2 0xff\n40 permit ip any any mirror tap1\n"
       "ip access-list standard mgmt\n10 permit 198.51.100.0/24 log\n"
       "ipv6 access-list web6\nfragment-rules\n5 deny ipv6 any 2001:db8::/32\n"
       "mac access-list lab\n7 permit host 00:00:5e:00:53:01 any ethertype 0x0806\nexit\n"
       "interface Ethernet1\nip access-group web in\nipv6 access-group web6 out\n"
-      "interface Ethernet2\nmac access-group lab in\nip access-group mgmt in\n"));
+      "interface Ethernet2\nmac access-group lab in\nip access-group mgmt in\nexit\n"
+      "platform ip-mirror off\nplatform mpls-skip on\ndataplane dp2 waits off\ndataplane dp2 capacity 100\n"
+      "dataplane dp2 delay 2\ndataplane dp2 error TCAM bank 2 is full\n"));
   ASSERT_TRUE(run.script("write"));
   std::ostringstream text;
   text << std::ifstream(options.configFile).rdbuf();
-  EXPECT_EQ(text.str(), run.running());
-  ShellRun reloaded;
-  ASSERT_TRUE(reloaded.script(text.str()));
-  EXPECT_EQ(reloaded.running(), text.str());
+  EXPECT_EQ(
+      text.str(),
+      "platform payload-capacity ip 1\ndataplane dp1\ndataplane dp2\n!\n"
+      "ip access-list standard mgmt\n   10 permit 198.51.100.0/24 log\n!\n"
+      "ip access-list web\n   counters per-entry\n   10 remark web servers\n"
+      "   20 permit tcp any host 192.0.2.1 eq 443\n   30 permit ip any any payload 0 0x1 0xff payload 4 0x2 0xff\n"
+      "   40 permit ip any any mirror tap1\n!\n"
+      "ipv6 access-list web6\n   fragment-rules\n   5 deny ipv6 any 2001:db8::/32\n!\n"
+      "mac access-list lab\n   7 permit host 00:00:5e:00:53:01 any ethertype 0x0806\n!\n"
+      "interface Ethernet1\n   ip access-group web in\n   ipv6 access-group web6 out\n!\n"
+      "interface Ethernet2\n   ip access-group mgmt in\n   mac access-group lab in\n!\n"
+      "exit\nplatform ip-mirror off\nplatform mpls-skip on\ndataplane dp2 waits off\ndataplane dp2 capacity 100\n"
+      "dataplane dp2 delay 2\ndataplane dp2 error TCAM bank 2 is full\n!\n");
+  aclsh::Options again;
+  again.configFile = (dir / "again.acl").string();
+  ShellRun reloaded(again);
+  ASSERT_TRUE(reloaded.script(text.str() + "write")) << reloaded.err.str();
+  std::ostringstream rewritten;
+  rewritten << std::ifstream(again.configFile).rdbuf();
+  EXPECT_EQ(rewritten.str(), text.str());
+  std::filesystem::remove(again.configFile);
+  // An export written to a file holds what it prints.
+  run.out.str("");
+  ASSERT_TRUE(run.script("export openconfig skip-inexact"));
+  const std::string printed = run.out.str();
+  ASSERT_TRUE(run.script("export openconfig skip-inexact " + (dir / "oc.json").string()));
+  std::ostringstream exported;
+  exported << std::ifstream(dir / "oc.json").rdbuf();
+  EXPECT_EQ(exported.str(), printed);
+  std::filesystem::remove(dir / "oc.json");
+  run.err.str("");
   reloaded.out.str("");
   ASSERT_TRUE(reloaded.script(text.str()));
   EXPECT_EQ(reloaded.out.str().find("committed"), std::string::npos) << reloaded.out.str();
@@ -132,7 +165,32 @@ TEST(AclshTest, AConflictWithAnotherShellDropsTheEditAndRevertsNothing) {
   EXPECT_EQ(run.out.str(),
             "ip access-list web: not committed: another session changed it since this edit began; "
             "this edit is dropped\n");
-  EXPECT_EQ(run.running(), "ip access-list web\n   5 remark first\n   10 permit tcp any any\n!\n");
+  EXPECT_EQ(run.running(),
+            "dataplane dp1\n!\nip access-list web\n   5 remark first\n   10 permit tcp any any\n!\n"
+            "exit\ndataplane dp1 delay 1\n!\n");
+}
+
+// On a terminal a failed line leaves the edit open for the line typed again (the prompt shows
+// the mode); text that is not UTF-8 is refused there too, at its first bad byte, and never
+// stored.
+TEST(AclshTest, ATerminalKeepsTheEditOpenAfterAFailedLine) {
+  ShellRun run;
+  const std::pair<const char*, const char*> lines[] = {{"configure session maint", "aclsh(config-s-maint)# "},
+                                                       {"interface Ethernet1", "aclsh(config-s-maint-if-Ethernet1)# "},
+                                                       {"exit", "aclsh(config-s-maint)# "},
+                                                       {"abort", "aclsh# "},
+                                                       {"ip access-list web", "aclsh(acl-web)# "},
+                                                       {"10 remark caf\xe9", "aclsh(acl-web)# "},
+                                                       {"10 permit tcp any any eq 443 bogus", "aclsh(acl-web)# "},
+                                                       {"10 permit tcp any any eq 443", "aclsh(acl-web)# "},
+                                                       {"exit", "aclsh# "}};
+  for (const auto& [line, prompt] : lines) {
+    run.shell.run(line, {"", 1});
+    EXPECT_EQ(run.shell.prompt(), prompt) << line;
+  }
+  EXPECT_TRUE(run.shell.atTop());
+  EXPECT_EQ(run.err.str(), "1:14: expected UTF-8 text\n1:30: expected an option or the end of the line\n");
+  EXPECT_EQ(run.running(), "ip access-list web\n   10 permit tcp any any eq 443\n!\n");
 }
 
 }  // namespace
