@@ -18,8 +18,9 @@ floors = {  # directory: (lines %, branches %)
     "platform": (98, 70),
     "model": (99, 78),
     "Acl": (99, 89),
-    "client": (95, 77),
-    "interchange": (97, 77),
+    "client": (96, 81),
+    "interchange": (97, 78),
+    "aclsh": (96, 75),
 }
 totals = {}
 for f in json.load(open(sys.argv[1]))["files"]:
