@@ -19,6 +19,7 @@
 
 #include "aclkit/Acl/AclApiSm.h"
 #include "aclkit/Acl/AclConfigSession.h"
+#include "aclkit/client/Platform.h"
 #include "aclkit/model/Mounts.h"
 #include "aclkit/text/AclText.h"
 
@@ -46,6 +47,8 @@ class Library {
   explicit Library(fwk::StateStore& store);
 
   [[nodiscard]] const Acl::AclMounts& mounts() const noexcept { return mounts_; }
+  // What the platform can program, switched by name.
+  [[nodiscard]] Platform platform() const { return Platform(*mounts_.paramConfig); }
 
   // A new edit session on the list `name` of family `type`.
   [[nodiscard]] Ptr<AclApi::ApiSm> session(const String& name, AclType type, AclApi::ApiType api,

@@ -81,15 +81,19 @@ RangeMatch::RangeMatch(ValueOp op, U16 low, U16 high) {
   highIs(high);
 }
 
+namespace {
+constexpr std::string_view rangeExpected = "a port match: any, eq N, neq N, lt N, gt N or range LOW HIGH";
+}  // namespace
+
 RangeMatch RangeMatch::fwkParse(std::string_view text) {
   std::vector<std::string_view> words;
   for (std::string_view w : split(text, ' ')) {
     if (!w.empty()) words.push_back(w);
   }
-  if (words.empty()) fwk::parseFailed(String("RangeMatch"), text);
+  if (words.empty()) fwk::parseFailed(rangeExpected, text);
   ValueOp op = fwk::enumFromName<ValueOp>(words[0]);
   std::size_t wanted = op == ValueOp::any ? 1 : op == ValueOp::range ? 3 : 2;
-  if (words.size() != wanted) fwk::parseFailed(String("RangeMatch"), text);
+  if (words.size() != wanted) fwk::parseFailed(rangeExpected, text);
   U16 low = wanted > 1 ? fwk::parseValue<U16>(words[1]) : 0;
   U16 high = wanted > 2 ? fwk::parseValue<U16>(words[2]) : 0;
   return RangeMatch(op, low, high);

@@ -8,14 +8,16 @@
 #include <ostream>
 #include <string>
 
-#include "aclkit/platform/fwk/Errors.h"
+#include "aclkit/platform/fwk/Value.h"
 
 namespace Acl {
 
 namespace {
-[[noreturn]] void unreadable(const char* type, std::string_view text) {
-  throw fwk::TypeConversionError(std::string("cannot read a ") + type + " from '" + std::string(text) + "'");
+[[noreturn]] void unreadable(const char* expected, std::string_view text) {
+  fwk::parseFailed(expected, text);
 }
+
+constexpr const char* macExpected = "a MAC address such as 00:00:5e:00:53:01 or 0000.5e00.5301";
 
 bool readNumber(std::string_view text, U64& out, int base = 10) {
   auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), out, base);
@@ -33,7 +35,7 @@ void UniqueId::doInit() {
 
 UniqueId UniqueId::fwkParse(std::string_view text) {
   U64 value = 0;
-  if (!readNumber(text, value)) unreadable("UniqueId", text);
+  if (!readNumber(text, value)) unreadable("an identifier (a number)", text);
   return UniqueId(static_cast<U32>(value >> 32), static_cast<U32>(value));
 }
 
@@ -44,7 +46,7 @@ std::ostream& operator<<(std::ostream& os, const UniqueId& id) {
 Ip4Addr Ip4Addr::fwkParse(std::string_view text) {
   in_addr addr{};
   std::string copy(text);
-  if (inet_pton(AF_INET, copy.c_str(), &addr) != 1) unreadable("Ip4Addr", text);
+  if (inet_pton(AF_INET, copy.c_str(), &addr) != 1) unreadable("an IPv4 address such as 192.0.2.1", text);
   return Ip4Addr(ntohl(addr.s_addr));
 }
 
@@ -56,7 +58,7 @@ std::ostream& operator<<(std::ostream& os, const Ip4Addr& addr) {
 Ip6Addr Ip6Addr::fwkParse(std::string_view text) {
   unsigned char bytes[16];
   std::string copy(text);
-  if (inet_pton(AF_INET6, copy.c_str(), bytes) != 1) unreadable("Ip6Addr", text);
+  if (inet_pton(AF_INET6, copy.c_str(), bytes) != 1) unreadable("an IPv6 address such as 2001:db8::1", text);
   U64 high = 0;
   U64 low = 0;
   for (int i = 0; i < 8; ++i) high = (high << 8) | bytes[i];
@@ -79,16 +81,16 @@ MacAddr MacAddr::fwkParse(std::string_view text) {
   char separator = 0;
   for (char c : text) {
     if (c == ':' || c == '.' || c == '-') {
-      if (separator && c != separator) unreadable("MacAddr", text);
+      if (separator && c != separator) unreadable(macExpected, text);
       separator = c;
       continue;
     }
     U64 nibble = 0;
-    if (!readNumber(std::string_view(&c, 1), nibble, 16)) unreadable("MacAddr", text);
+    if (!readNumber(std::string_view(&c, 1), nibble, 16)) unreadable(macExpected, text);
     value = (value << 4) | nibble;
     ++digits;
   }
-  if (digits != 12) unreadable("MacAddr", text);
+  if (digits != 12) unreadable(macExpected, text);
   return MacAddr(value);
 }
 

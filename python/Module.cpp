@@ -3,6 +3,7 @@
 #include "aclkit/python/internal/Bindings.h"
 
 PYBIND11_MODULE(aclkit, m) {
+  m.attr("__version__") = ACLKIT_VERSION;
   m.doc() =
       "ACL editing sessions, reference dataplanes and packet checks for command handlers, and every reflected "
       "attribute and operation of the library by name.";

@@ -64,24 +64,62 @@ Body parsedAs(const std::string& line, AclType type) {
   return std::move(*body);
 }
 
-// The record's line, or its field form when no line can carry it.
+// The record's line, if one can carry it.
 template <class Body>
-std::string lineOf(const Body& body) {
+std::optional<std::string> lineOf(const Body& body) {
   try {
     return Text::format(body);
   } catch (const std::invalid_argument&) {
-    return fwk::strep(body);
+    return std::nullopt;
   }
+}
+
+// A field's value as plain Python data the record's constructor reads back: enumerators by
+// name, records as dicts of the same.
+py::object plain(py::handle value) {
+  static const auto* intEnum = new py::object(py::module_::import("enum").attr("IntEnum"));  // outlives exit
+  if (py::isinstance(value, *intEnum)) return value.attr("name");
+  if (py::isinstance<py::dict>(value)) {
+    py::dict out;
+    for (const auto& [key, item] : value.cast<py::dict>()) out[key] = plain(item);
+    return out;
+  }
+  if (py::isinstance<py::list>(value)) {
+    py::list out;
+    for (py::handle item : value) out.append(plain(item));
+    return out;
+  }
+  return py::reinterpret_borrow<py::object>(value);
+}
+
+template <class Rule>
+py::dict plainFieldsOf(const Rule& rule) {
+  return plain(fieldsOf(rule)).template cast<py::dict>();
+}
+
+// Records are values: printed as their line (or their fields when no line carries them), with a
+// repr that evaluates back, and pickled (hence copied) as their fields.
+template <class Rule, class Class>
+void ruleOperationsAre(Class& cls) {
+  cls.def("__str__", [](const Rule& rule) { return lineOf(rule).value_or(fwk::strep(rule)); })
+      .def("__repr__",
+           [](const py::object& self) {
+             const auto& rule = self.cast<const Rule&>();
+             const py::object name = py::type::handle_of(self).attr("__name__");
+             if (const std::optional<std::string> line = lineOf(rule)) return py::str("{}({!r})").format(name, *line);
+             return py::str("{}(**{!r})").format(name, plainFieldsOf(rule));
+           })
+      .def(py::pickle([](const Rule& rule) { return plainFieldsOf(rule); },
+                      [](const py::dict& fields) {
+                        Rule rule;
+                        fieldsAre(rule, py::reinterpret_borrow<py::kwargs>(fields));
+                        return rule;
+                      }));
 }
 
 template <class Body, class Class>
 void valueOperationsAre(Class& cls) {
-  cls.def("__str__", &lineOf<Body>)
-      .def("__repr__",
-           [](const py::object& self) {
-             return py::str("{}({!r})").format(py::type::handle_of(self).attr("__name__"), py::str(self));
-           })
-      .def("__eq__", [](const Body& a, const Body& b) { return a == b; })
+  cls.def("__eq__", [](const Body& a, const Body& b) { return a == b; })
       .def("__lt__", [](const Body& a, const Body& b) { return a < b; })
       .def("__hash__", [](const Body& body) { return body.hash(); });
 }
@@ -110,6 +148,7 @@ void ruleClassIs(py::module_& m, const char* name) {
           },
           "A copy with the fields given by name changed.")
       .def("fields", &fieldsOf<Rule>, "Every field by name, the record's then its filter's.");
+  ruleOperationsAre<Rule>(cls);
   valueOperationsAre<Rule>(cls);
   codecIs(fwk::valueType<Rule>(), {[](const fwk::Value& v) { return py::cast(v.as<Rule>()); },
                                    [](py::handle o) {
@@ -135,7 +174,12 @@ void bindRecords(py::module_& m) {
 #undef ACLKIT_PYTHON_RULE_CLASS_
 
   py::class_<Acl::RemarkConfig> remark(m, "Remark", "A remark of a list: its text is all there is to it.");
-  remark.def(py::init<const fwk::String&>(), py::arg("text")).def_property_readonly("text", &Acl::RemarkConfig::text);
+  remark.def(py::init<const fwk::String&>(), py::arg("text"))
+      .def_property_readonly("text", &Acl::RemarkConfig::text)
+      .def("__str__", [](const Acl::RemarkConfig& r) { return Text::format(r); })
+      .def("__repr__", [](const Acl::RemarkConfig& r) { return py::str("Remark({!r})").format(r.text().str()); })
+      .def(py::pickle([](const Acl::RemarkConfig& r) { return r.text().str(); },
+                      [](const std::string& text) { return Acl::RemarkConfig(fwk::String(text)); }));
   valueOperationsAre<Acl::RemarkConfig>(remark);
   codecIs(fwk::valueType<Acl::RemarkConfig>(),
           {[](const fwk::Value& v) { return py::cast(v.as<Acl::RemarkConfig>()); },

@@ -148,6 +148,17 @@ void bindSessions(py::module_& m) {
         return false;
       });
 
+  py::class_<Client::Platform>(m, "Platform",
+                               "What the platform can program, by capability name (`logging`, `ipMirror`, ...): "
+                               "read and set as attributes, or all at once.")
+      .def("__getattr__", [](const Client::Platform& p, const std::string& name) { return p.supports(name); })
+      .def("__setattr__",
+           [](Client::Platform& p, const std::string& name, bool supported) { p.supportIs(name, supported); })
+      .def("__dir__", [](const Client::Platform&) { return Client::Platform::names(); })
+      .def("enableAll", &Client::Platform::enableAll, "Every capability on: a platform that programs anything.")
+      .def("disableAll", &Client::Platform::disableAll, "Every capability off: one that programs no list.")
+      .def_static("names", &Client::Platform::names, "Every capability's name, in the model's order.");
+
   py::class_<Client::Library>(m, "Library", libraryDoc)
       .def(py::init([](fwk::StateStore* store) {
              return std::make_unique<Client::Library>(store ? *store : fwk::StateStore::instance());
@@ -169,6 +180,8 @@ void bindSessions(py::module_& m) {
             return all;
           },
           "The model's mount points, by the name of their session attribute (Entities).")
+      .def_property_readonly("platform", &Client::Library::platform, py::keep_alive<0, 1>(),
+                             "What the platform can program (a Platform), switched by name.")
       .def(
           "session",
           [](const Client::Library& lib, const fwk::String& name, AclType type, AclApi::ApiType api, bool standard) {

@@ -102,7 +102,7 @@ fwk::Value integerFrom(py::handle object) {
     if (!PyErr_Occurred()) return fwk::Value(static_cast<T>(big));
     PyErr_Clear();
   }
-  fwk::parseFailed(type.name, py::str(object).cast<std::string>());
+  fwk::parseFailed(fwk::expectedText<T>(), py::str(object).cast<std::string>());
 }
 
 template <class T>
@@ -199,7 +199,11 @@ py::object enumMember(std::string_view typeName, std::int64_t number) {
 bool setField(void* record, const std::vector<fwk::FieldInfo>& fields, std::string_view name, py::handle value) {
   for (const fwk::FieldInfo& field : fields) {
     if (field.name != name) continue;
-    field.set(record, fromPython(value, *field.type));
+    try {
+      field.set(record, fromPython(value, *field.type));
+    } catch (const fwk::TypeConversionError& e) {
+      throw fwk::TypeConversionError(std::string(name) + ": " + e.what());  // which field, for a record of many
+    }
     return true;
   }
   return false;

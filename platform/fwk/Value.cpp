@@ -5,8 +5,8 @@
 
 namespace fwk {
 
-void parseFailed(const String& typeName, std::string_view text) {
-  throw TypeConversionError("cannot read a " + typeName.str() + " from '" + std::string(text) + "'");
+void parseFailed(std::string_view expected, std::string_view text) {
+  throw TypeConversionError("expected " + std::string(expected) + ", not '" + std::string(text) + "'");
 }
 
 namespace detail {

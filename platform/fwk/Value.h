@@ -168,9 +168,25 @@ struct TypeName<Ptr<E>> {
 
 // ---- parsing -------------------------------------------------------------------------
 
-// Raises TypeConversionError "cannot read a <type> from '<text>'": what a type's fwkParse
-// raises for text it cannot read.
-[[noreturn]] ACLKIT_EXPORT void parseFailed(const String& typeName, std::string_view text);
+// Raises TypeConversionError "expected <expected>, not '<text>'": what a type's fwkParse
+// raises for text it cannot read, in words a user reads ("a number from 0 to 255").
+[[noreturn]] ACLKIT_EXPORT void parseFailed(std::string_view expected, std::string_view text);
+
+// What text of type T reads as, for parseFailed: the range of a number, "true or false", or
+// "a <type name>".
+template <class T>
+std::string expectedText() {
+  if constexpr (std::is_same_v<T, bool>) {
+    return "true or false";
+  } else if constexpr (std::is_integral_v<T>) {
+    return "a number from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
+           std::to_string(std::numeric_limits<T>::max());
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return "a number";
+  } else {
+    return "a " + typeNameOf<T>().str();
+  }
+}
 
 namespace detail {
 ACLKIT_EXPORT bool parseBool(std::string_view text, bool& out);
@@ -183,23 +199,23 @@ template <class T>
 T parseValue(std::string_view text) {
   if constexpr (std::is_same_v<T, bool>) {
     bool b = false;
-    if (!detail::parseBool(text, b)) parseFailed(typeNameOf<T>(), text);
+    if (!detail::parseBool(text, b)) parseFailed(expectedText<T>(), text);
     return b;
   } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
     std::int64_t n = 0;
     if (!detail::parseSigned(text, n) || n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) {
-      parseFailed(typeNameOf<T>(), text);
+      parseFailed(expectedText<T>(), text);
     }
     return static_cast<T>(n);
   } else if constexpr (std::is_integral_v<T>) {
     std::uint64_t n = 0;
     if (!detail::parseUnsigned(text, n) || n > std::numeric_limits<T>::max()) {
-      parseFailed(typeNameOf<T>(), text);
+      parseFailed(expectedText<T>(), text);
     }
     return static_cast<T>(n);
   } else if constexpr (std::is_floating_point_v<T>) {
     double d = 0;
-    if (!detail::parseDouble(text, d)) parseFailed(typeNameOf<T>(), text);
+    if (!detail::parseDouble(text, d)) parseFailed(expectedText<T>(), text);
     return static_cast<T>(d);
   } else if constexpr (std::is_same_v<T, String>) {
     return String(text);
@@ -211,7 +227,7 @@ T parseValue(std::string_view text) {
   } else if constexpr (requires { T::fwkParse(text); }) {
     return T::fwkParse(text);
   } else {
-    parseFailed(typeNameOf<T>(), text);
+    parseFailed(expectedText<T>(), text);
   }
 }
 

@@ -15,7 +15,7 @@ BASE = "permit ip any any"
 # (row, capability the platform lacks, dataplane error, entry added at 20, state, refusals)
 ROWS = [
     ("accepted", None, None, "permit tcp any 192.0.2.0/24 eq 443", "applied", []),
-    ("refused by a capability", ("ip-dscp", "ipDscpSupported"), None, "permit ip any any dscp 10", "refused",
+    ("refused by a capability", ("ip-dscp", "ipDscp"), None, "permit ip any any dscp 10", "refused",
      [("ip access-list web", "dscp not supported")]),
     ("refused by a dataplane", None, "the table is full", "deny ip 198.51.100.0/24 any", "hardware error", []),
 ]
@@ -45,15 +45,12 @@ def through_aclsh(limit, error, entry):
 
 def library(limit, error):
     lib = aclkit.Library(aclkit.Store())
-    platform = lib.mounts["paramConfig"]
-    for name in platform.attributes():
-        if name.endswith("Supported"):
-            platform.set(name, True)
+    lib.platform.enableAll()
     dp = aclkit.Dataplane(lib, "dp1")
     lib.replaceList("web", AclType.ip, [(10, IpRule(BASE))])
     lib.replaceBindings([("Ethernet1", "in", AclType.ip, "web")])
     if limit:
-        platform.set(limit[1], False)
+        setattr(lib.platform, limit[1], False)
     if error:
         dp.forcedError = error
     return lib, dp

@@ -83,7 +83,7 @@ def test_attributes_collections_and_enumerations_by_name(store, lib):
     assert s.get("config") is None
     with pytest.raises(aclkit.TypeConversionError):
         s.set("paramConfig", lib.mounts["hwConfig"])
-    with pytest.raises(aclkit.TypeConversionError, match="cannot read a U32 from '-1'"):
+    with pytest.raises(aclkit.TypeConversionError, match="expected a number from 0 to 4294967295, not '-1'"):
         s.addIpRule(-1, RULE)
     with pytest.raises(AttributeError):
         s.noSuchThing

@@ -2,6 +2,9 @@
 hashed; a dataplane's settings, reports and verdicts as Python values; the commit session as a
 context manager; whole lists and OpenConfig as tuples; errors with the library's messages. The
 flows themselves are the C++ tests'."""
+import copy
+import pickle
+
 import pytest
 
 import aclkit
@@ -34,6 +37,13 @@ def test_rule_records_read_write_compare_and_hash():
     assert aclkit.MacRule("permit host 00:00:5e:00:53:01 any").src == "00:00:5e:00:53:01"
     with pytest.raises(aclkit.RangeError, match=r"^IpFilter::vlan < 0 or > 4095 not allowed$"):
         WEB.replace(vlan=4096)
+    with pytest.raises(aclkit.TypeConversionError, match=r"^dstPort: expected a number from 0 to 65535, not '70000'$"):
+        WEB.replace(dstPort="eq 70000")
+    # Values: repr evaluates back (a record no line can carry, by its fields), pickle and copy.
+    unwritable = IpRule(src="198.51.100.1", srcMask="255.255.255.0")  # host bits: no line holds it
+    for value in (made, unwritable, aclkit.Remark("web servers")):
+        assert eval(repr(value), vars(aclkit)) == value == pickle.loads(pickle.dumps(value)) == copy.deepcopy(value)
+    assert repr(aclkit.Remark("x")) == "Remark('x')" and aclkit.__version__.count(".") == 2
     with pytest.raises(aclkit.ParseError) as error:
         IpRule("permit tcp any any eq http-ish")
     assert (str(error.value), error.value.column, error.value.expected) == (
@@ -82,7 +92,9 @@ def test_the_commit_session_as_a_context_manager_and_whole_lists(lib):
 
     with pytest.raises(aclkit.AssertionError, match=r"^apiType\(\) == attach_$"):  # and the interpreter lives on
         lib.session("web", AclType.ip).attach("Ethernet1", "in")
-    lib.mounts["paramConfig"].set("aclSupported", True)  # IPv4 lists, without their optional matches
+    lib.platform.acl = True  # IPv4 lists, without their optional matches
+    with pytest.raises(aclkit.NameError, match="^the platform has no capability 'loging' "):
+        lib.platform.loging = False
     assert lib.replaceBindings([("Ethernet1", "in", AclType.ip, "web")]).bindings == [
         ("attached", ("Ethernet1", AclDirection.in_, AclType.ip, "web"), ApiState.succeeded)]
     # A rule the platform cannot hold on a bound list: refused, whichever door, the list as it was.
@@ -111,7 +123,7 @@ def test_the_commit_session_as_a_context_manager_and_whole_lists(lib):
     document, findings = lib.exportOpenConfig()
     assert any("remark" in f for f in findings), findings  # remarks have no place in the model
     other = aclkit.Library(aclkit.Store())
-    other.mounts["paramConfig"].set("aclSupported", True)
+    other.platform.enableAll()
     imported = other.importOpenConfig(document)
     assert imported.outcome.state == "applied" and [(l.name, l.type) for l in imported.outcome.lists] == [
         ("web", AclType.ip)]

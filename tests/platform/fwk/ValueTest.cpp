@@ -47,7 +47,7 @@ TEST(ValueTest, TypeErasedValuesKeepTheirTypeAndReadOnlyWholeNumbers) {
   EXPECT_EQ(fwk::parseValue<std::uint32_t>("0x10"), 16u);
   for (const char* bad : {"256", "-1", "80x", "", "0x"}) {
     EXPECT_EQ(messageOf<fwk::TypeConversionError>([&] { fwk::parseValue<std::uint8_t>(bad); }),
-              std::string("cannot read a U8 from '") + bad + "'");
+              std::string("expected a number from 0 to 255, not '") + bad + "'");
   }
   EXPECT_EQ(
       std::tuple(fwk::parseValue<std::int32_t>("-5"), fwk::parseValue<double>("0.25"), fwk::parseValue<bool>("true")),
