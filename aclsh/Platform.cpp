@@ -99,26 +99,36 @@ T small(const Words& words, std::size_t i, std::string_view what, unsigned max) 
   return static_cast<T>(value);
 }
 
-U8 protocolOf(const Words& words, std::size_t i) {
-  static const std::pair<std::string_view, U8> names[] = {{"icmp", 1},  {"igmp", 2},  {"tcp", 6},    {"udp", 17},
-                                                          {"gre", 47},  {"esp", 50},  {"ahp", 51},   {"icmpv6", 58},
-                                                          {"ospf", 89}, {"pim", 103}, {"vrrp", 112}, {"sctp", 132}};
-  for (const auto& [name, value] : names) {
-    if (words[i] == name) return value;
+// A value by the name an entry gives it in a list of that family, or by number.
+template <class T>
+T namedOr(Text::Named kind, AclType type, const Words& words, std::size_t i, std::string_view what, U32 max) {
+  if (const std::optional<unsigned> value = Text::valueNamed(kind, words[i], type)) return static_cast<T>(*value);
+  return small<T>(words, i, what, max);
+}
+
+// An ethertype by name (arp) or in hex (0x0806), as entries take it.
+U16 ethertypeOf(const Words& words, std::size_t i) {
+  if (const std::optional<unsigned> named = Text::valueNamed(Text::Named::ethertype, words[i], AclType::mac)) {
+    return static_cast<U16>(*named);
   }
-  return small<U8>(words, i, "a protocol name or number", 255);
+  U32 value = 0;
+  const std::string_view text = words[i].starts_with("0x") ? words[i].substr(2) : words[i];
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size() || value > 0xFFFF) {
+    throw CommandError(words.column(i), "expected an ethertype name or hex number");
+  }
+  return static_cast<U16>(value);
 }
 
 U16 tcpFlagsOf(const Words& words, std::size_t i) {
-  static const std::string_view names[] = {"fin", "syn", "rst", "psh", "ack", "urg", "ece", "cwr", "ns"};
   U16 flags = 0;
   std::string_view list = words[i];
   while (!list.empty()) {
     const std::string_view flag = list.substr(0, list.find(','));
     list.remove_prefix(std::min(list.size(), flag.size() + 1));
-    const auto* found = std::find(std::begin(names), std::end(names), flag);
-    if (found == std::end(names)) throw CommandError(words.column(i), "expected TCP flags such as syn,ack");
-    flags = static_cast<U16>(flags | (1U << (found - std::begin(names))));
+    const std::optional<unsigned> bit = Text::valueNamed(Text::Named::tcpFlag, flag, AclType::ip);
+    if (!bit) throw CommandError(words.column(i), "expected TCP flags such as syn,ack");
+    flags = static_cast<U16>(flags | *bit);
   }
   return flags;
 }
@@ -357,15 +367,18 @@ void Shell::Impl::testPacket(const Words& words) {
         (src ? packet.src6 : packet.dst6) = address<Acl::Ip6Addr>(words, v, "an IPv6 address");
       }
     } else if (field == "protocol") {
-      packet.protocol = protocolOf(words, v);
+      packet.protocol = namedOr<U8>(Text::Named::protocol, *type, words, v, "a protocol name or number", 255);
     } else if (field == "sport" || field == "dport") {
-      (field == "sport" ? packet.srcPort : packet.dstPort) = small<U16>(words, v, "a port number", 0xFFFF);
+      (field == "sport" ? packet.srcPort : packet.dstPort) =
+          namedOr<U16>(Text::Named::port, *type, words, v, "a port name or number", 0xFFFF);
     } else if (field == "flags") {
       packet.tcpFlags = tcpFlagsOf(words, v);
-    } else if (field == "icmp-type" || field == "icmp-code") {
-      (field == "icmp-type" ? packet.icmpType : packet.icmpCode) = small<Acl::U8>(words, v, "an ICMP number", 255);
+    } else if (field == "icmp-type") {
+      packet.icmpType = namedOr<U8>(Text::Named::icmpType, *type, words, v, "an ICMP type name or number", 255);
+    } else if (field == "icmp-code") {
+      packet.icmpCode = small<U8>(words, v, "an ICMP code", 255);
     } else if (field == "dscp") {
-      packet.dscp = small<Acl::U8>(words, v, "a DSCP value", 63);
+      packet.dscp = namedOr<U8>(Text::Named::dscp, *type, words, v, "a DSCP name or value", 63);
     } else if (field == "ecn") {
       packet.ecn = small<Acl::U8>(words, v, "an ECN value", 3);
     } else if (field == "ttl" || field == "hop-limit") {
@@ -377,13 +390,7 @@ void Shell::Impl::testPacket(const Words& words) {
     } else if (field == "vrf") {
       packet.vrf = Acl::VrfName(String(words[v]));
     } else if (field == "ethertype") {
-      U32 value = 0;
-      const std::string_view text = words[v].starts_with("0x") ? words[v].substr(2) : words[v];
-      const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
-      if (text.empty() || error != std::errc() || end != text.data() + text.size() || value > 0xFFFF) {
-        throw CommandError(words.column(v), "expected an ethertype in hex");
-      }
-      packet.ethertype = static_cast<U16>(value);
+      packet.ethertype = ethertypeOf(words, v);
     } else if (field == "mpls") {
       packet.mplsLabels.push_back(small<U32>(words, v, "an MPLS label", 0xFFFFF));
     } else {

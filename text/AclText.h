@@ -107,4 +107,10 @@ struct Entry {
 // "10 permit ip any any" from 10 and "permit ip any any".
 [[nodiscard]] std::string withSequence(Acl::U32 sequence, std::string_view line);
 
+// The values the syntax names, for front ends that read a value as an entry would (a packet to
+// test): the number `name` stands for in a list of `family`, in any letter case, or nullopt.
+// "icmp" is protocol 58 in an IPv6 list, as in its entries; a TCP flag's value is its bit.
+enum class Named { protocol, port, icmpType, dscp, ethertype, tcpFlag };
+[[nodiscard]] std::optional<unsigned> valueNamed(Named kind, std::string_view name, Acl::AclType family);
+
 }  // namespace Text

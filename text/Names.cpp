@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "aclkit/text/AclText.h"
+
 namespace Text::internal {
 
 namespace {
@@ -138,3 +140,26 @@ std::string_view nameOf(std::span<const Name> names, unsigned value) noexcept {
 }
 
 }  // namespace Text::internal
+
+namespace Text {
+
+std::optional<unsigned> valueNamed(Named kind, std::string_view name, Acl::AclType family) {
+  using namespace internal;
+  const bool ip6 = family == Acl::AclType::ipv6;
+  switch (kind) {
+    case Named::protocol:
+      return valueOf(ip6 ? ip6ProtocolNames() : ipProtocolNames(), name);
+    case Named::port:
+      return valueOf(portNames(), name);
+    case Named::icmpType:
+      return valueOf(ip6 ? icmp6TypeNames() : icmpTypeNames(), name);
+    case Named::dscp:
+      return valueOf(dscpNames(), name);
+    case Named::ethertype:
+      return valueOf(ethertypeNames(), name);
+    default:
+      return valueOf(tcpFlagNames(), name);
+  }
+}
+
+}  // namespace Text
