@@ -184,6 +184,7 @@ void Shell::Impl::exportOpenConfig(const Words& words) {
     return;
   }
   const std::string path(words[fileAt]);
+  if (!writes(path)) return;
   writeFile(path, r.json);
   for (const Interchange::Finding& f : r.findings) note(f, out_);
   message("openconfig written to " + path);

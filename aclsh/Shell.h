@@ -40,6 +40,7 @@ struct Location {
 struct Options {
   bool json = false;       // print JSON Lines only
   std::string configFile;  // what `write` saves to ("" when none was given)
+  bool check = false;      // everything runs as usual, but no file is written
 };
 
 class Shell {

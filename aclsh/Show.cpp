@@ -219,8 +219,14 @@ void Shell::Impl::showDiff() {
 
 void Shell::Impl::write() {
   if (options_.configFile.empty()) throw CommandError(0, "no configuration file: start aclsh with --config FILE");
+  if (!writes(options_.configFile)) return;
   writeFile(options_.configFile, runningConfig());
   message("configuration written to " + options_.configFile);
+}
+
+bool Shell::Impl::writes(const std::string& path) {
+  if (options_.check) message("checking: " + path + " is not written");
+  return !options_.check;
 }
 
 void writeFile(const std::string& path, const std::string& text) {

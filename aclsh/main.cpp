@@ -1,6 +1,6 @@
 // aclsh: ACL configuration from a script, a pipe or a terminal.
 //
-//   aclsh [--config FILE] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]
+//   aclsh [--config FILE] [--check] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]
 //
 // Without SCRIPT it reads standard input: line by line with editing and history on a terminal,
 // as a script otherwise. In a script the first error stops aclsh with exit status 1, dropping
@@ -27,10 +27,27 @@
 namespace {
 
 constexpr const char* usage =
-    "usage: aclsh [--config FILE] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]\n";
+    "usage: aclsh [--config FILE] [--check] [--trace FACILITY[/LEVELS],...] [--json] [--continue-on-error] [SCRIPT]\n"
+    "       aclsh --help | --version\n";
+
+constexpr const char* help =
+    "ACL configuration for the library's lists, from SCRIPT, a pipe or a terminal.\n"
+    "\n"
+    "  --config FILE        load FILE first (a missing one starts empty); `write` saves there\n"
+    "  --check              run everything as usual but write no file: exit status 0 only when\n"
+    "                       the configuration and SCRIPT load whole\n"
+    "  --trace FAC[/LEVELS] send the library's traces to standard error (AclApi/0-9)\n"
+    "  --json               standard output is JSON Lines, one object a line\n"
+    "  --continue-on-error  go on after a failed line (past its list block); still exit 1\n"
+    "  --help, --version    this text; the version\n"
+    "\n"
+    "Exit status: 0 when every line ran, 1 when one failed or FILE did not load, 2 for a bad\n"
+    "invocation or a file that cannot be read. See aclsh(1).\n";
 
 struct Arguments {
   aclsh::Options options;
+  bool help = false;
+  bool version = false;
   std::string script;
   std::string traces;
   bool continueOnError = false;
@@ -44,7 +61,13 @@ bool parse(int argc, char** argv, Arguments& args) {
       into = argv[++i];
       return true;
     };
-    if (arg == "--json") {
+    if (arg == "--help" || arg == "-h") {
+      args.help = true;
+    } else if (arg == "--version") {
+      args.version = true;
+    } else if (arg == "--check") {
+      args.options.check = true;
+    } else if (arg == "--json") {
       args.options.json = true;
     } else if (arg == "--continue-on-error") {
       args.continueOnError = true;
@@ -52,7 +75,7 @@ bool parse(int argc, char** argv, Arguments& args) {
       if (!value(args.options.configFile)) return false;
     } else if (arg == "--trace") {
       if (!value(args.traces)) return false;
-    } else if (arg == "--help" || arg == "-h" || (arg.starts_with('-') && arg.size() > 1) || !args.script.empty()) {
+    } else if ((arg.starts_with('-') && arg.size() > 1) || !args.script.empty()) {
       return false;
     } else {
       args.script = arg;
@@ -100,6 +123,14 @@ int main(int argc, char** argv) {
   if (!parse(argc, argv, args)) {
     std::cerr << usage;
     return 2;
+  }
+  if (args.help) {
+    std::cout << usage << '\n' << help;
+    return 0;
+  }
+  if (args.version) {
+    std::cout << "aclsh " << ACLKIT_VERSION << '\n';
+    return 0;
   }
   try {
     if (!args.traces.empty()) fwk::enableTraces(args.traces);

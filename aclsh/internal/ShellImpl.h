@@ -205,6 +205,8 @@ class Shell::Impl {
   [[nodiscard]] std::string runningConfig() const;
   [[nodiscard]] Json runningJson() const;
   void write();
+  // Whether a command may write `path`: not when checking, which says so instead.
+  bool writes(const std::string& path);
 
   // ---- platform, dataplanes, packets (Platform.cpp) ----
   void platform(const Words& words);

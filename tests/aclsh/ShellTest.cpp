@@ -108,6 +108,17 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   std::ostringstream kept;
   kept << std::ifstream(options.configFile).rdbuf();
   EXPECT_EQ(kept.str(), text.str());
+  // Checking runs every line as a load would, and writes no file at all.
+  aclsh::Options checking = options;
+  checking.check = true;
+  ShellRun checked(checking);
+  ASSERT_TRUE(checked.script(text.str() + "no mac access-list lab\nwrite\nexport openconfig skip-inexact " +
+                             (dir / "oc.json").string()));
+  EXPECT_NE(checked.out.str().find("checking: " + options.configFile + " is not written"), std::string::npos);
+  std::ostringstream unchanged;
+  unchanged << std::ifstream(options.configFile).rdbuf();
+  EXPECT_EQ(unchanged.str(), text.str());
+  EXPECT_FALSE(std::filesystem::exists(dir / "oc.json"));
   // Through a symbolic link the file it names is written, keeping its mode; the link stays.
   std::filesystem::permissions(options.configFile,
                                std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
