@@ -55,6 +55,10 @@ void Shell::Impl::show(const Words& words) {
   if (list_ && what == "pending") view = &Impl::showPending;
   if (list_ && what == "diff") view = &Impl::showDiff;
   if (what == "running-config") view = &Impl::showRunning;
+  if (config_ && what == "session-config" && words.is(2, "diff")) {
+    endOfLine(words, 3);
+    return showSessionDiff();
+  }
   if (what == "platform") view = &Impl::showPlatform;
   if (what == "dataplanes") view = &Impl::showDataplanes;
   if (!view) {
@@ -215,6 +219,69 @@ void Shell::Impl::showDiff() {
   if (options_.json) return emit(Kind::diff, std::move(diff));
   if (changes.empty()) line("no difference from the committed list");
   for (const auto& [sequence, text, sign] : changes) line(std::string(1, sign) + " " + text);
+}
+
+// What the configuration session's commit would change: for each list that differs, its
+// entries and flags that go (-) and come (+); then the bindings.
+void Shell::Impl::showSessionDiff() {
+  const Client::Snapshot running = Client::runningSnapshot(library_);
+  const Client::Snapshot candidate = Client::snapshotOf(*config_->config(), *config_->intfConfig());
+  using Key = std::pair<AclType, std::string>;
+  std::map<Key, std::pair<const Client::ListState*, const Client::ListState*>> lists;
+  for (const Client::ListState& l : running.lists) lists[{l.type, l.name.str()}].first = &l;
+  for (const Client::ListState& l : candidate.lists) lists[{l.type, l.name.str()}].second = &l;
+  // A list's lines by (sequence, text), the flags at 0.
+  auto linesOf = [](const Client::ListState* list) {
+    std::map<std::pair<U32, std::string>, const Client::ListEntry*> all;
+    if (!list) return all;
+    if (list->counters) all.emplace(std::pair(U32{0}, "counters per-entry"), nullptr);
+    if (list->fragments) all.emplace(std::pair(U32{0}, "fragment-rules"), nullptr);
+    for (const Client::ListEntry& e : list->entries)
+      all.emplace(std::pair(e.sequence, Client::render(e, list->standard)), &e);
+    return all;
+  };
+  Json diff{{"lists", Json::array()}, {"bindings", {{"removed", Json::array()}, {"added", Json::array()}}}};
+  std::vector<std::string> text;
+  for (const auto& [key, states] : lists) {
+    const auto& [was, will] = states;
+    if (was && will && *was == *will) continue;
+    const bool standard = (will ? will : was)->standard;
+    const auto before = linesOf(was);
+    const auto after = linesOf(will);
+    Json list{{"family", std::string(Client::keyword(key.first))},
+              {"name", key.second},
+              {"removed", Json::array()},
+              {"added", Json::array()}};
+    text.push_back(std::string(Client::keyword(key.first)) + " access-list " + (standard ? "standard " : "") +
+                   key.second +
+                   (!was    ? " (new)"
+                    : !will ? " (removed)"
+                            : ""));
+    std::set<std::tuple<U32, std::string, char>> changes;
+    for (const auto& [from, to, sign, kind] :
+         {std::tuple(&before, &after, '-', "removed"), {&after, &before, '+', "added"}}) {
+      for (const auto& [line, entry] : *from) {
+        if (to->contains(line)) continue;
+        changes.emplace(line.first, line.second, sign);
+        if (entry) list[kind].push_back(entryJson(*entry, standard));
+      }
+    }
+    for (const auto& [sequence, line, sign] : changes) text.push_back(std::string(1, sign) + "   " + line);
+    diff["lists"].push_back(std::move(list));
+  }
+  for (const auto& [from, to, sign, kind] : {std::tuple(&running.bindings, &candidate.bindings, '-', "removed"),
+                                             {&candidate.bindings, &running.bindings, '+', "added"}}) {
+    for (const Client::Binding& b : *from) {
+      if (std::find(to->begin(), to->end(), b) != to->end()) continue;
+      text.push_back(std::string(1, sign) + " interface " + b.interface.str() + " " +
+                     std::string(Client::keyword(b.type)) + " access-group " + b.list.str() + " " +
+                     std::string(stringValue(b.direction).view()));
+      diff["bindings"][kind].push_back(bindingJson(b));
+    }
+  }
+  if (options_.json) return emit(Kind::diff, std::move(diff));
+  if (text.empty()) line("no difference from the running configuration");
+  for (const std::string& t : text) line(t);
 }
 
 void Shell::Impl::write() {

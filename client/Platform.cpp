@@ -1,7 +1,5 @@
 #include "aclkit/client/Platform.h"
 
-#include <algorithm>
-
 #include "aclkit/platform/fwk/Errors.h"
 
 namespace Client {
@@ -9,32 +7,29 @@ namespace Client {
 namespace {
 
 struct Capability {
-  std::string name;
+  std::string_view flag;  // "ipMirrorSupported"
   const bool& (Acl::ParamConfig::*get)() const noexcept;
   void (Acl::ParamConfig::*set)(const bool&);
 };
 
-// From the model's one list of capabilities, each name without its "Supported".
-const std::vector<Capability>& capabilities() {
-  static const std::vector<Capability> all = [] {
-    constexpr std::string_view suffix = "Supported";
-    std::vector<Capability> list;
-#define ACLKIT_CLIENT_CAPABILITY_(kind, flag, T, def) \
-  list.push_back({#flag, &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is});
+// The model's one list of capabilities.
+constexpr Capability capabilities[] = {
+#define ACLKIT_CLIENT_CAPABILITY_(kind, flag, T, def) {#flag, &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is},
     ACLKIT_ACL_CAPABILITIES(ACLKIT_CLIENT_CAPABILITY_)
 #undef ACLKIT_CLIENT_CAPABILITY_
-    for (Capability& c : list) c.name.resize(c.name.size() - suffix.size());
-    return list;
-  }();
-  return all;
+};
+
+// Its name without "Supported".
+constexpr std::string_view nameOf(const Capability& c) {
+  return c.flag.substr(0, c.flag.size() - std::string_view("Supported").size());
 }
 
 const Capability& named(std::string_view name) {
-  const auto& all = capabilities();
-  const auto found = std::find_if(all.begin(), all.end(), [&](const Capability& c) { return c.name == name; });
-  if (found != all.end()) return *found;
+  for (const Capability& c : capabilities) {
+    if (nameOf(c) == name) return c;
+  }
   std::string known;
-  for (const Capability& c : all) known += (known.empty() ? "" : ", ") + c.name;
+  for (const std::string& n : Platform::names()) known += (known.empty() ? "" : ", ") + n;
   throw fwk::NameError("the platform has no capability '" + std::string(name) + "' (it has " + known + ")");
 }
 
@@ -43,7 +38,7 @@ const Capability& named(std::string_view name) {
 const std::vector<std::string>& Platform::names() {
   static const std::vector<std::string> all = [] {
     std::vector<std::string> list;
-    for (const Capability& c : capabilities()) list.push_back(c.name);
+    for (const Capability& c : capabilities) list.emplace_back(nameOf(c));
     return list;
   }();
   return all;

@@ -202,6 +202,7 @@ class Shell::Impl {
   void showRunning();
   void showPending();
   void showDiff();
+  void showSessionDiff();
   [[nodiscard]] std::string runningConfig() const;
   [[nodiscard]] Json runningJson() const;
   void write();

@@ -35,8 +35,8 @@ struct ChangeTest : ::testing::Test {
   Agent::Dataplane dp{acl.mounts(), "dp1"};
 
   ChangeTest() {
-    acl.mounts().paramConfig->allSupportedIs(true);
-    acl.mounts().paramConfig->ipMirrorSupportedIs(false);
+    acl.platform().enableAll();
+    acl.platform().supportIs("ipMirror", false);
     Client::Change setup;
     setup.lists = {{AclType::ip, "a", false, anyAny, {}, {}}, {AclType::ip, "web", false, anyAny, true, {}}};
     setup.bindings = {{webOnE1}};
@@ -69,6 +69,15 @@ TEST_F(ChangeTest, ARefusedOrFailedChangeLeavesTheRunningConfigurationAsItWas) {
        State::failed,
        {{"ip access-list fixed", "read-only"}}},
   };
+  EXPECT_FALSE(acl.mounts().paramConfig->ipMirrorSupported());
+  EXPECT_TRUE(acl.platform().supports(Client::Platform::names().back()));
+  try {
+    static_cast<void>(acl.platform().supports("mirror"));
+    ADD_FAILURE() << "a capability that is not one";
+  } catch (const fwk::NameError& e) {
+    EXPECT_TRUE(std::string_view(e.what()).starts_with("the platform has no capability 'mirror' (it has acl, ip6Acl, "))
+        << e.what();
+  }
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
     const Client::Snapshot before = running();
