@@ -285,6 +285,12 @@ void Shell::Impl::report(const Client::Outcome& outcome, const std::string& subj
   const std::string why = reasons(outcome, subject);
   if (options_.json) emit(Kind::outcome, outcomeJson(outcome, subject, change));
   if (outcome.state == State::failed) throw CommandError(0, subject + ": " + why + "; nothing changed");
+  // A check asks whether the whole file would load: a change the platform refuses, or another
+  // session gets in the way of, fails it.
+  if (options_.check && !outcome.accepted()) {
+    throw CommandError(0, subject + ": " + change + ", " + std::string(Client::nameOf(outcome.state)) + " (" + why +
+                              "): nothing changed");
+  }
   if (!outcome.accepted() || outcome.state == State::unchanged) {
     if (options_.json) return;
     if (outcome.state == State::unchanged) return line(subject + ": unchanged");

@@ -35,7 +35,7 @@ constexpr const char* help =
     "\n"
     "  --config FILE        load FILE first (a missing one starts empty); `write` saves there\n"
     "  --check              run everything as usual but write no file: exit status 0 only when\n"
-    "                       the configuration and SCRIPT load whole\n"
+    "                       the configuration and SCRIPT load whole, no change refused\n"
     "  --trace FAC[/LEVELS] send the library's traces to standard error (AclApi/0-9)\n"
     "  --json               standard output is JSON Lines, one object a line\n"
     "  --continue-on-error  go on after a failed line (past its list block); still exit 1\n"

@@ -119,6 +119,11 @@ TEST(AclshTest, WriteSavesAWholeFileThatLoadsBackOrLeavesEverythingAsItWas) {
   unchanged << std::ifstream(options.configFile).rdbuf();
   EXPECT_EQ(unchanged.str(), text.str());
   EXPECT_FALSE(std::filesystem::exists(dir / "oc.json"));
+  // A list the platform refuses is reported by a load, but fails a check.
+  checked.err.str("");
+  EXPECT_FALSE(checked.script("platform ip-mirror off\nip access-list web\n50 permit ip any any mirror tap2\nexit"));
+  EXPECT_NE(checked.err.str().find("refused (mirror not supported): nothing changed"), std::string::npos)
+      << checked.err.str();
   // Through a symbolic link the file it names is written, keeping its mode; the link stays.
   std::filesystem::permissions(options.configFile,
                                std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
