@@ -14,22 +14,23 @@ namespace {
 using Acl::U16;
 using Acl::U8;
 
-// A capability as an operator names it: "ip-mirror" for ipMirrorSupported.
+// A capability as an operator names it ("ip-mirror") and as the platform does ("ipMirror").
 struct Capability {
   std::string name;
-  const bool& (Acl::ParamConfig::*get)() const noexcept;
-  void (Acl::ParamConfig::*set)(const bool&);
+  std::string model;
 };
 
 // The skips in force, set like capabilities but off on a fresh platform; and their JSON names.
 struct Skip {
-  Capability flag;
+  std::string_view name;
+  const bool& (Acl::ParamConfig::*get)() const noexcept;
+  void (Acl::ParamConfig::*set)(const bool&);
   const char* json;
 };
 const Skip skips[] = {
-    {{"deep-inspection-skip", &Acl::ParamConfig::dpiSkipNonZero, &Acl::ParamConfig::dpiSkipNonZeroIs},
+    {"deep-inspection-skip", &Acl::ParamConfig::dpiSkipNonZero, &Acl::ParamConfig::dpiSkipNonZeroIs,
      "deepInspectionSkip"},
-    {{"mpls-skip", &Acl::ParamConfig::mplsSkipNonZero, &Acl::ParamConfig::mplsSkipNonZeroIs}, "mplsSkip"},
+    {"mpls-skip", &Acl::ParamConfig::mplsSkipNonZero, &Acl::ParamConfig::mplsSkipNonZeroIs, "mplsSkip"},
 };
 
 // The words of the settings that the running configuration writes back as commands.
@@ -52,25 +53,10 @@ std::string kebab(std::string_view camel) {
   return out;
 }
 
-// Each capability's flag, as the model declares it: "ipMirrorSupported".
-struct Flag {
-  std::string_view camel;
-  const bool& (Acl::ParamConfig::*get)() const noexcept;
-  void (Acl::ParamConfig::*set)(const bool&);
-};
-constexpr Flag capabilityFlags[] = {
-#define ACLSH_CAPABILITY_(kind, flag, T, def) {#flag, &Acl::ParamConfig::flag, &Acl::ParamConfig::flag##Is},
-    ACLKIT_ACL_CAPABILITIES(ACLSH_CAPABILITY_)
-#undef ACLSH_CAPABILITY_
-};
-
 const std::vector<Capability>& capabilities() {
   static const std::vector<Capability> all = [] {
-    constexpr std::string_view suffix = "Supported";
     std::vector<Capability> list;
-    for (const Flag& f : capabilityFlags) {
-      list.push_back({kebab(f.camel.substr(0, f.camel.size() - suffix.size())), f.get, f.set});
-    }
+    for (const std::string& name : Client::Platform::names()) list.push_back({kebab(name), name});
     return list;
   }();
   return all;
@@ -138,14 +124,14 @@ U16 tcpFlagsOf(const Words& words, std::size_t i) {
 // ---- platform ---------------------------------------------------------------------------------
 
 void Shell::Impl::platform(const Words& words) {
-  Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  Acl::ParamConfig& flags = *library_.mounts().paramConfig;
+  Client::Platform can = library_.platform();
   const std::string_view what = words[1];
   const auto& all = capabilities();
   const auto found = std::find_if(all.begin(), all.end(), [&](const Capability& c) { return c.name == what; });
-  const auto* skip =
-      std::find_if(std::begin(skips), std::end(skips), [&](const Skip& s) { return s.flag.name == what; });
+  const auto* skip = std::find_if(std::begin(skips), std::end(skips), [&](const Skip& s) { return s.name == what; });
   if (what == "all") {
-    can.allSupportedIs(onOff(words, 2));
+    (onOff(words, 2) ? can.enableAll() : can.disableAll());
   } else if (what == payloadCapacity) {
     const auto type = family(words[2]);
     if (!type || *type == AclType::ipv6) throw CommandError(words.column(2), "expected ip or mac");
@@ -153,29 +139,31 @@ void Shell::Impl::platform(const Words& words) {
     if (*type == AclType::ip) library_.mounts().status->ipPayloadCapacityIs(elements);
     if (*type == AclType::mac) library_.mounts().status->macPayloadCapacityIs(elements);
   } else if (skip != std::end(skips)) {
-    (can.*skip->flag.set)(onOff(words, 2));
+    (flags.*skip->set)(onOff(words, 2));
   } else if (found != all.end()) {
-    (can.*found->set)(onOff(words, 2));
+    can.supportIs(found->model, onOff(words, 2));
   } else {
     std::string expected = "expected a capability (see show platform), all, " + std::string(payloadCapacity);
-    for (const Skip& s : skips) expected += (&s == std::end(skips) - 1 ? " or " : ", ") + s.flag.name;
+    for (const Skip& s : skips) expected += (&s == std::end(skips) - 1 ? " or " : ", ") + std::string(s.name);
     throw CommandError(words.column(1), expected);
   }
   endOfLine(words, what == payloadCapacity ? 4 : 3);
 }
 
 Json Shell::Impl::platformJson() const {
-  const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Acl::ParamConfig& flags = *library_.mounts().paramConfig;
+  const Client::Platform can = library_.platform();
   const Acl::Status& status = *library_.mounts().status;
   Json j{{"capabilities", Json::object()}};
-  for (const Capability& c : capabilities()) j["capabilities"][c.name] = (can.*c.get)();
-  for (const Skip& s : skips) j[s.json] = (can.*s.flag.get)();
+  for (const Capability& c : capabilities()) j["capabilities"][c.name] = can.supports(c.model);
+  for (const Skip& s : skips) j[s.json] = (flags.*s.get)();
   j["payloadCapacity"] = {{"ip", status.ipPayloadCapacity()}, {"mac", status.macPayloadCapacity()}};
   return j;
 }
 
 std::pair<std::string, std::string> Shell::Impl::platformConfig() const {
-  const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Acl::ParamConfig& flags = *library_.mounts().paramConfig;
+  const Client::Platform can = library_.platform();
   const Acl::Status& status = *library_.mounts().status;
   std::string room;
   for (const auto& [type, elements] :
@@ -186,10 +174,10 @@ std::pair<std::string, std::string> Shell::Impl::platformConfig() const {
   }
   std::string limits;
   for (const Capability& c : capabilities()) {
-    if (!(can.*c.get)()) limits += "platform " + c.name + " off\n";
+    if (!can.supports(c.model)) limits += "platform " + c.name + " off\n";
   }
   for (const Skip& s : skips) {
-    if ((can.*s.flag.get)()) limits += "platform " + s.flag.name + " on\n";
+    if ((flags.*s.get)()) limits += "platform " + std::string(s.name) + " on\n";
   }
   return {room, limits};
 }
@@ -197,10 +185,11 @@ std::pair<std::string, std::string> Shell::Impl::platformConfig() const {
 void Shell::Impl::showPlatform() {
   if (options_.json) return emit(Kind::platform, platformJson());
   const Acl::ParamConfig& can = *library_.mounts().paramConfig;
+  const Client::Platform platform = library_.platform();
   const Acl::Status& status = *library_.mounts().status;
   std::string yes;
   std::string no;
-  for (const Capability& c : capabilities()) ((can.*c.get)() ? yes : no) += " " + c.name;
+  for (const Capability& c : capabilities()) (platform.supports(c.model) ? yes : no) += " " + c.name;
   line("supported:" + (yes.empty() ? std::string(" nothing") : yes));
   line("not supported:" + (no.empty() ? std::string(" nothing") : no));
   line("deep-inspection skip " + std::string(can.dpiSkipNonZero() ? "on" : "off") + ", mpls skip " +

@@ -97,7 +97,7 @@ std::optional<AclType> family(std::string_view word) {
 Shell::Impl::Impl(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options)
     : library_(store), out_(out), err_(err), options_(std::move(options)) {
   // The simulated platform starts able to program everything; `platform ... off` sets limits.
-  library_.mounts().paramConfig->allSupportedIs(true);
+  library_.platform().enableAll();
 }
 
 Shell::Impl::~Impl() = default;

@@ -181,41 +181,53 @@ void Shell::Impl::showPending() {
   }
 }
 
+namespace {
+
+// A list version's lines by (sequence, text), its flags counted as lines at 0.
+using Lines = std::map<std::pair<U32, std::string>, std::optional<Client::ListEntry>>;
+Lines linesOf(bool counters, bool fragments, const std::vector<Client::ListEntry>& entries, bool standard) {
+  Lines all;
+  if (counters) all.emplace(std::pair(U32{0}, "counters per-entry"), std::nullopt);
+  if (fragments) all.emplace(std::pair(U32{0}, "fragment-rules"), std::nullopt);
+  for (const Client::ListEntry& entry : entries)
+    all.emplace(std::pair(entry.sequence, Client::render(entry, standard)), entry);
+  return all;
+}
+
+// The lines only `before` has (-) and only `after` has (+), in sequence order; their entries
+// also go to json["removed"] and json["added"].
+std::set<std::tuple<U32, std::string, char>> changesOf(const Lines& before, const Lines& after, Json& json,
+                                                       bool standard) {
+  std::set<std::tuple<U32, std::string, char>> changes;
+  for (const auto& [from, to, sign, kind] :
+       {std::tuple(&before, &after, '-', "removed"), {&after, &before, '+', "added"}}) {
+    for (const auto& [key, entry] : *from) {
+      if (to->contains(key)) continue;
+      changes.emplace(key.first, key.second, sign);
+      if (entry) json[kind].push_back(entryJson(*entry, standard));
+    }
+  }
+  return changes;
+}
+
+}  // namespace
+
 void Shell::Impl::showDiff() {
   const ListEdit& edit = *list_;
   const Ptr<Acl::AclSubConfig> pending = edit.session->currentAcl();
   const Ptr<Acl::AclConfig> live = library_.list(edit.type, edit.name);
   const Ptr<Acl::AclSubConfig> committed = live ? live->currCfg() : nullptr;
-  // Entries by (sequence, line): what only the committed list has goes, what only the
-  // pending one has comes. The flags count as entries at 0.
-  using Key = std::pair<U32, std::string>;
-  auto entries = [&](const Ptr<Acl::AclSubConfig>& version) {
-    std::map<Key, std::optional<Client::ListEntry>> all;
-    if (!version) return all;
-    if (version->countersEnabled()) all.emplace(Key(0, "counters per-entry"), std::nullopt);
-    if (version->fragmentsEnabled()) all.emplace(Key(0, "fragment-rules"), std::nullopt);
-    for (const Client::ListEntry& entry : Client::entriesOf(*version, edit.type)) {
-      all.emplace(Key(entry.sequence, Client::render(entry, edit.standard)), entry);
-    }
-    return all;
+  auto lines = [&](const Ptr<Acl::AclSubConfig>& version) {
+    return version ? linesOf(version->countersEnabled(), version->fragmentsEnabled(),
+                             Client::entriesOf(*version, edit.type), edit.standard)
+                   : Lines();
   };
-  const auto before = entries(committed);
-  const auto after = entries(pending);
   // The flags go in JSON as the pending list has them.
-  std::set<std::tuple<U32, std::string, char>> changes;
   Json diff{{"removed", Json::array()},
             {"added", Json::array()},
             {"countersPerEntry", pending && pending->countersEnabled()},
             {"fragmentRules", pending && pending->fragmentsEnabled()}};
-  auto compare = [&](const auto& from, const auto& to, char sign, const char* kind) {
-    for (const auto& [key, entry] : from) {
-      if (to.contains(key)) continue;
-      changes.emplace(key.first, key.second, sign);
-      if (entry) diff[kind].push_back(entryJson(*entry, edit.standard));
-    }
-  };
-  compare(before, after, '-', "removed");
-  compare(after, before, '+', "added");
+  const auto changes = changesOf(lines(committed), lines(pending), diff, edit.standard);
   if (options_.json) return emit(Kind::diff, std::move(diff));
   if (changes.empty()) line("no difference from the committed list");
   for (const auto& [sequence, text, sign] : changes) line(std::string(1, sign) + " " + text);
@@ -230,15 +242,8 @@ void Shell::Impl::showSessionDiff() {
   std::map<Key, std::pair<const Client::ListState*, const Client::ListState*>> lists;
   for (const Client::ListState& l : running.lists) lists[{l.type, l.name.str()}].first = &l;
   for (const Client::ListState& l : candidate.lists) lists[{l.type, l.name.str()}].second = &l;
-  // A list's lines by (sequence, text), the flags at 0.
-  auto linesOf = [](const Client::ListState* list) {
-    std::map<std::pair<U32, std::string>, const Client::ListEntry*> all;
-    if (!list) return all;
-    if (list->counters) all.emplace(std::pair(U32{0}, "counters per-entry"), nullptr);
-    if (list->fragments) all.emplace(std::pair(U32{0}, "fragment-rules"), nullptr);
-    for (const Client::ListEntry& e : list->entries)
-      all.emplace(std::pair(e.sequence, Client::render(e, list->standard)), &e);
-    return all;
+  auto lines = [](const Client::ListState* list) {
+    return list ? linesOf(list->counters, list->fragments, list->entries, list->standard) : Lines();
   };
   Json diff{{"lists", Json::array()}, {"bindings", {{"removed", Json::array()}, {"added", Json::array()}}}};
   std::vector<std::string> text;
@@ -246,8 +251,6 @@ void Shell::Impl::showSessionDiff() {
     const auto& [was, will] = states;
     if (was && will && *was == *will) continue;
     const bool standard = (will ? will : was)->standard;
-    const auto before = linesOf(was);
-    const auto after = linesOf(will);
     Json list{{"family", std::string(Client::keyword(key.first))},
               {"name", key.second},
               {"removed", Json::array()},
@@ -257,16 +260,9 @@ void Shell::Impl::showSessionDiff() {
                    (!was    ? " (new)"
                     : !will ? " (removed)"
                             : ""));
-    std::set<std::tuple<U32, std::string, char>> changes;
-    for (const auto& [from, to, sign, kind] :
-         {std::tuple(&before, &after, '-', "removed"), {&after, &before, '+', "added"}}) {
-      for (const auto& [line, entry] : *from) {
-        if (to->contains(line)) continue;
-        changes.emplace(line.first, line.second, sign);
-        if (entry) list[kind].push_back(entryJson(*entry, standard));
-      }
+    for (const auto& [sequence, line, sign] : changesOf(lines(was), lines(will), list, standard)) {
+      text.push_back(std::string(1, sign) + "   " + line);
     }
-    for (const auto& [sequence, line, sign] : changes) text.push_back(std::string(1, sign) + "   " + line);
     diff["lists"].push_back(std::move(list));
   }
   for (const auto& [from, to, sign, kind] : {std::tuple(&running.bindings, &candidate.bindings, '-', "removed"),
