@@ -57,6 +57,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "aclkit/model/Rules.h"
 
@@ -106,6 +107,24 @@ struct Entry {
 
 // "10 permit ip any any" from 10 and "permit ip any any".
 [[nodiscard]] std::string withSequence(Acl::U32 sequence, std::string_view line);
+
+// What may be typed next on a line being typed, for completion and help. `partial` ends where
+// the next word would start; the reader runs on it and notes, where it ends, each keyword,
+// name and value it would have taken there. Nothing is offered when the line goes wrong
+// before its end.
+//   choicesAfter("permit tcp any ", AclType::ip)   // eq neq lt gt range any host <address>
+struct Choice {
+  enum class Kind { keyword, name, value };
+  Kind kind;
+  std::string text;       // a keyword or name as it is typed; for a value, what it is
+  std::string_view help;  // a keyword's short help
+  friend bool operator==(const Choice&, const Choice&) = default;
+};
+struct Choices {
+  std::vector<Choice> next;  // in the order the reader asks for them
+  bool complete = false;     // the line as it stands is a whole entry
+};
+[[nodiscard]] Choices choicesAfter(std::string_view partial, Acl::AclType type, bool standard = false);
 
 // The values the syntax names, for front ends that read a value as an entry would (a packet to
 // test): the number `name` stands for in a list of `family`, in any letter case, or nullopt.

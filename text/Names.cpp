@@ -121,6 +121,70 @@ std::span<const Name> tcpFlagNames() {
   return tcpFlags;
 }
 
+namespace {
+
+struct KeywordHelp {
+  std::string_view keyword;
+  std::string_view help;
+};
+constexpr std::array keywordHelps{
+    KeywordHelp{"permit", "let matching packets through"},
+    KeywordHelp{"deny", "drop matching packets"},
+    KeywordHelp{"remark", "a line of text between the entries"},
+    KeywordHelp{"ip", "any IP protocol"},
+    KeywordHelp{"ipv6", "any IPv6 protocol"},
+    KeywordHelp{"mask", "which bits of the value are matched"},
+    KeywordHelp{"any", "any address"},
+    KeywordHelp{"host", "one address"},
+    KeywordHelp{"eq", "equal to"},
+    KeywordHelp{"neq", "not equal to"},
+    KeywordHelp{"lt", "less than"},
+    KeywordHelp{"gt", "greater than"},
+    KeywordHelp{"range", "from a low value to a high one, both included"},
+    KeywordHelp{"established", "TCP with ack set (a connection under way)"},
+    KeywordHelp{"log", "log matching packets"},
+    KeywordHelp{"mirror", "copy matching packets to a mirror session"},
+    KeywordHelp{"copy-to-cpu", "copy matching packets to the CPU"},
+    KeywordHelp{"count", "count matching packets"},
+    KeywordHelp{"dscp", "match the DSCP value"},
+    KeywordHelp{"ecn", "match the ECN bits"},
+    KeywordHelp{"ttl", "match the time to live"},
+    KeywordHelp{"hop-limit", "match the hop limit"},
+    KeywordHelp{"ip-length", "match the IP packet length"},
+    KeywordHelp{"vlan", "match the VLAN"},
+    KeywordHelp{"outer-vlan", "match the outer VLAN tag"},
+    KeywordHelp{"inner-vlan", "match the inner VLAN tag"},
+    KeywordHelp{"ethertype", "match the ethertype"},
+    KeywordHelp{"gre-proto", "match the GRE protocol type"},
+    KeywordHelp{"nvgre", "match NVGRE (GRE protocol type 0x6558)"},
+    KeywordHelp{"tni", "match the NVGRE tenant network identifier"},
+    KeywordHelp{"vxlan", "match VXLAN packets"},
+    KeywordHelp{"vni", "match the VXLAN network identifier"},
+    KeywordHelp{"gtp", "match GTP packets"},
+    KeywordHelp{"teid", "match the GTP tunnel endpoint identifier"},
+    KeywordHelp{"user-l4", "match the first four bytes after the IP header"},
+    KeywordHelp{"payload", "match bytes at an offset of the payload"},
+    KeywordHelp{"alias", "a name for this payload element"},
+    KeywordHelp{"own-pattern", "keep this element's pattern on update"},
+    KeywordHelp{"own-mask", "keep this element's mask on update"},
+    KeywordHelp{"mpls-label", "match the outermost MPLS label"},
+    KeywordHelp{"mpls-inner-label", "match the inner MPLS label"},
+    KeywordHelp{"mpls", "match an MPLS label anywhere in the stack"},
+    KeywordHelp{"tc", "match the label's traffic class"},
+    KeywordHelp{"tracked", "match packets of tracked connections"},
+    KeywordHelp{"vrf", "match packets of a VRF"},
+    KeywordHelp{"vacl", "apply as a VLAN ACL"},
+};
+
+}  // namespace
+
+std::string_view keywordHelp(std::string_view keyword) noexcept {
+  for (const KeywordHelp& k : keywordHelps) {
+    if (equalsIgnoringCase(k.keyword, keyword)) return k.help;
+  }
+  return {};
+}
+
 bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
   return std::ranges::equal(a, b, [](char x, char y) { return lower(x) == lower(y); });
 }

@@ -16,6 +16,7 @@ namespace Text {
 
 using namespace Acl;
 using internal::equalsIgnoringCase;
+using internal::keywordHelp;
 using internal::Name;
 
 ParseError::ParseError(std::size_t column, std::string expected)
@@ -34,10 +35,12 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-// The words of a line with their columns, and the reader's position among them.
+// The words of a line with their columns, and the reader's position among them. A probing
+// cursor also notes, where the line ends, every keyword, name and value the reader looks
+// for there: that is what may be typed next, straight from the reader.
 class Cursor {
  public:
-  explicit Cursor(std::string_view line) : line_(line) {
+  explicit Cursor(std::string_view line, Choices* probe = nullptr) : line_(line), probe_(probe) {
     std::size_t i = 0;
     while (i < line.size()) {
       if (isBlank(line[i])) {
@@ -52,7 +55,36 @@ class Cursor {
 
   [[nodiscard]] bool atEnd() const { return at_ == tokens_.size(); }
   [[nodiscard]] std::string_view peek() const { return atEnd() ? std::string_view() : tokens_[at_].text; }
-  [[nodiscard]] bool peekIs(std::string_view keyword) const { return !atEnd() && equalsIgnoringCase(peek(), keyword); }
+  [[nodiscard]] bool peekIs(std::string_view keyword) const {
+    if (atEnd()) offer(Choice::Kind::keyword, keyword);
+    return !atEnd() && equalsIgnoringCase(peek(), keyword);
+  }
+  // Whether the options go on: while words are left, and once more at the end of the line
+  // when probing, so that every option is asked for there.
+  bool more() {
+    if (!atEnd()) return true;
+    if (!probe_ || probe_->complete) return false;
+    probe_->complete = true;
+    return true;
+  }
+  // What follows is free text, whatever it holds, and none is whole too.
+  void textFollows(std::string_view what) const {
+    if (!probe_) return;
+    probe_->next.push_back(Choice{Choice::Kind::value, std::string(what), ""});
+    probe_->complete = true;
+  }
+  // Notes names a value could be given by, and a value described by `what`, when the line
+  // ends here and the cursor is probing.
+  void offer(std::span<const Name> names) const {
+    for (const Name& name : names) offer(Choice::Kind::name, name.name);
+  }
+  void offer(Choice::Kind kind, std::string_view text) const {
+    if (!probe_ || !atEnd()) return;
+    const auto same = [&](const Choice& c) { return c.kind == kind && c.text == text; };
+    if (std::none_of(probe_->next.begin(), probe_->next.end(), same)) {
+      probe_->next.push_back(Choice{kind, std::string(text), kind == Choice::Kind::keyword ? keywordHelp(text) : ""});
+    }
+  }
   // Consumes the next word when it is `keyword`.
   bool accept(std::string_view keyword) {
     if (!peekIs(keyword)) return false;
@@ -63,7 +95,10 @@ class Cursor {
   void advance() { ++at_; }
   // The next word, whatever it is; at the end of the line, fails saying `what` was needed.
   Token take(std::string_view what) {
-    if (atEnd()) fail(what);
+    if (atEnd()) {
+      offer(Choice::Kind::value, what);
+      fail(what);
+    }
     return tokens_[at_++];
   }
   // Where the next word starts, or one past the end of the line.
@@ -81,6 +116,7 @@ class Cursor {
 
  private:
   std::string_view line_;
+  Choices* probe_;
   std::vector<Token> tokens_;
   std::size_t at_ = 0;
 };
@@ -92,8 +128,11 @@ class Seen {
   bool option(Cursor& in, std::string_view keyword) { return option(in, keyword, keyword); }
   // The same for a word that is another spelling of option `clause` ("nvgre" of "gre-proto").
   bool option(Cursor& in, std::string_view word, std::string_view clause) {
+    const bool given = given_.contains(std::string(clause));
+    if (given && in.atEnd()) return false;  // not offered a second time
     if (!in.peekIs(word)) return false;
-    if (!given_.insert(std::string(clause)).second) in.fail("no second " + std::string(clause));
+    if (given) in.fail("no second " + std::string(clause));
+    given_.insert(std::string(clause));
     in.accept(word);
     return true;
   }
@@ -133,6 +172,7 @@ U64 number(Cursor& in, std::string_view what, U64 max) {
 }
 
 U64 numberOrName(Cursor& in, std::span<const Name> names, std::string_view what, U64 max) {
+  in.offer(names);
   Token t = in.take(what);
   std::optional<U64> value = readUnsigned(t.text);
   if (!value) value = internal::valueOf(names, t.text);
@@ -147,18 +187,18 @@ std::pair<U64, U64> maskedValue(Cursor& in, std::span<const Name> names, std::st
   return {value, mask};
 }
 
-std::optional<ValueOp> valueOpNamed(std::string_view word) {
+// The operator the next word names, consumed; `range` only when it may be one.
+std::optional<ValueOp> valueOp(Cursor& in, bool rangeToo = true) {
   for (ValueOp op : {ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt, ValueOp::range}) {
-    if (equalsIgnoringCase(word, stringValue(op).view())) return op;
+    if ((rangeToo || op != ValueOp::range) && in.accept(stringValue(op).view())) return op;
   }
   return std::nullopt;
 }
 
 // "eq V" | "neq V" | "lt V" | "gt V" | "range L H"; `what` names one value.
 RangeMatch rangeMatch(Cursor& in, std::span<const Name> names, std::string_view what) {
-  std::optional<ValueOp> op = valueOpNamed(in.peek());
+  std::optional<ValueOp> op = valueOp(in);
   if (!op) in.fail("eq, neq, lt, gt or range");
-  in.advance();
   auto low = static_cast<U16>(numberOrName(in, names, what, 0xFFFF));
   if (*op != ValueOp::range) return RangeMatch(*op, low);
   std::size_t highColumn = in.column();
@@ -294,6 +334,11 @@ PayloadSpec payloadOf(const std::vector<PayloadValue>& elements, const Cursor& i
 
 // "syn" (must be set), "!syn" (must be clear), "established" (ack set).
 bool tcpFlagOption(Cursor& in, IpFilterBase& f) {
+  if (in.atEnd()) {
+    in.offer(internal::tcpFlagNames());
+    in.offer(Choice::Kind::keyword, "established");
+    return false;
+  }
   std::string_view word = in.peek();
   bool clear = word.starts_with('!');
   std::string_view name = clear ? word.substr(1) : word;
@@ -309,12 +354,16 @@ bool tcpFlagOption(Cursor& in, IpFilterBase& f) {
 
 // "[eq|neq|lt|gt] V": without an operator the value is kept with kind any.
 std::pair<ValueOp, U8> limitClause(Cursor& in, std::string_view thing) {
-  ValueOp kind = ValueOp::any;
-  if (std::optional<ValueOp> op = valueOpNamed(in.peek()); op && *op != ValueOp::range) {
-    kind = *op;
-    in.advance();
-  }
+  const ValueOp kind = valueOp(in, false).value_or(ValueOp::any);
   return {kind, static_cast<U8>(number(in, upTo(thing, 255), 255))};
+}
+
+// Whether a port match comes next (the reader then takes its operator itself).
+bool portFollows(const Cursor& in) {
+  for (ValueOp op : {ValueOp::eq, ValueOp::neq, ValueOp::lt, ValueOp::gt, ValueOp::range}) {
+    if (in.peekIs(stringValue(op).view())) return true;
+  }
+  return false;
 }
 
 template <class Rule>
@@ -338,10 +387,14 @@ void ipProtocol(Cursor& in, IpFilterBase& f) {
 template <class Rule>
 void icmpMessage(Cursor& in, IpFilterBase& f) {
   constexpr U8 icmp = isIp4<Rule> ? 1 : 58;
-  if (f.protocol() != icmp || f.protocolMask() != 0xFF || in.atEnd()) return;
+  if (f.protocol() != icmp || f.protocolMask() != 0xFF) return;
   auto names = isIp4<Rule> ? internal::icmpTypeNames() : internal::icmp6TypeNames();
-  if (!readUnsigned(in.peek()) && !internal::valueOf(names, in.peek())) return;
-  f.icmpTypeIs(static_cast<U16>(numberOrName(in, names, "an ICMP type number or name", 255)));
+  const char* type = "an ICMP type number or name";
+  in.offer(names);
+  in.offer(Choice::Kind::value, type);
+  if (in.atEnd() || (!readUnsigned(in.peek()) && !internal::valueOf(names, in.peek()))) return;
+  f.icmpTypeIs(static_cast<U16>(numberOrName(in, names, type, 255)));
+  in.offer(Choice::Kind::value, upTo("an ICMP code", 255));
   if (readUnsigned(in.peek())) f.icmpCodeIs(static_cast<U16>(number(in, upTo("an ICMP code", 255), 255)));
 }
 
@@ -415,7 +468,7 @@ Rule ipRule(Cursor& in, RuleAction action, bool standard) {
     if (standard) {
       sourceIs(in, f);
       rule.filterIs(f);
-      while (!in.atEnd()) {
+      while (in.more()) {
         if (!actionOption(in, rule, seen)) in.fail("log, mirror, copy-to-cpu, count or the end of the line");
       }
       return rule;
@@ -423,13 +476,13 @@ Rule ipRule(Cursor& in, RuleAction action, bool standard) {
   }
   ipProtocol<Rule>(in, f);
   sourceIs(in, f);
-  if (valueOpNamed(in.peek())) f.srcPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
+  if (portFollows(in)) f.srcPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
   destinationIs(in, f);
-  if (valueOpNamed(in.peek())) f.dstPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
+  if (portFollows(in)) f.dstPortIs(rangeMatch(in, internal::portNames(), "a port number or name"));
   icmpMessage<Rule>(in, f);
 
   std::vector<PayloadValue> payload;
-  while (!in.atEnd()) {
+  while (in.more()) {
     if (tcpFlagOption(in, f) || actionOption(in, rule, seen)) continue;
     if (seen.option(in, "dscp")) {
       auto [dscp, mask] = maskedValue(in, internal::dscpNames(), "a DSCP value", 63);
@@ -498,7 +551,7 @@ MacRuleConfig macRule(Cursor& in, RuleAction action) {
 
   Seen seen;
   std::vector<PayloadValue> payload;
-  while (!in.atEnd()) {
+  while (in.more()) {
     if (actionOption(in, rule, seen)) continue;
     if (seen.option(in, "ethertype")) {
       auto [ethertype, mask] = maskedValue(in, internal::ethertypeNames(), "an ethertype", 0xFFFF);
@@ -543,6 +596,7 @@ MacRuleConfig macRule(Cursor& in, RuleAction action) {
 }
 
 std::optional<U32> sequenceNumber(Cursor& in) {
+  in.offer(Choice::Kind::value, upTo("a sequence number", 0xFFFFFFFF));
   std::string_view word = in.peek();
   if (word.empty() || word.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   std::optional<U64> sequence = readDigits(word, 10);
@@ -551,14 +605,12 @@ std::optional<U32> sequenceNumber(Cursor& in) {
   return static_cast<U32>(*sequence);
 }
 
-}  // namespace
-
-Entry parse(std::string_view line, AclType type, bool standard) {
+Entry read(Cursor& in, AclType type, bool standard) {
   if (standard && type != AclType::ip) throw std::invalid_argument("only IPv4 lists are standard lists");
-  Cursor in(line);
   Entry entry;
   entry.sequence = sequenceNumber(in);
   if (in.accept("remark")) {
+    in.textFollows("the remark's text");
     entry.body = RemarkConfig(String(in.restAfterPrevious()));
     return entry;
   }
@@ -580,6 +632,24 @@ Entry parse(std::string_view line, AclType type, bool standard) {
       break;
   }
   return entry;
+}
+
+}  // namespace
+
+Entry parse(std::string_view line, AclType type, bool standard) {
+  Cursor in(line);
+  return read(in, type, standard);
+}
+
+Choices choicesAfter(std::string_view partial, AclType type, bool standard) {
+  Choices choices;
+  Cursor in(partial, &choices);
+  try {
+    read(in, type, standard);
+  } catch (const ParseError&) {
+    // Where the line ends the reader asked for more than it found, and noted what.
+  }
+  return choices;
 }
 
 }  // namespace Text

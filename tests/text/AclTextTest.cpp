@@ -138,6 +138,59 @@ TEST(AclTextTest, BadLinesSayWhatWasExpectedAndWhere) {
 }
 
 // Records no line can carry are refused instead of written as a line that reads back as another.
+// What the reader offers where a line being typed ends: keywords, then values as <what>;
+// names are counted, not listed, and a line that is whole ends in "|".
+std::string offered(const Line& line) {
+  const Text::Choices choices = Text::choicesAfter(line.text, line.type, line.standard);
+  std::string words;
+  std::size_t names = 0;
+  for (const Text::Choice& c : choices.next) {
+    if (c.kind == Text::Choice::Kind::name) {
+      ++names;
+      continue;
+    }
+    words += (words.empty() ? "" : " ") + (c.kind == Text::Choice::Kind::value ? "<" + c.text + ">" : c.text);
+    EXPECT_TRUE(c.kind != Text::Choice::Kind::keyword || !c.help.empty()) << c.text << " has no help";
+  }
+  if (names > 0) words += " +" + std::to_string(names);
+  return words + (choices.complete ? " |" : "");
+}
+
+TEST(AclTextTest, WhatMayComeNextIsWhatTheReaderWouldTake) {
+  const std::pair<Line, const char*> cases[] = {
+      {{AclType::ip, ""}, "<a sequence number from 0 to 4294967295> remark deny permit"},
+      {{AclType::ip, "10 permit "}, "ip <a protocol name or number> +15"},
+      {{AclType::ipv6, "permit "}, "ip ipv6 <a protocol name or number> +14"},
+      {{AclType::ip, "permit tcp "}, "mask any host <a source address, host or any>"},
+      {{AclType::ip, "permit tcp any "}, "eq neq lt gt range any host <a destination address, host or any>"},
+      {{AclType::ip, "permit tcp any eq "}, "<a port number or name> +24"},
+      {{AclType::ip, "permit icmp any any "},
+       "eq neq lt gt range <an ICMP type number or name> established log mirror copy-to-cpu count dscp ecn ip-length "
+       "outer-vlan "
+       "inner-vlan gre-proto nvgre tni vxlan vni gtp teid user-l4 payload vrf ttl vlan tracked vacl +22 |"},
+      {{AclType::ipv6, "permit icmp any any echo "},
+       "<an ICMP code from 0 to 255> established log mirror copy-to-cpu count dscp ecn ip-length outer-vlan "
+       "inner-vlan gre-proto nvgre tni vxlan vni gtp teid user-l4 payload vrf hop-limit +9 |"},
+      {{AclType::ip, "permit udp any any log count nvgre dscp ef "},
+       "mask established mirror copy-to-cpu ecn ip-length outer-vlan inner-vlan tni vxlan vni gtp teid user-l4 "
+       "payload vrf ttl vlan tracked vacl +9 |"},
+      {{AclType::ip, "permit ip any any ttl "}, "eq neq lt gt <a TTL from 0 to 255>"},
+      {{AclType::ip, "permit ip any any payload 4 0x1 0xff "},
+       "alias own-pattern own-mask established log mirror copy-to-cpu count dscp ecn ip-length outer-vlan "
+       "inner-vlan gre-proto nvgre tni vxlan vni gtp teid user-l4 payload vrf ttl vlan tracked vacl +9 |"},
+      {{AclType::ip, "deny ", true}, "any host <a source address, host or any>"},
+      {{AclType::ip, "deny any ", true}, "log mirror copy-to-cpu count |"},
+      {{AclType::mac, "permit any host 00:00:5e:00:53:01 mpls 16 "},
+       "mask tc log mirror copy-to-cpu count ethertype outer-vlan inner-vlan mpls-label mpls-inner-label mpls "
+       "payload |"},
+      {{AclType::ip, "remark "}, "<the remark's text> |"},
+      {{AclType::ip, "5 remark two words "}, "<the remark's text> |"},
+      {{AclType::ip, "permit bogus "}, ""},
+      {{AclType::ip, "permit tcp any any log log "}, ""},
+  };
+  for (const auto& [line, expected] : cases) EXPECT_EQ(offered(line), expected) << line.text;
+}
+
 TEST(AclTextTest, RecordsNoLineCanHoldAreRefused) {
   using build::ruleWith;
   RangeMatch inverted;  // field by field: the constructor refuses it
