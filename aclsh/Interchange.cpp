@@ -114,14 +114,10 @@ std::string readFile(const std::string& path) {
 // replace ip|ipv6|mac access-list [standard] NAME FILE
 void Shell::Impl::replaceList(const Words& words) {
   const std::optional<AclType> type = family(words[1]);
-  if (!type || !words.is(2, "access-list")) throw CommandError(words.column(1), "expected ip, ipv6 or mac access-list");
   const bool standard = words.is(3, "standard");
   const std::size_t nameAt = 3 + (standard ? 1 : 0);
   if (standard && *type != AclType::ip)
     throw CommandError(words.column(3), "expected a list name (only ip lists are standard)");
-  if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
-  if (words[nameAt + 1].empty()) throw CommandError(words.column(nameAt + 1), "expected a file");
-  endOfLine(words, nameAt + 2);
   const String name(words[nameAt]);
   const std::string subject = listName(*type, name);
   const Ptr<Acl::Input::AclTypeConfig> table = (config_ ? config_->config() : library_.mounts().config)->config(*type);
@@ -148,9 +144,6 @@ void Shell::Impl::replaceList(const Words& words) {
 
 // import openconfig FILE
 void Shell::Impl::importOpenConfig(const Words& words) {
-  if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
-  if (words[2].empty()) throw CommandError(words.column(2), "expected a file");
-  endOfLine(words, 3);
   if (config_) throw CommandError(0, "import works on the running configuration: commit or abort the session first");
   const std::string path(words[2]);
   Interchange::Document document;
@@ -165,10 +158,8 @@ void Shell::Impl::importOpenConfig(const Words& words) {
 
 // export openconfig [skip-inexact] [FILE]
 void Shell::Impl::exportOpenConfig(const Words& words) {
-  if (!words.is(1, "openconfig")) throw CommandError(words.column(1), "expected openconfig");
   const bool skip = words.is(2, "skip-inexact");
   const std::size_t fileAt = skip ? 3 : 2;
-  endOfLine(words, fileAt + 1);
   Interchange::ExportResult r;
   try {
     r = Interchange::exportOpenConfig(library_, {.skipLists = skip});

@@ -81,42 +81,31 @@ void Shell::Impl::openList(AclType type, const String& name, bool standard) {
   list_ = ListEdit{type, name, standard, newSession(name, type, AclApi::commit_, standard), std::nullopt};
 }
 
-void Shell::Impl::listCommand(const Words& words) {
-  ListEdit& edit = *list_;
-  ApiSm& s = *edit.session;
-  const std::string_view verb = words[0];
-  if (verb == "exit" || verb == "end" || verb == "abort") endOfLine(words, 1);
-  if (verb == "exit" || verb == "end") return commitList();
-  if (verb == "abort") {
-    message(listName(edit.type, edit.name) + ": edit discarded");
-    list_.reset();
-    return;
-  }
-  if (verb == "show") return show(words);
-  const std::string name = listName(edit.type, edit.name);
-  if (verb == "resequence") {
-    // Sequence 0 stands for "after the last" and is no place; a step of 0 would put every
-    // entry on one place.
-    const U32 start = words.size() > 1 ? number(words, 1, "a first sequence number") : 10;
-    if (start == 0) throw CommandError(words.column(1), "expected a first sequence number from 1 up");
-    const U32 step = words.size() > 2 ? number(words, 2, "a step") : 10;
-    if (step == 0) throw CommandError(words.column(2), "expected a step from 1 up");
-    endOfLine(words, 3);
-    edit.held.reset();
-    return refuseEdit(s.resequence(start, step), words.column(1), name, "the numbering");
-  }
-  const bool negated = verb == "no";
-  const std::size_t at = negated ? 1 : 0;
-  if (words.is(at, "counters") && words.is(at + 1, "per-entry")) {
-    endOfLine(words, at + 2);
+void Shell::Impl::abortList() {
+  message(listName(list_->type, list_->name) + ": edit discarded");
+  list_.reset();
+}
+
+void Shell::Impl::resequence(const Words& words) {
+  // Sequence 0 stands for "after the last" and is no place; a step of 0 would put every
+  // entry on one place.
+  const U32 start = words.size() > 1 ? number(words, 1, "a first sequence number") : 10;
+  if (start == 0) throw CommandError(words.column(1), "expected a first sequence number from 1 up");
+  const U32 step = words.size() > 2 ? number(words, 2, "a step") : 10;
+  if (step == 0) throw CommandError(words.column(2), "expected a step from 1 up");
+  list_->held.reset();
+  refuseEdit(list_->session->resequence(start, step), words.column(1), listName(list_->type, list_->name),
+             "the numbering");
+}
+
+void Shell::Impl::listFlag(const Words& words) {
+  const bool negated = words.is(0, "no");
+  ApiSm& s = *list_->session;
+  const std::string name = listName(list_->type, list_->name);
+  if (words.is(negated ? 1 : 0, "counters")) {
     return refuseEdit(negated ? s.disableCounters() : s.enableCounters(), 0, name, "");
   }
-  if (words.is(at, "fragment-rules")) {
-    endOfLine(words, at + 1);
-    return refuseEdit(negated ? s.disableFragments() : s.enableFragments(), 0, name, "");
-  }
-  if (negated) return removeEntry(words, 1);
-  editEntry(words, 0);
+  refuseEdit(negated ? s.disableFragments() : s.enableFragments(), 0, name, "");
 }
 
 void Shell::Impl::editEntry(const Words& words, std::size_t first) {
@@ -247,11 +236,8 @@ void Shell::Impl::bind(const Words& words, bool unbind) {
   const AclType type = *family(words[at]);
   // [no] ip access-group NAME in|out; "no ip access-group in" unbinds whatever is bound.
   const bool named = !(unbind && (words.is(at + 2, "in") || words.is(at + 2, "out")));
-  if (named && words[at + 2].empty()) throw CommandError(words.column(at + 2), "expected a list name");
   const String name = named ? String(words[at + 2]) : String();
-  const std::size_t dirAt = at + 2 + (named ? 1 : 0);
-  const AclDirection dir = direction(words, dirAt);
-  endOfLine(words, dirAt + 1);
+  const AclDirection dir = direction(words, at + 2 + (named ? 1 : 0));
   const std::string subject = "interface " + std::string(intf_->name.view());
   const std::string how = std::string(stringValue(dir).view());
   if (config_) {

@@ -1,5 +1,6 @@
 #include "aclkit/aclsh/Shell.h"
 
+#include <algorithm>
 #include <charconv>
 #include <stdexcept>
 
@@ -25,6 +26,14 @@ Words::Words(std::string_view line) : line_(line), end_(line.size() + 1) {
 
 std::string_view Words::from(std::size_t i) const {
   return i < columns_.size() ? line_.substr(columns_[i] - 1) : std::string_view();
+}
+
+Words Words::tail(std::size_t i) const {
+  Words rest = *this;
+  const auto skipped = static_cast<std::ptrdiff_t>(std::min(i, words_.size()));
+  rest.words_.erase(rest.words_.begin(), rest.words_.begin() + skipped);
+  rest.columns_.erase(rest.columns_.begin(), rest.columns_.begin() + skipped);
+  return rest;
 }
 
 namespace {
@@ -65,10 +74,6 @@ std::string_view typedLine(std::string_view text) {
   return text;
 }
 
-void endOfLine(const Words& words, std::size_t i) {
-  if (words.size() > i) throw CommandError(words.column(i), "expected the end of the line");
-}
-
 U32 number(const Words& words, std::size_t i, std::string_view what) {
   const std::string_view word = words[i];
   U32 value = 0;
@@ -80,9 +85,7 @@ U32 number(const Words& words, std::size_t i, std::string_view what) {
 }
 
 AclDirection direction(const Words& words, std::size_t i) {
-  if (words.is(i, "in")) return AclDirection::in;
-  if (words.is(i, "out")) return AclDirection::out;
-  throw CommandError(words.column(i), "expected in or out");
+  return words.is(i, "in") ? AclDirection::in : AclDirection::out;
 }
 
 std::optional<AclType> family(std::string_view word) {
@@ -104,10 +107,11 @@ Shell::Impl::~Impl() = default;
 
 bool Shell::Impl::run(std::string_view text, const Location& where) {
   where_ = where;
+  endedOnce_ = false;
   sweep();
   bool opening = false;  // the line opens a list
   try {
-    const Words words(typedLine(text));
+    Words words(typedLine(text));
     if (words.empty() || words[0].starts_with('!') || words[0].starts_with('#') || skipped(words)) return true;
     opening = family(words[0]) && words.is(1, "access-list");
     dispatch(words);
@@ -140,9 +144,16 @@ bool Shell::Impl::skipped(const Words& words) {
   return true;
 }
 
-bool Shell::Impl::opensBlock(const Words& words) {
-  const std::size_t at = words.is(0, "no") ? 1 : 0;
-  return (family(words[at]) && words.is(at + 1, "access-list")) || words.is(0, "interface");
+bool Shell::Impl::opensBlock(const Words& words) const {
+  // Typed whole (an abbreviation may mean something else in the mode), and an opening line
+  // with a mistake after its keywords still opens: its error is reported, not skipped.
+  Words exact = words;
+  Resolved resolved;
+  try {
+    walk(grammar().top, exact, false, true, resolved);
+  } catch (const CommandError&) {
+  }
+  return resolved.leaves;
 }
 
 void Shell::Impl::dropBlock() {
@@ -150,92 +161,52 @@ void Shell::Impl::dropBlock() {
   list_.reset();
 }
 
-void Shell::Impl::dispatch(const Words& words) {
+void Shell::Impl::dispatch(Words& words) {
   // A line that opens a list or an interface leaves the mode the shell is in, as `exit`
   // would (a list is committed): that is how the running configuration reads back.
-  if ((list_ || intf_) && opensBlock(words)) dispatch(Words("exit"));
-  if (list_) return listCommand(words);
-  if (intf_) return interfaceCommand(words);
-  topCommand(words);
+  if ((list_ || intf_) && opensBlock(words)) {
+    Words exit("exit");
+    dispatch(exit);
+  }
+  const Resolved command = resolve(mode(), words);
+  command.run(*this, command.first == 0 ? words : words.tail(command.first));
 }
 
-void Shell::Impl::topCommand(const Words& words) {
-  const std::string_view verb = words[0];
-  const bool negated = verb == "no";
-  const std::size_t at = negated ? 1 : 0;
-  // ip|ipv6|mac access-list [standard] NAME, and the no form
-  if (auto type = family(words[at]); type && words.is(at + 1, "access-list")) {
-    const bool standard = words.is(at + 2, "standard");
-    const std::size_t nameAt = at + 2 + (standard ? 1 : 0);
-    if (words[nameAt].empty()) throw CommandError(words.column(nameAt), "expected a list name");
-    endOfLine(words, nameAt + 1);
-    if (standard && *type != AclType::ip) {
-      throw CommandError(words.column(at + 2), "expected a list name (only ip lists are standard)");
-    }
-    const String name(words[nameAt]);
-    if (negated) return removeList(*type, name);
-    return openList(*type, name, standard);
-  }
-  if (words.is(at, "interface")) {
-    if (negated || words[1].empty()) throw CommandError(words.column(1), "expected an interface name");
-    endOfLine(words, 2);
-    intf_ = InterfaceEdit{String(words[1])};
-    return;
-  }
-  if (words.is(at, "dataplane")) return dataplane(words, negated);
-  if (negated) throw CommandError(words.column(1), "expected access-list or dataplane after no");
-  if (verb == "show") return show(words);
-  if (verb == "platform") return platform(words);
-  if (verb == "test" && words.is(1, "packet")) return testPacket(words);
-  if (verb == "write") {
-    endOfLine(words, 1);
-    return write();
-  }
-  if (verb == "replace") return replaceList(words);
-  if (verb == "import") return importOpenConfig(words);
-  if (verb == "export") return exportOpenConfig(words);
-  if (verb == "abort") {
-    endOfLine(words, 1);
-    if (config_) {
-      config_.reset();
-      message("configuration session " + configName_ + " aborted");
-      return;
-    }
-    return revertFailed();
-  }
-  if (verb == "configure" && words.is(1, "session")) {
-    if (words[2].empty()) throw CommandError(words.column(2), "expected a session name");
-    endOfLine(words, 3);
-    return openConfigSession(std::string(words[2]));
-  }
-  if (verb == "commit") {
-    if (!config_) throw CommandError(words.column(0), "no configuration session to commit");
-    const bool force = words.is(1, "force");
-    if (words.size() > (force ? 2 : 1))
-      throw CommandError(words.column(force ? 2 : 1), "expected force or the end of the line");
-    return commitConfigSession(force);
-  }
-  if (verb == "exit" || verb == "end") {
-    endOfLine(words, 1);
-    if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
-    return;
-  }
-  throw CommandError(words.column(0),
-                     "expected a command (access-list, interface, show, platform, dataplane, "
-                     "test packet, configure session, write, replace, import, export)");
-}
-
-void Shell::Impl::interfaceCommand(const Words& words) {
-  if (words.is(0, "exit") || words.is(0, "end")) {
-    endOfLine(words, 1);
-    intf_.reset();
-    return;
-  }
+// ip|ipv6|mac access-list [standard] NAME, and the no form
+void Shell::Impl::listBlock(const Words& words) {
   const bool negated = words.is(0, "no");
   const std::size_t at = negated ? 1 : 0;
-  if (family(words[at]) && words.is(at + 1, "access-group")) return bind(words, negated);
-  if (words.is(0, "show")) return show(words);
-  throw CommandError(words.column(0), "expected ip, ipv6 or mac access-group, or exit");
+  const AclType type = *family(words[at]);
+  const bool standard = words.is(at + 2, "standard");
+  if (standard && type != AclType::ip) {
+    throw CommandError(words.column(at + 2), "expected a list name (only ip lists are standard)");
+  }
+  const String name(words[at + 2 + (standard ? 1 : 0)]);
+  if (negated) return removeList(type, name);
+  openList(type, name, standard);
+}
+
+void Shell::Impl::abortTop() {
+  if (!config_) return revertFailed();
+  config_.reset();
+  message("configuration session " + configName_ + " aborted");
+}
+
+void Shell::Impl::leaveTop(const Words& words) {
+  if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
+  if (!words.is(0, "end")) ended_ = true;
+}
+
+void Shell::Impl::endOfTyping() {
+  if (list_ || intf_) {
+    run("end", where_);
+  } else if (config_ && !endedOnce_) {
+    error(where_.line, 0,
+          "configuration session " + configName_ + " is open: commit or abort it (Ctrl-D again aborts it and leaves)");
+    endedOnce_ = true;
+  } else {
+    ended_ = true;
+  }
 }
 
 void Shell::Impl::openConfigSession(const std::string& name) {
@@ -312,6 +283,18 @@ void Shell::abandon() {
 }
 std::string Shell::prompt() const {
   return impl_->prompt();
+}
+std::vector<std::string> Shell::complete(std::string_view line) const {
+  return impl_->complete(line);
+}
+std::string Shell::help(std::string_view line) const {
+  return impl_->help(line);
+}
+bool Shell::ended() const {
+  return impl_->ended();
+}
+void Shell::endOfTyping() {
+  impl_->endOfTyping();
 }
 bool Shell::atTop() const {
   return impl_->atTop();

@@ -24,6 +24,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fwk {
 class StateStore;
@@ -62,9 +63,21 @@ class Shell {
   [[nodiscard]] std::string prompt() const;
   // Nothing is open: no list being edited, no interface, no configuration session.
   [[nodiscard]] bool atTop() const;
+  // `exit` or `quit` at the top, or Ctrl-D there: the shell reads no more lines.
+  [[nodiscard]] bool ended() const;
+
+  // For a terminal. The words that complete the last word of `line` (the line up to the
+  // cursor), for Tab; what may come next, a choice a line with its help, for `?`.
+  [[nodiscard]] std::vector<std::string> complete(std::string_view line) const;
+  [[nodiscard]] std::string help(std::string_view line) const;
+  // Ctrl-D: `end` in a list (which commits it) or an interface; at the top, the end of the
+  // shell (with a configuration session open, once it has said so).
+  void endOfTyping();
+
+  class Impl;  // the shell's state; its commands name it
+
 
  private:
-  class Impl;
   std::unique_ptr<Impl> impl_;
 };
 

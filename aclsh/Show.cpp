@@ -42,31 +42,19 @@ Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
 
 }  // namespace
 
+// The words are the grammar's: only what the mode offers reaches here.
 void Shell::Impl::show(const Words& words) {
   const std::string_view what = words[1];
   // show access-lists [NAME], show ip|ipv6|mac access-lists [NAME]
-  if (const std::optional<AclType> type = family(what);
-      what == "access-lists" || (type && words.is(2, "access-lists"))) {
-    const std::size_t nameAt = type ? 3 : 2;
-    endOfLine(words, nameAt + 1);
-    return showLists(type, String(words[nameAt]));
+  if (const std::optional<AclType> type = family(what); what == "access-lists" || type) {
+    return showLists(type, String(words[type ? 3 : 2]));
   }
-  void (Impl::*view)() = nullptr;
-  if (list_ && what == "pending") view = &Impl::showPending;
-  if (list_ && what == "diff") view = &Impl::showDiff;
-  if (what == "running-config") view = &Impl::showRunning;
-  if (config_ && what == "session-config" && words.is(2, "diff")) {
-    endOfLine(words, 3);
-    return showSessionDiff();
-  }
-  if (what == "platform") view = &Impl::showPlatform;
-  if (what == "dataplanes") view = &Impl::showDataplanes;
-  if (!view) {
-    throw CommandError(words.column(1), list_ ? "expected pending, diff, access-lists, running-config, platform or "
-                                                "dataplanes"
-                                              : "expected access-lists, running-config, platform or dataplanes");
-  }
-  endOfLine(words, 2);
+  if (what == "session-config") return showSessionDiff();
+  void (Impl::*const view)() = what == "pending"          ? &Impl::showPending
+                               : what == "diff"           ? &Impl::showDiff
+                               : what == "running-config" ? &Impl::showRunning
+                               : what == "platform"       ? &Impl::showPlatform
+                                                          : &Impl::showDataplanes;
   (this->*view)();
 }
 

@@ -8,7 +8,6 @@
 // line failed): a list block with an error in it is dropped whole, and the script goes on
 // after the block's end. With --json standard output carries JSON alone. With --config, aclsh first loads FILE (none
 // yet: it starts empty; one it cannot read or load: it stops with exit status 2 or 1) and `write` saves there.
-#include <editline/readline.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +20,7 @@
 #include <string_view>
 
 #include "aclkit/aclsh/Shell.h"
+#include "aclkit/aclsh/internal/Terminal.h"
 #include "aclkit/platform/store/StateStore.h"
 #include "aclkit/platform/trace/Trace.h"
 
@@ -91,7 +91,7 @@ bool runScript(aclsh::Shell& shell, std::istream& in, const std::string& name, b
   bool ok = true;
   std::string text;
   std::size_t number = 0;
-  while (std::getline(in, text)) {
+  while (!shell.ended() && std::getline(in, text)) {
     ++number;
     if (progress && number % 5000 == 0) std::cerr << "\r" << name << ": " << number << " lines" << std::flush;
     if (shell.run(text, {name, number})) continue;
@@ -100,20 +100,6 @@ bool runScript(aclsh::Shell& shell, std::istream& in, const std::string& name, b
   }
   if (progress && number >= 5000) std::cerr << "\r" << name << ": " << number << " lines\n";
   return ok;
-}
-
-int interactive(aclsh::Shell& shell, bool json) {
-  // Standard output carries JSON alone: the prompt and the echo go to standard error.
-  if (json) rl_outstream = stderr;
-  std::size_t number = 0;
-  while (char* input = readline(shell.prompt().c_str())) {
-    const std::string text(input);
-    std::free(input);  // NOLINT(cppcoreguidelines-no-malloc): readline allocates with malloc
-    if (!text.empty()) add_history(text.c_str());
-    shell.run(text, {"", ++number});
-  }
-  (json ? std::cerr : std::cout) << '\n';
-  return shell.finish() ? 0 : 1;
 }
 
 }  // namespace
@@ -164,7 +150,7 @@ int main(int argc, char** argv) {
     }
   }
 
-  if (args.script.empty() && isatty(STDIN_FILENO)) return interactive(shell, args.options.json);
+  if (args.script.empty() && isatty(STDIN_FILENO)) return aclsh::interactive(shell, args.options.json, argv[0]);
   std::ifstream file;
   if (!args.script.empty()) {
     file.open(args.script);

@@ -47,6 +47,10 @@ class Words {
   // The line from word i on, as typed.
   [[nodiscard]] std::string_view from(std::size_t i) const;
   [[nodiscard]] bool is(std::size_t i, std::string_view word) const { return (*this)[i] == word; }
+  // Word i as the keyword it abbreviates; its column stays.
+  void expand(std::size_t i, std::string_view keyword) { words_[i] = keyword; }
+  // The words from i on, at their columns: a command given after `do`.
+  [[nodiscard]] Words tail(std::size_t i) const;
 
  private:
   std::string_view line_;
@@ -68,11 +72,9 @@ class CommandError : public std::runtime_error {
 // A line as typed, ready to split: a CR before the line's end goes (CRLF files read as LF);
 // text that is not UTF-8 is a CommandError at the column of its first bad byte.
 std::string_view typedLine(std::string_view text);
-// Nothing after word i - 1: CommandError at the column of word i otherwise.
-void endOfLine(const Words& words, std::size_t i);
 // Reads a number, or raises CommandError naming what was expected at the word's column.
 U32 number(const Words& words, std::size_t i, std::string_view what);
-// "in" or "out".
+// "in" or "out", as the grammar lets through.
 AclDirection direction(const Words& words, std::size_t i);
 // "ip", "ipv6" or "mac".
 std::optional<AclType> family(std::string_view word);
@@ -113,6 +115,48 @@ Json outcomeJson(const Client::Outcome& outcome, const std::string& subject, con
 Json noteJson(const std::string& list, std::optional<U32> sequence, const std::string& field,
               const std::string& message);
 
+// ---- the command grammar (Grammar.cpp) ----
+// One word of a command: a keyword, or a value its handler reads. The commands of each mode
+// are declared once, as trees of these; dispatch, abbreviations, Tab completion, `?` and the
+// "expected ..." of a missing or unknown word all come from them.
+struct Syntax {
+  enum class Kind {
+    keyword,  // a unique prefix is enough
+    whole,    // an entry's own keyword (permit, deny, remark): typed whole, as it is saved
+    name,     // any one word
+    number,   // digits
+  };
+  enum class Rest {
+    none,
+    entry,  // the line from this word on is an entry of the list being edited
+    text,   // the rest of the line is the handler's, free
+  };
+  using Run = void (*)(Shell::Impl&, const Words&);
+  using Names = std::vector<std::string> (*)(const Shell::Impl&);
+
+  Kind kind = Kind::keyword;
+  std::string_view word;  // the keyword; for a value, its placeholder (NAME)
+  std::string_view help;  // for a value, what it is: "a list name"
+  Rest rest = Rest::none;
+  Run run = nullptr;      // the command's handler, from this word on
+  bool ends = false;      // the command may end after this word
+  bool leaves = false;    // the command leaves the list or interface the shell is in
+  bool topOnly = false;   // not after `do` (a command that changes modes)
+  bool shifts = false;    // `do`: what follows is a command of the top mode
+  bool sessionOnly = false;  // only while a configuration session is open
+  Names names = nullptr;  // the values a name may take, for completion
+  std::vector<Syntax> next;
+};
+
+// Where a line's words lead in a mode's commands, abbreviations expanded in `words`.
+struct Resolved {
+  Syntax::Run run = nullptr;
+  std::size_t first = 0;   // where the command starts (past `do`)
+  bool leaves = false;
+  const Syntax* last = nullptr;  // the last word's syntax
+  std::size_t entryAt = 0;       // where an entry starts, when last->rest is entry
+};
+
 class Shell::Impl {
  public:
   Impl(fwk::StateStore& store, std::ostream& out, std::ostream& err, Options options);
@@ -123,6 +167,11 @@ class Shell::Impl {
   void abandon();
   [[nodiscard]] std::string prompt() const;
   [[nodiscard]] bool atTop() const { return !list_ && !intf_ && !config_; }
+  [[nodiscard]] bool ended() const { return ended_; }
+  [[nodiscard]] std::vector<std::string> complete(std::string_view line) const;
+  [[nodiscard]] std::string help(std::string_view line) const;
+  // Ctrl-D: `end` in a list or an interface; at the top, the end of the shell.
+  void endOfTyping();
 
  private:
   // ---- modes ----
@@ -159,19 +208,44 @@ class Shell::Impl {
     bool done = false;       // its outcome is reported: the shell lets go of it
   };
 
+  // ---- the grammar (Grammar.cpp) ----
+  struct Grammar {
+    Syntax top;
+    Syntax list;
+    Syntax interface;
+  };
+  static const Grammar& grammar();
+  [[nodiscard]] const Syntax& mode() const;
+  // Follows `words` through `root`, expanding abbreviations (when `abbreviated`); a
+  // CommandError names what was expected where they go wrong.
+  [[nodiscard]] Resolved resolve(const Syntax& root, Words& words, bool abbreviated = true) const;
+  // The same, noting in `resolved` how far the words got before any CommandError; unless
+  // `whole`, the words may stop short of a whole command (a line being typed).
+  void walk(const Syntax& root, Words& words, bool abbreviated, bool whole, Resolved& resolved) const;
+  // The values that may be typed after `words` (whole words), with their help: keywords,
+  // names and value placeholders; "<cr>" when the line may end there.
+  [[nodiscard]] std::vector<std::pair<std::string, std::string>> choices(Words& words, std::string_view partial,
+                                                                         bool forHelp) const;
+  [[nodiscard]] std::vector<std::string> listNames() const;
+  [[nodiscard]] std::vector<std::string> dataplaneNames() const;
+
   // Lines of a list block that failed, up to its end (dropped with it).
   [[nodiscard]] bool skipped(const Words& words);
   // A line that opens a list or an interface, and so ends the mode the shell is in.
-  [[nodiscard]] static bool opensBlock(const Words& words);
+  [[nodiscard]] bool opensBlock(const Words& words) const;
   void dropBlock();
-  void dispatch(const Words& words);
-  void topCommand(const Words& words);
-  void listCommand(const Words& words);
-  void interfaceCommand(const Words& words);
+  void dispatch(Words& words);
+  void listBlock(const Words& words);
+  void abortTop();
+  // `exit`, `quit` or `end` at the top.
+  void leaveTop(const Words& words);
 
   // ---- lists (Lists.cpp) ----
   void openList(AclType type, const String& name, bool standard);
   void editEntry(const Words& words, std::size_t first);
+  void listFlag(const Words& words);  // [no] counters per-entry, [no] fragment-rules
+  void resequence(const Words& words);
+  void abortList();
   // The place that holds `body` already, other than `sequence`, or nothing.
   [[nodiscard]] std::optional<U32> heldElsewhere(const Text::EntryBody& body, U32 sequence);
   void removeEntry(const Words& words, std::size_t first);
@@ -211,6 +285,8 @@ class Shell::Impl {
 
   // ---- platform, dataplanes, packets (Platform.cpp) ----
   void platform(const Words& words);
+  // What `platform` switches by name: the capabilities and the skips.
+  [[nodiscard]] static std::vector<std::string> capabilityNames();
   void showPlatform();
   [[nodiscard]] Json platformJson() const;
   // The platform as commands, from a fresh shell's (which can program everything): the room
@@ -259,6 +335,8 @@ class Shell::Impl {
   std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
   std::vector<std::unique_ptr<Outstanding>> outstanding_;
   bool skipping_ = false;  // in a list block that failed: its lines go, up to its end
+  bool ended_ = false;     // `exit` or `quit` at the top
+  bool endedOnce_ = false;  // Ctrl-D at the top with a configuration session open, once
 };
 
 }  // namespace aclsh
