@@ -35,8 +35,51 @@ function(aclkit_include_root target dir scope)
   file(MAKE_DIRECTORY ${root}/aclkit)
   file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${dir} ${root}/aclkit/${dir} SYMBOLIC)
   target_include_directories(${target} ${scope} $<BUILD_INTERFACE:${root}>)
-  target_compile_options(${target} ${scope} -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-                                           -fmacro-prefix-map=${root}/aclkit/=)
+  # Build paths only: an installed layer's users compile against the installed headers.
+  target_compile_options(${target} ${scope} $<BUILD_INTERFACE:-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=>
+                                           $<BUILD_INTERFACE:-fmacro-prefix-map=${root}/aclkit/=>)
+endfunction()
+
+# aclkit_install_layer(<name> <directory> DEPENDS <directories...> LIBS <libraries...>)
+# Installs a static layer as the component <name> of the aclkit package: its library, its
+# headers (internal/ stays behind: no installed header includes it) and an export set of its
+# own, and records what the package config and the pkg-config module need to know of it. The
+# component's dependencies are the static layers it names, and the packages of the imported
+# libraries it links (nlohmann_json::nlohmann_json comes from the package nlohmann_json).
+function(aclkit_install_layer name dir)
+  cmake_parse_arguments(ARG "" "" "DEPENDS;LIBS" ${ARGN})
+  set(target aclkit_${name})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
+  if(ACLKIT_COVERAGE)  # its objects call gcov's runtime, which the shared library keeps hidden
+    target_link_options(${target} INTERFACE $<INSTALL_INTERFACE:--coverage>)
+  endif()
+  install(TARGETS ${target} EXPORT aclkit-${name}Targets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/aclkit/${dir}
+          FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
+  # Every component below this one, each once and after those it needs: the order a config
+  # loads them in.
+  set(closure "")
+  set(components "")
+  foreach(dep IN LISTS ARG_DEPENDS)
+    string(TOLOWER ${dep} dep_name)
+    get_property(known GLOBAL PROPERTY ACLKIT_COMPONENTS)
+    if(dep_name IN_LIST known)
+      get_property(below GLOBAL PROPERTY ACLKIT_COMPONENT_${dep_name}_CLOSURE)
+      list(APPEND closure ${below} ${dep_name})
+      list(APPEND components ${dep_name})
+    endif()
+  endforeach()
+  list(REMOVE_DUPLICATES closure)
+  set(packages "")
+  foreach(lib IN LISTS ARG_LIBS)
+    if(lib MATCHES "^([^:]+)::")
+      list(APPEND packages ${CMAKE_MATCH_1})
+    endif()
+  endforeach()
+  set_property(GLOBAL APPEND PROPERTY ACLKIT_COMPONENTS ${name})
+  set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_CLOSURE ${closure})
+  set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_DEPENDS ${components})
+  set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_PACKAGES ${packages})
 endfunction()
 
 # aclkit_layer(DIR <directory> CORE|STATIC|PYTHON [DEPENDS <directories...>] SOURCES <files...>
@@ -47,7 +90,8 @@ endfunction()
 #   CORE    an object library compiled into the shared aclkit library (platform, model, Acl);
 #           it may depend on core layers only. What its headers mark ACLKIT_EXPORT is exported.
 #   STATIC  a static library on top of the shared library, built as a program that installed
-#           it would build one (aclkit::<name>); it exports nothing.
+#           it would build one (aclkit::<name>); it exports nothing. Installed as the package's
+#           component <name>, with a pkg-config module aclkit-<name>.
 #   PYTHON  the Python module, on top of the static layers it names.
 function(aclkit_layer)
   cmake_parse_arguments(ARG "CORE;STATIC;PYTHON" "DIR" "SOURCES;DEPENDS;LIBS" ${ARGN})
@@ -89,6 +133,9 @@ function(aclkit_layer)
   endforeach()
   if(ARG_LIBS)
     target_link_libraries(${target} PRIVATE ${ARG_LIBS})
+  endif()
+  if(ARG_STATIC)
+    aclkit_install_layer(${name} ${ARG_DIR} DEPENDS ${ARG_DEPENDS} LIBS ${ARG_LIBS})
   endif()
   aclkit_warnings(${target})
   if(NOT ARG_PYTHON)  # Debian's python3 cannot load a sanitized module

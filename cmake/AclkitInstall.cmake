@@ -1,5 +1,7 @@
 # Installs the shared library, its public headers and a package config, so that another
-# project can use find_package(aclkit) and link aclkit::aclkit.
+# project can use find_package(aclkit) and link aclkit::aclkit; and the static layers
+# aclkit_layer() declared, each a component of that package (find_package(aclkit COMPONENTS
+# client) gives aclkit::client) and a pkg-config module of its own (aclkit-client).
 include(CMakePackageConfigHelpers)
 
 aclkit_finish_library()
@@ -25,6 +27,37 @@ if(ACLKIT_THREAD_SAFE_PTR)
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/aclkit.pc.in ${PROJECT_BINARY_DIR}/aclkit.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/aclkit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The components, as aclkit_install_layer recorded them: an export set and a pkg-config module
+# each, and their table in the package config.
+get_property(ACLKIT_COMPONENTS GLOBAL PROPERTY ACLKIT_COMPONENTS)
+set(ACLKIT_COMPONENT_TABLE "set(_aclkit_components ${ACLKIT_COMPONENTS})\n")
+# A static layer built with gcov counters needs gcov's runtime in the program that links it.
+set(ACLKIT_PC_LAYER_LIBS "")
+if(ACLKIT_COVERAGE)
+  set(ACLKIT_PC_LAYER_LIBS " --coverage")
+endif()
+foreach(ACLKIT_PC_LAYER IN LISTS ACLKIT_COMPONENTS)
+  get_property(closure GLOBAL PROPERTY ACLKIT_COMPONENT_${ACLKIT_PC_LAYER}_CLOSURE)
+  get_property(depends GLOBAL PROPERTY ACLKIT_COMPONENT_${ACLKIT_PC_LAYER}_DEPENDS)
+  get_property(packages GLOBAL PROPERTY ACLKIT_COMPONENT_${ACLKIT_PC_LAYER}_PACKAGES)
+  install(EXPORT aclkit-${ACLKIT_PC_LAYER}Targets NAMESPACE aclkit::
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)
+  string(APPEND ACLKIT_COMPONENT_TABLE "set(_aclkit_${ACLKIT_PC_LAYER}_closure ${closure})\n"
+                                       "set(_aclkit_${ACLKIT_PC_LAYER}_packages ${packages})\n")
+  list(TRANSFORM depends PREPEND aclkit-)
+  list(JOIN depends " " ACLKIT_PC_REQUIRES)
+  set(ACLKIT_PC_REQUIRES " ${ACLKIT_PC_REQUIRES} aclkit")
+  string(REPLACE "  " " " ACLKIT_PC_REQUIRES "${ACLKIT_PC_REQUIRES}")
+  # Used by the sources only: a consumer compiles nothing of these, but finds their headers.
+  list(JOIN packages " " ACLKIT_PC_REQUIRES_PRIVATE)
+  if(ACLKIT_PC_REQUIRES_PRIVATE)
+    set(ACLKIT_PC_REQUIRES_PRIVATE " ${ACLKIT_PC_REQUIRES_PRIVATE}")
+  endif()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/aclkit-layer.pc.in
+                 ${PROJECT_BINARY_DIR}/aclkit-${ACLKIT_PC_LAYER}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/aclkit-${ACLKIT_PC_LAYER}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 # The object layers are build-only; the installed library stands alone.
 install(EXPORT aclkitTargets NAMESPACE aclkit:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/aclkit)
