@@ -56,7 +56,8 @@ std::vector<Syntax> showWhat(bool inList, Syntax::Names lists) {
       ending(keyword("platform", "what the platform can program")),
       ending(keyword("dataplanes", "the dataplanes and what they hold")),
   };
-  for (Syntax* named : {&what[0].next[0], &what[1].next[0].next[0], &what[2].next[0].next[0], &what[3].next[0].next[0]}) {
+  for (Syntax* named :
+       {&what[0].next[0], &what[1].next[0].next[0], &what[2].next[0].next[0], &what[3].next[0].next[0]}) {
     named->names = lists;
   }
   Syntax session = keyword("session-config", "the open configuration session",
@@ -79,9 +80,8 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
 
     // ---- top ----
     const Syntax::Run listBlock = [](Impl& shell, const Words& words) { shell.listBlock(words); };
-    std::vector<Syntax> openList = families(
-        "edit an IPv4 list", "edit an IPv6 list", "edit a MAC list",
-        {keyword("access-list", "a list, made when new", listNamed({}, true))});
+    std::vector<Syntax> openList = families("edit an IPv4 list", "edit an IPv6 list", "edit a MAC list",
+                                            {keyword("access-list", "a list, made when new", listNamed({}, true))});
     for (Syntax& family : openList) {
       family.topOnly = true;
       family.run = listBlock;
@@ -111,8 +111,10 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                  {ending(value(WordKind::number, "ENTRIES", "a number of entries"))}),
          keyword("delay", "how many events it takes to answer",
                  {ending(value(WordKind::number, "EVENTS", "a number of events"))}),
-         keyword("error", "refuse what it is sent, with this error",
-                 {ending(Syntax{.kind = WordKind::name, .word = "TEXT", .help = "the error's text", .rest = Rest::text, .next = {}})}),
+         keyword(
+             "error", "refuse what it is sent, with this error",
+             {ending(Syntax{
+                 .kind = WordKind::name, .word = "TEXT", .help = "the error's text", .rest = Rest::text, .next = {}})}),
          ending(keyword("tick", "let one event pass"))});
     settings.ends = true;
     settings.names = dataplanes;
@@ -130,13 +132,12 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                 .ends = true,
                 .next = {}}});
     for (Syntax& family : familiesEnding) family.ends = true;
-    const Syntax packetInterface = keyword(
-        "interface", "the interface it arrives on or leaves by",
-        {value(WordKind::name, "INTERFACE", "an interface name",
-               {keyword("in", "arriving", familiesEnding), keyword("out", "leaving", familiesEnding)})});
-    Syntax packetDataplane = keyword(
-        "dataplane", "the dataplane to ask (the first one otherwise)",
-        {value(WordKind::name, "NAME", "a dataplane name", {packetInterface})});
+    const Syntax packetInterface =
+        keyword("interface", "the interface it arrives on or leaves by",
+                {value(WordKind::name, "INTERFACE", "an interface name",
+                       {keyword("in", "arriving", familiesEnding), keyword("out", "leaving", familiesEnding)})});
+    Syntax packetDataplane = keyword("dataplane", "the dataplane to ask (the first one otherwise)",
+                                     {value(WordKind::name, "NAME", "a dataplane name", {packetInterface})});
     packetDataplane.next[0].names = dataplanes;
 
     Syntax file = ending(value(WordKind::name, "FILE", "a file"));
@@ -155,21 +156,20 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     top.next.push_back(interface);
     top.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
                             keyword("show", "show the configuration and the state", showWhat(false, lists))));
-    top.next.push_back(runs([](Impl& shell, const Words& words) { shell.platform(words); },
-                            keyword("platform", "what the platform can program",
-                                    {keyword("all", "every capability", onOff()),
-                                     keyword("payload-capacity", "payload elements a rule may hold",
-                                             {keyword("ip", "in IPv4 rules",
-                                                      {ending(value(WordKind::number, "ELEMENTS", "a number"))}),
-                                              keyword("mac", "in MAC rules",
-                                                      {ending(value(WordKind::number, "ELEMENTS", "a number"))})}),
-                                     capability})));
+    top.next.push_back(runs(
+        [](Impl& shell, const Words& words) { shell.platform(words); },
+        keyword("platform", "what the platform can program",
+                {keyword("all", "every capability", onOff()),
+                 keyword("payload-capacity", "payload elements a rule may hold",
+                         {keyword("ip", "in IPv4 rules", {ending(value(WordKind::number, "ELEMENTS", "a number"))}),
+                          keyword("mac", "in MAC rules", {ending(value(WordKind::number, "ELEMENTS", "a number"))})}),
+                 capability})));
     top.next.push_back(runs([](Impl& shell, const Words& words) { shell.dataplane(words, false); },
                             keyword("dataplane", "a simulated dataplane, and how it answers", {settings})));
-    top.next.push_back(runs([](Impl& shell, const Words& words) { shell.testPacket(words); },
-                            keyword("test", "check a packet against a dataplane",
-                                    {keyword("packet", "which entry a packet meets",
-                                             {packetDataplane, packetInterface})})));
+    top.next.push_back(
+        runs([](Impl& shell, const Words& words) { shell.testPacket(words); },
+             keyword("test", "check a packet against a dataplane",
+                     {keyword("packet", "which entry a packet meets", {packetDataplane, packetInterface})})));
     top.next.push_back(runs([](Impl& shell, const Words&) { shell.write(); },
                             ending(keyword("write", "save the running configuration to the --config file"))));
     top.next.push_back(runs([](Impl& shell, const Words& words) { shell.replaceList(words); },
@@ -187,11 +187,10 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                         ending(keyword("abort", "drop the configuration session, or revert a refused change")));
     abort.topOnly = true;
     top.next.push_back(abort);
-    Syntax configure = runs(
-        [](Impl& shell, const Words& words) { shell.openConfigSession(std::string(words[2])); },
-        keyword("configure", "open a configuration session",
-                {keyword("session", "a candidate configuration, committed whole",
-                         {ending(value(WordKind::name, "NAME", "a session name"))})}));
+    Syntax configure = runs([](Impl& shell, const Words& words) { shell.openConfigSession(std::string(words[2])); },
+                            keyword("configure", "open a configuration session",
+                                    {keyword("session", "a candidate configuration, committed whole",
+                                             {ending(value(WordKind::name, "NAME", "a session name"))})}));
     configure.topOnly = true;
     top.next.push_back(configure);
     Syntax commit = runs(
@@ -199,13 +198,13 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
           if (!shell.config_) throw CommandError(words.column(0), "no configuration session to commit");
           shell.commitConfigSession(words.is(1, "force"));
         },
-                         ending(keyword("commit", "commit the configuration session",
-                                        {ending(keyword("force", "overwrite what changed since it opened"))})));
+        ending(keyword("commit", "commit the configuration session",
+                       {ending(keyword("force", "overwrite what changed since it opened"))})));
     commit.topOnly = true;
     top.next.push_back(commit);
     for (std::string_view word : {"exit", "quit"}) {
-      Syntax leave = runs([](Impl& shell, const Words& words) { shell.leaveTop(words); },
-                          ending(keyword(word, "leave aclsh")));
+      Syntax leave =
+          runs([](Impl& shell, const Words& words) { shell.leaveTop(words); }, ending(keyword(word, "leave aclsh")));
       leave.topOnly = true;
       top.next.push_back(leave);
     }
@@ -229,9 +228,9 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
       sequence.rest = Rest::entry;
       sequence.ends = sequenceAlone;
       std::vector<Syntax> words = {sequence};
-      for (const auto& [word, help] : {std::pair{"permit", "let matching packets through"},
-                                       std::pair{"deny", "drop matching packets"},
-                                       std::pair{"remark", "a line of text between the entries"}}) {
+      for (const auto& [word, help] :
+           {std::pair{"permit", "let matching packets through"}, std::pair{"deny", "drop matching packets"},
+            std::pair{"remark", "a line of text between the entries"}}) {
         words.push_back(Syntax{.kind = WordKind::whole, .word = word, .help = help, .rest = Rest::entry, .next = {}});
       }
       return words;
@@ -249,11 +248,10 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     unlisted.insert(unlisted.end(), flags.begin(), flags.end());
     list.next.push_back(keyword("no", "remove an entry, or a setting", unlisted));
     list.next.insert(list.next.end(), flags.begin(), flags.end());
-    list.next.push_back(runs(
-        [](Impl& shell, const Words& words) { shell.resequence(words); },
-        ending(keyword("resequence", "number the entries again (from 10, by 10)",
-                       {ending(value(WordKind::number, "START", "a first sequence number",
-                                     {ending(value(WordKind::number, "STEP", "a step"))}))}))));
+    list.next.push_back(runs([](Impl& shell, const Words& words) { shell.resequence(words); },
+                             ending(keyword("resequence", "number the entries again (from 10, by 10)",
+                                            {ending(value(WordKind::number, "START", "a first sequence number",
+                                                          {ending(value(WordKind::number, "STEP", "a step"))}))}))));
     list.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
                              keyword("show", "show the list and the configuration", showWhat(true, lists))));
     list.next.push_back(runs([](Impl& shell, const Words&) { shell.abortList(); },
@@ -265,11 +263,11 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     list.next.push_back(doTop);
 
     // ---- an interface ----
-    std::vector<Syntax> bind = families("bind an IPv4 list", "bind an IPv6 list", "bind a MAC list",
-                                        {keyword("access-group", "the list filtering this interface",
-                                                 {value(WordKind::name, "NAME", "a list name",
-                                                        {ending(keyword("in", "arriving packets")),
-                                                         ending(keyword("out", "leaving packets"))})})});
+    std::vector<Syntax> bind = families(
+        "bind an IPv4 list", "bind an IPv6 list", "bind a MAC list",
+        {keyword("access-group", "the list filtering this interface",
+                 {value(WordKind::name, "NAME", "a list name",
+                        {ending(keyword("in", "arriving packets")), ending(keyword("out", "leaving packets"))})})});
     for (Syntax& family : bind) {
       family.run = [](Impl& shell, const Words& words) { shell.bind(words, false); };
       family.next[0].next[0].names = lists;
@@ -291,8 +289,8 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     interfaceMode.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
                                       keyword("show", "show the configuration and the state", showWhat(false, lists))));
     for (std::string_view word : {"exit", "end"}) {
-      interfaceMode.next.push_back(runs([](Impl& shell, const Words&) { shell.intf_.reset(); },
-                                        ending(keyword(word, "back to the top"))));
+      interfaceMode.next.push_back(
+          runs([](Impl& shell, const Words&) { shell.intf_.reset(); }, ending(keyword(word, "back to the top"))));
     }
     interfaceMode.next.push_back(doTop);
     return Grammar{std::move(top), std::move(list), std::move(interfaceMode)};
@@ -354,7 +352,8 @@ void Shell::Impl::walk(const Syntax& root, Words& words, bool abbreviated, bool 
     }
     const std::string_view word = words[i];
     const auto exactly = [&](const Syntax* s) {
-      return (isKeyword(*s) && s->word == word) || (s->kind == WordKind::number && digits(word)) || s->kind == WordKind::name;
+      return (isKeyword(*s) && s->word == word) || (s->kind == WordKind::number && digits(word)) ||
+             s->kind == WordKind::name;
     };
     const auto found = std::find_if(open.begin(), open.end(), exactly);
     const Syntax* match = found == open.end() ? nullptr : *found;
@@ -377,7 +376,8 @@ void Shell::Impl::walk(const Syntax& root, Words& words, bool abbreviated, bool 
         words.expand(i, match->word);
       }
     }
-    if (!match) throw CommandError(words.column(i), open.empty() ? "expected the end of the line" : expected(open, ends));
+    if (!match)
+      throw CommandError(words.column(i), open.empty() ? "expected the end of the line" : expected(open, ends));
     node = match;
     if (node->shifts) resolved.first = i + 1;
     if (node->run) resolved.run = node->run;

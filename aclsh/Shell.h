@@ -76,7 +76,6 @@ class Shell {
 
   class Impl;  // the shell's state; its commands name it
 
-
  private:
   std::unique_ptr<Impl> impl_;
 };

@@ -134,14 +134,18 @@ int interactive(Shell& shell, bool json, const char* program) {
   ::history(past, &event, H_SETSIZE, 1000);
   ::history(past, &event, H_SETUNIQUE, 1);
   const std::string historyPath = historyFile();
-  if (!historyPath.empty() && std::filesystem::exists(historyPath)) ::history(past, &event, H_LOAD, historyPath.c_str());
+  if (!historyPath.empty() && std::filesystem::exists(historyPath))
+    ::history(past, &event, H_LOAD, historyPath.c_str());
 
   el_set(el, EL_CLIENTDATA, &terminal);
   el_set(el, EL_EDITOR, "emacs");
   el_set(el, EL_HIST, ::history, past);
   el_set(el, EL_PROMPT, promptOf);
-  // Ctrl-C reaches the line editor as a key, not as a signal.
-  el_set(el, EL_SETTY, "-d", "-isig", nullptr);
+  // Ctrl-C (and Ctrl-R, Ctrl-V) reach the line editor as keys, not as a signal or the
+  // terminal's own line editing, in both of its modes: a key typed while a command runs is
+  // read as typed once the prompt comes back.
+  el_set(el, EL_SETTY, "-d", "-isig", "-iexten", nullptr);
+  el_set(el, EL_SETTY, "-x", "-isig", "-iexten", "-icanon", nullptr);
   el_set(el, EL_ADDFN, "aclsh-complete", "complete the word", complete);
   el_set(el, EL_ADDFN, "aclsh-help", "what may come next", help);
   el_set(el, EL_ADDFN, "aclsh-drop-line", "drop the line", dropLine);

@@ -138,20 +138,20 @@ struct Syntax {
   std::string_view word;  // the keyword; for a value, its placeholder (NAME)
   std::string_view help;  // for a value, what it is: "a list name"
   Rest rest = Rest::none;
-  Run run = nullptr;      // the command's handler, from this word on
-  bool ends = false;      // the command may end after this word
-  bool leaves = false;    // the command leaves the list or interface the shell is in
-  bool topOnly = false;   // not after `do` (a command that changes modes)
-  bool shifts = false;    // `do`: what follows is a command of the top mode
+  Run run = nullptr;         // the command's handler, from this word on
+  bool ends = false;         // the command may end after this word
+  bool leaves = false;       // the command leaves the list or interface the shell is in
+  bool topOnly = false;      // not after `do` (a command that changes modes)
+  bool shifts = false;       // `do`: what follows is a command of the top mode
   bool sessionOnly = false;  // only while a configuration session is open
-  Names names = nullptr;  // the values a name may take, for completion
+  Names names = nullptr;     // the values a name may take, for completion
   std::vector<Syntax> next;
 };
 
 // Where a line's words lead in a mode's commands, abbreviations expanded in `words`.
 struct Resolved {
   Syntax::Run run = nullptr;
-  std::size_t first = 0;   // where the command starts (past `do`)
+  std::size_t first = 0;  // where the command starts (past `do`)
   bool leaves = false;
   const Syntax* last = nullptr;  // the last word's syntax
   std::size_t entryAt = 0;       // where an entry starts, when last->rest is entry
@@ -334,8 +334,8 @@ class Shell::Impl {
   std::string configName_;
   std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
   std::vector<std::unique_ptr<Outstanding>> outstanding_;
-  bool skipping_ = false;  // in a list block that failed: its lines go, up to its end
-  bool ended_ = false;     // `exit` or `quit` at the top
+  bool skipping_ = false;   // in a list block that failed: its lines go, up to its end
+  bool ended_ = false;      // `exit` or `quit` at the top
   bool endedOnce_ = false;  // Ctrl-D at the top with a configuration session open, once
 };
 

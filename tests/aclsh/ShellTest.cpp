@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "aclkit/aclsh/Shell.h"
 #include "aclkit/client/Replace.h"
@@ -189,6 +191,70 @@ TEST(AclshTest, AConflictWithAnotherShellDropsTheEditAndRevertsNothing) {
 // On a terminal a failed line leaves the edit open for the line typed again (the prompt shows
 // the mode); text that is not UTF-8 is refused there too, at its first bad byte, and never
 // stored.
+// The commands' one grammar answers dispatch, Tab and ?: a unique prefix runs as its keyword,
+// an ambiguous one names the candidates, an entry's keywords are typed whole, `do` reaches
+// the top from a list, and exit at the top ends the shell.
+TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
+  ShellRun run;
+  const std::pair<const char*, const char*> lines[] = {
+      {"dataplane dp", ""},
+      {"conf s maint", ""},
+      {"ip access-list web", ""},
+      {"re", "1:1: ambiguous re: remark or resequence\n"},
+      {"perm tcp any any", "1:1: expected permit (an entry's words are typed whole)\n"},
+      {"10 permit tcp any any eq 443", ""},
+      {"end", ""},
+      {"sh session-config d", ""},
+      {"commit", ""},
+      {"interface Ethernet1", ""},
+      {"ip access-g web in", ""},
+      {"do sh ip access-l web", ""},
+  };
+  for (const auto& [line, error] : lines) {
+    run.err.str("");
+    run.shell.run(line, {"", 1});
+    EXPECT_EQ(run.err.str(), error) << line;
+  }
+  EXPECT_NE(run.out.str().find("+   10 permit tcp any any eq 443"), std::string::npos) << run.out.str();
+  EXPECT_NE(run.out.str().find("-- bound: Ethernet1 in"), std::string::npos) << run.out.str();
+
+  const std::pair<const char*, std::vector<std::string>> completions[] = {
+      {"sh", {"show"}},
+      {"show r", {"running-config"}},
+      {"do show ip access-lists ", {"web"}},
+      {"ip access-group ", {"web"}},
+      {"no ip access-group ", {"in", "out", "web"}},
+      {"bogus ", {}},
+  };
+  for (const auto& [line, words] : completions) EXPECT_EQ(run.shell.complete(line), words) << line;
+  EXPECT_EQ(run.shell.help("ip access-group web "), "  in   arriving packets\n  out  leaving packets\n");
+  EXPECT_EQ(run.shell.help("ip x"), "% nothing starts with x here\n");
+  EXPECT_EQ(run.shell.help("bogus "), "% expected ip, ipv6, mac, no, show, exit, end or do at column 1\n");
+  run.shell.run("end", {"", 1});
+  EXPECT_EQ(run.shell.complete("ip access-list w"), std::vector<std::string>{"web"});
+  run.shell.run("ip access-list web", {"", 1});
+  EXPECT_EQ(run.shell.complete("permit tcp any any eq ht"), (std::vector<std::string>{"http", "https"}));
+  EXPECT_EQ(run.shell.help("permit tcp any any log co"),
+            "  copy-to-cpu  copy matching packets to the CPU\n  count        count matching packets\n");
+  EXPECT_EQ(run.shell.help("no 10 "),
+            "  remark  a line of text between the entries\n  deny    drop matching packets\n"
+            "  permit  let matching packets through\n  <cr>\n");
+
+  // exit and quit end the shell at the top only; Ctrl-D is end in a list (which commits it).
+  run.shell.run("20 deny ip any any", {"", 1});
+  run.shell.endOfTyping();
+  EXPECT_TRUE(run.shell.atTop());
+  EXPECT_FALSE(run.shell.ended());
+  EXPECT_NE(run.running().find("20 deny ip any any"), std::string::npos);
+  run.shell.run("configure session late", {"", 1});
+  run.shell.run("quit", {"", 1});
+  run.shell.endOfTyping();
+  EXPECT_FALSE(run.shell.ended());
+  run.shell.run("abort", {"", 1});
+  run.shell.run("quit", {"", 1});
+  EXPECT_TRUE(run.shell.ended());
+}
+
 TEST(AclshTest, ATerminalKeepsTheEditOpenAfterAFailedLine) {
   ShellRun run;
   const std::pair<const char*, const char*> lines[] = {{"configure session maint", "aclsh(config-s-maint)# "},
