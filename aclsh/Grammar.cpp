@@ -325,6 +325,7 @@ std::string alternatives(const std::vector<std::string_view>& items) {
 
 std::string expected(const std::vector<const Syntax*>& open, bool orEnd) {
   std::vector<std::string_view> items;
+  items.reserve(open.size() + 1);
   for (const Syntax* syntax : open) items.push_back(isKeyword(*syntax) ? syntax->word : syntax->help);
   if (orEnd) items.emplace_back("the end of the line");
   return "expected " + alternatives(items);
@@ -364,6 +365,7 @@ void Shell::Impl::walk(const Syntax& root, Words& words, bool abbreviated, bool 
       }
       if (starting.size() > 1) {
         std::vector<std::string_view> candidates;
+        candidates.reserve(starting.size());
         for (const Syntax* s : starting) candidates.push_back(s->word);
         throw CommandError(words.column(i), "ambiguous " + std::string(word) + ": " + alternatives(candidates));
       }

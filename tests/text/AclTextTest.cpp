@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+
 #include "aclkit/platform/fwk/Strep.h"
 #include "aclkit/text/AclText.h"
 #include "tests/support/AclBuilders.h"
@@ -189,6 +194,61 @@ TEST(AclTextTest, WhatMayComeNextIsWhatTheReaderWouldTake) {
       {{AclType::ip, "permit tcp any any log log "}, ""},
   };
   for (const auto& [line, expected] : cases) EXPECT_EQ(offered(line), expected) << line.text;
+}
+
+// The README's syntax table and the reader name the same words: every keyword the reader
+// takes is in the table, and every word of the table's clause column is a keyword or TCP
+// flag the reader takes.
+TEST(AclTextTest, TheReadmeTableNamesTheWordsTheReaderTakes) {
+  std::set<std::string> taken;
+  const Line prefixes[] = {
+      {AclType::ip, ""},
+      {AclType::ip, "permit "},
+      {AclType::ip, "permit tcp "},
+      {AclType::ip, "permit tcp any "},
+      {AclType::ip, "permit tcp any any "},
+      {AclType::ip, "permit ip any any dscp 1 ttl "},
+      {AclType::ip, "permit ip any any payload 0 0x1 0x1 "},
+      {AclType::ip, "permit any ", true},
+      {AclType::ipv6, "permit "},
+      {AclType::ipv6, "permit tcp any any "},
+      {AclType::mac, "permit any any "},
+      {AclType::mac, "permit any any mpls 1 "},
+  };
+  for (const Line& prefix : prefixes) {
+    for (const Text::Choice& c : Text::choicesAfter(prefix.text, prefix.type, prefix.standard).next) {
+      if (c.kind == Text::Choice::Kind::keyword) taken.insert(c.text);
+    }
+  }
+  std::set<std::string> flags;
+  for (const Text::Choice& c : Text::choicesAfter("permit tcp any any ", AclType::ip).next) {
+    if (c.kind == Text::Choice::Kind::name) flags.insert(c.text);
+  }
+
+  std::ifstream readme(ACLKIT_README);
+  std::string line;
+  while (std::getline(readme, line) && line != "## ACL syntax") {
+  }
+  std::set<std::string> anywhere;
+  std::set<std::string> clauses;
+  const std::regex code("`([^`]*)`");
+  const std::regex word("(^|[^A-Za-z0-9!-])([a-z][a-z0-9-]*)");
+  while (std::getline(readme, line) && !line.starts_with("## ")) {
+    if (!std::regex_search(line, std::regex("^\\| [0-9]+ \\|"))) continue;
+    const std::size_t clauseEnd = line.find(" | ", line.find(" | ") + 3);
+    for (std::sregex_iterator c(line.begin(), line.end(), code), end; c != end; ++c) {
+      const std::string text = (*c)[1];
+      for (std::sregex_iterator w(text.begin(), text.end(), word); w != end; ++w) {
+        anywhere.insert((*w)[2]);
+        if (static_cast<std::size_t>(c->position()) < clauseEnd) clauses.insert((*w)[2]);
+      }
+    }
+  }
+  ASSERT_FALSE(clauses.empty()) << "no syntax table in " << ACLKIT_README;
+  for (const std::string& keyword : taken) EXPECT_TRUE(anywhere.contains(keyword)) << keyword << " is not in the table";
+  for (const std::string& clause : clauses) {
+    EXPECT_TRUE(taken.contains(clause) || flags.contains(clause)) << clause << " is no word the reader takes";
+  }
 }
 
 TEST(AclTextTest, RecordsNoLineCanHoldAreRefused) {
