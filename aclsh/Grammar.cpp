@@ -71,6 +71,19 @@ std::vector<Syntax> showWhat(bool inList, Syntax::Names lists) {
   return what;
 }
 
+// The commands, and their words, that neither change the mode nor leave it.
+std::vector<Syntax> stayingInMode(const std::vector<Syntax>& commands) {
+  std::vector<Syntax> staying;
+  for (const Syntax& command : commands) {
+    if (command.topOnly || command.leaves) continue;
+    std::vector<Syntax> next = stayingInMode(command.next);
+    if (next.empty() && !command.next.empty()) continue;  // every way on changes the mode
+    staying.push_back(command);
+    staying.back().next = std::move(next);
+  }
+  return staying;
+}
+
 }  // namespace
 
 const Shell::Impl::Grammar& Shell::Impl::grammar() {
@@ -213,12 +226,10 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     end.topOnly = true;
     top.next.push_back(end);
 
-    // `do`: a command of the top that stays at the top.
+    // `do`: a command of the top that changes no mode (nor removes the list being edited).
     Syntax doTop = keyword("do", "run a command of the top");
     doTop.shifts = true;
-    for (const Syntax& command : top.next) {
-      if (!command.topOnly) doTop.next.push_back(command);
-    }
+    doTop.next = stayingInMode(top.next);
 
     // ---- a list ----
     const Syntax::Run edit = [](Impl& shell, const Words& words) { shell.editEntry(words, 0); };

@@ -198,6 +198,8 @@ TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
   ShellRun run;
   const std::pair<const char*, const char*> lines[] = {
       {"dataplane dp", ""},
+      {"ip access-list stand", ""},  // a name, where standard could stand
+      {"exit", ""},
       {"conf s maint", ""},
       {"ip access-list web", ""},
       {"re", "1:1: ambiguous re: remark or resequence\n"},
@@ -209,6 +211,7 @@ TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
       {"interface Ethernet1", ""},
       {"ip access-g web in", ""},
       {"do sh ip access-l web", ""},
+      {"do no ip access-list web", "1:7: expected dataplane\n"},
   };
   for (const auto& [line, error] : lines) {
     run.err.str("");
@@ -221,9 +224,9 @@ TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
   const std::pair<const char*, std::vector<std::string>> completions[] = {
       {"sh", {"show"}},
       {"show r", {"running-config"}},
-      {"do show ip access-lists ", {"web"}},
-      {"ip access-group ", {"web"}},
-      {"no ip access-group ", {"in", "out", "web"}},
+      {"do show ip access-lists ", {"stand", "web"}},
+      {"ip access-group ", {"stand", "web"}},
+      {"no ip access-group ", {"in", "out", "stand", "web"}},
       {"bogus ", {}},
   };
   for (const auto& [line, words] : completions) EXPECT_EQ(run.shell.complete(line), words) << line;
