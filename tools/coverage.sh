@@ -20,7 +20,7 @@ floors = {  # directory: (lines %, branches %)
     "Acl": (99, 89),
     "client": (96, 81),
     "interchange": (97, 78),
-    "aclsh": (96, 75),
+    "aclsh": (97, 77),
 }
 totals = {}
 for f in json.load(open(sys.argv[1]))["files"]:

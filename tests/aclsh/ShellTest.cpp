@@ -228,10 +228,12 @@ TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
       {"ip access-group ", {"stand", "web"}},
       {"no ip access-group ", {"in", "out", "stand", "web"}},
       {"bogus ", {}},
+      {"do dataplane ", {"dp"}},
   };
   for (const auto& [line, words] : completions) EXPECT_EQ(run.shell.complete(line), words) << line;
   EXPECT_EQ(run.shell.help("ip access-group web "), "  in   arriving packets\n  out  leaving packets\n");
   EXPECT_EQ(run.shell.help("ip x"), "% nothing starts with x here\n");
+  EXPECT_EQ(run.shell.help("do dataplane dp error two words "), "  TEXT  the error's text\n  <cr>\n");
   EXPECT_EQ(run.shell.help("bogus "), "% expected ip, ipv6, mac, no, show, exit, end or do at column 1\n");
   run.shell.run("end", {"", 1});
   EXPECT_EQ(run.shell.complete("ip access-list w"), std::vector<std::string>{"web"});
