@@ -17,7 +17,8 @@ PROMPT = re.compile(rb"aclsh(\([^)]*\))?# $")
 
 class Terminal:
     def __init__(self, history):
-        env = dict(os.environ, ACLSH_HISTORY=history, TERM="dumb")
+        env = dict(os.environ, ACLSH_HISTORY=history, TERM="dumb",
+                   LSAN_OPTIONS="suppressions=" + os.path.join(os.path.dirname(__file__), "libedit.supp"))
         self.pid, self.fd = pty.fork()
         if self.pid == 0:
             os.execve(ACLSH, [ACLSH], env)
