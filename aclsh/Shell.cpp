@@ -147,6 +147,11 @@ bool Shell::Impl::skipped(const Words& words) {
 bool Shell::Impl::opensBlock(const Words& words) const {
   // Typed whole (an abbreviation may mean something else in the mode), and an opening line
   // with a mistake after its keywords still opens: its error is reported, not skipped.
+  // Most lines in a list are entries: they are turned away here, without a walk that fails.
+  const std::vector<Syntax>& commands = grammar().top.next;
+  if (std::none_of(commands.begin(), commands.end(), [&](const Syntax& s) { return s.word == words[0]; })) {
+    return false;
+  }
   Words exact = words;
   Resolved resolved;
   try {
