@@ -199,7 +199,9 @@ void Shell::Impl::abortTop() {
 
 void Shell::Impl::leaveTop(const Words& words) {
   if (config_) throw CommandError(words.column(0), "commit or abort the configuration session first");
-  if (!words.is(0, "end")) ended_ = true;
+  // On a terminal exit and quit end the shell. In a script a stray exit at the top is passed
+  // over, as it always was (the lines after it are configuration too); quit ends it.
+  if (words.is(0, "quit") || (words.is(0, "exit") && where_.file.empty())) ended_ = true;
 }
 
 void Shell::Impl::endOfTyping() {

@@ -258,6 +258,12 @@ TEST(AclshTest, TheGrammarRunsAbbreviationsAndAnswersTabAndHelp) {
   run.shell.run("abort", {"", 1});
   run.shell.run("quit", {"", 1});
   EXPECT_TRUE(run.shell.ended());
+
+  // In a script a stray exit at the top is passed over; quit ends it.
+  ShellRun script;
+  EXPECT_TRUE(script.script("exit\nip access-list web\nexit\nexit\nquit\n"));
+  EXPECT_TRUE(script.shell.ended());
+  EXPECT_EQ(script.running(), "ip access-list web\n!\n");
 }
 
 TEST(AclshTest, ATerminalKeepsTheEditOpenAfterAFailedLine) {
