@@ -45,32 +45,6 @@ std::vector<Syntax> listNamed(std::vector<Syntax> then, bool nameEnds) {
   return {keyword("standard", "a standard list: source addresses only", {name}), name};
 }
 
-std::vector<Syntax> showWhat(bool inList, Syntax::Names lists) {
-  const std::vector<Syntax> name = {ending(value(WordKind::name, "NAME", "a list name"))};
-  std::vector<Syntax> what = {
-      ending(keyword("access-lists", "the lists, their entries and bindings", name)),
-      keyword("ip", "IPv4 lists", {ending(keyword("access-lists", "the IPv4 lists", name))}),
-      keyword("ipv6", "IPv6 lists", {ending(keyword("access-lists", "the IPv6 lists", name))}),
-      keyword("mac", "MAC lists", {ending(keyword("access-lists", "the MAC lists", name))}),
-      ending(keyword("running-config", "the running configuration, as commands")),
-      ending(keyword("platform", "what the platform can program")),
-      ending(keyword("dataplanes", "the dataplanes and what they hold")),
-  };
-  for (Syntax* named :
-       {&what[0].next[0], &what[1].next[0].next[0], &what[2].next[0].next[0], &what[3].next[0].next[0]}) {
-    named->names = lists;
-  }
-  Syntax session = keyword("session-config", "the open configuration session",
-                           {ending(keyword("diff", "what commit would change"))});
-  session.sessionOnly = true;
-  what.push_back(session);
-  if (inList) {
-    what.push_back(ending(keyword("pending", "the list as edited, not yet committed")));
-    what.push_back(ending(keyword("diff", "what committing the list would change")));
-  }
-  return what;
-}
-
 // The commands, and their words, that neither change the mode nor leave it.
 std::vector<Syntax> stayingInMode(const std::vector<Syntax>& commands) {
   std::vector<Syntax> staying;
@@ -89,6 +63,41 @@ std::vector<Syntax> stayingInMode(const std::vector<Syntax>& commands) {
 // The declarations. Coverage counts no branches here: building the tables has only the
 // compiler's clean-up paths for an allocation that fails, which no input reaches; what the
 // tables say is held by the tests of each command. GCOVR_EXCL_BR_START
+
+// What `show` shows; a list only while one is being edited.
+std::vector<Syntax> Shell::Impl::showCommands(bool inList, Syntax::Names lists) {
+  const Syntax::Run accessLists = [](Impl& shell, const Words& words) { shell.showAccessLists(words); };
+  Syntax name = ending(value(WordKind::name, "NAME", "a list name"));
+  name.names = lists;
+  auto listsOf = [&](std::string_view help) {
+    return runs(accessLists, ending(keyword("access-lists", help, {name})));
+  };
+  std::vector<Syntax> what = {
+      listsOf("the lists, their entries and bindings"),
+      keyword("ip", "IPv4 lists", {listsOf("the IPv4 lists")}),
+      keyword("ipv6", "IPv6 lists", {listsOf("the IPv6 lists")}),
+      keyword("mac", "MAC lists", {listsOf("the MAC lists")}),
+      runs([](Impl& shell, const Words&) { shell.showRunning(); },
+           ending(keyword("running-config", "the running configuration, as commands"))),
+      runs([](Impl& shell, const Words&) { shell.showPlatform(); },
+           ending(keyword("platform", "what the platform can program"))),
+      runs([](Impl& shell, const Words&) { shell.showDataplanes(); },
+           ending(keyword("dataplanes", "the dataplanes and what they hold"))),
+  };
+  Syntax session = keyword("session-config", "the open configuration session",
+                           {runs([](Impl& shell, const Words&) { shell.showSessionDiff(); },
+                                 ending(keyword("diff", "what commit would change")))});
+  session.sessionOnly = true;
+  what.push_back(session);
+  if (inList) {
+    what.push_back(runs([](Impl& shell, const Words&) { shell.showPending(); },
+                        ending(keyword("pending", "the list as edited, not yet committed"))));
+    what.push_back(runs([](Impl& shell, const Words&) { shell.showDiff(); },
+                        ending(keyword("diff", "what committing the list would change"))));
+  }
+  return what;
+}
+
 const Shell::Impl::Grammar& Shell::Impl::grammar() {
   static const Grammar grammar = [] {
     const Syntax::Names lists = [](const Impl& shell) { return shell.listNames(); };
@@ -170,8 +179,7 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                                     {ending(value(WordKind::name, "NAME", "an interface name"))}));
     interface.leaves = interface.topOnly = true;
     top.next.push_back(interface);
-    top.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
-                            keyword("show", "show the configuration and the state", showWhat(false, lists))));
+    top.next.push_back(keyword("show", "show the configuration and the state", showCommands(false, lists)));
     top.next.push_back(runs(
         [](Impl& shell, const Words& words) { shell.platform(words); },
         keyword("platform", "what the platform can program",
@@ -242,10 +250,9 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
       sequence.rest = Rest::entry;
       sequence.ends = sequenceAlone;
       std::vector<Syntax> words = {sequence};
-      for (const auto& [word, help] :
-           {std::pair{"permit", "let matching packets through"}, std::pair{"deny", "drop matching packets"},
-            std::pair{"remark", "a line of text between the entries"}}) {
-        words.push_back(Syntax{.kind = WordKind::whole, .word = word, .help = help, .rest = Rest::entry, .next = {}});
+      for (std::string_view word : {"permit", "deny", "remark"}) {
+        words.push_back(Syntax{
+            .kind = WordKind::whole, .word = word, .help = Text::keywordHelp(word), .rest = Rest::entry, .next = {}});
       }
       return words;
     };
@@ -266,8 +273,7 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                              ending(keyword("resequence", "number the entries again (from 10, by 10)",
                                             {ending(value(WordKind::number, "START", "a first sequence number",
                                                           {ending(value(WordKind::number, "STEP", "a step"))}))}))));
-    list.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
-                             keyword("show", "show the list and the configuration", showWhat(true, lists))));
+    list.next.push_back(keyword("show", "show the list and the configuration", showCommands(true, lists)));
     list.next.push_back(runs([](Impl& shell, const Words&) { shell.abortList(); },
                              ending(keyword("abort", "drop the edit, commit nothing"))));
     for (std::string_view word : {"exit", "end"}) {
@@ -300,8 +306,7 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
     Syntax interfaceMode;
     interfaceMode.next = bind;
     interfaceMode.next.push_back(keyword("no", "unbind a list", unbind));
-    interfaceMode.next.push_back(runs([](Impl& shell, const Words& words) { shell.show(words); },
-                                      keyword("show", "show the configuration and the state", showWhat(false, lists))));
+    interfaceMode.next.push_back(keyword("show", "show the configuration and the state", showCommands(false, lists)));
     for (std::string_view word : {"exit", "end"}) {
       interfaceMode.next.push_back(
           runs([](Impl& shell, const Words&) { shell.intf_.reset(); }, ending(keyword(word, "back to the top"))));
@@ -448,7 +453,7 @@ std::vector<std::pair<std::string, std::string>> Shell::Impl::choices(Words& wor
 }
 
 std::vector<std::string> Shell::Impl::complete(std::string_view line) const {
-  const std::size_t partialAt = line.find_last_of(" \t") == std::string_view::npos ? 0 : line.find_last_of(" \t") + 1;
+  const std::size_t partialAt = partialStart(line);
   std::vector<std::string> words;
   try {
     Words before(line.substr(0, partialAt));
@@ -460,7 +465,7 @@ std::vector<std::string> Shell::Impl::complete(std::string_view line) const {
 }
 
 std::string Shell::Impl::help(std::string_view line) const {
-  const std::size_t partialAt = line.find_last_of(" \t") == std::string_view::npos ? 0 : line.find_last_of(" \t") + 1;
+  const std::size_t partialAt = partialStart(line);
   try {
     Words before(line.substr(0, partialAt));
     const auto found = choices(before, line.substr(partialAt), true);

@@ -74,6 +74,11 @@ std::string_view typedLine(std::string_view text) {
   return text;
 }
 
+std::size_t partialStart(std::string_view line) {
+  const std::size_t blank = line.find_last_of(" \t");
+  return blank == std::string_view::npos ? 0 : blank + 1;
+}
+
 U32 number(const Words& words, std::size_t i, std::string_view what) {
   const std::string_view word = words[i];
   U32 value = 0;

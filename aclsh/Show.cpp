@@ -42,20 +42,10 @@ Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
 
 }  // namespace
 
-// The words are the grammar's: only what the mode offers reaches here.
-void Shell::Impl::show(const Words& words) {
-  const std::string_view what = words[1];
-  // show access-lists [NAME], show ip|ipv6|mac access-lists [NAME]
-  if (const std::optional<AclType> type = family(what); what == "access-lists" || type) {
-    return showLists(type, String(words[type ? 3 : 2]));
-  }
-  if (what == "session-config") return showSessionDiff();
-  void (Impl::*const view)() = what == "pending"          ? &Impl::showPending
-                               : what == "diff"           ? &Impl::showDiff
-                               : what == "running-config" ? &Impl::showRunning
-                               : what == "platform"       ? &Impl::showPlatform
-                                                          : &Impl::showDataplanes;
-  (this->*view)();
+// show access-lists [NAME], show ip|ipv6|mac access-lists [NAME]
+void Shell::Impl::showAccessLists(const Words& words) {
+  const std::optional<AclType> type = family(words[1]);
+  showLists(type, String(words[type ? 3 : 2]));
 }
 
 void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {

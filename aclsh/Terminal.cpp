@@ -50,8 +50,7 @@ char* promptOf(EditLine* el) {
 unsigned char complete(EditLine* el, int) {
   Terminal& terminal = terminalOf(el);
   const std::string line = lineUpToCursor(el);
-  const std::size_t partialAt = line.find_last_of(" \t") == std::string::npos ? 0 : line.find_last_of(" \t") + 1;
-  const std::string partial = line.substr(partialAt);
+  const std::string partial = line.substr(partialStart(line));
   const std::vector<std::string> words = terminal.shell.complete(line);
   if (words.empty()) return CC_REFRESH_BEEP;
   std::string shared = words[0];

@@ -125,6 +125,8 @@ struct Choices {
   bool complete = false;     // the line as it stands is a whole entry
 };
 [[nodiscard]] Choices choicesAfter(std::string_view partial, Acl::AclType type, bool standard = false);
+// A keyword's short help ("drop matching packets" for deny); "" for a word that is no keyword.
+[[nodiscard]] std::string_view keywordHelp(std::string_view keyword) noexcept;
 
 // The values the syntax names, for front ends that read a value as an entry would (a packet to
 // test): the number `name` stands for in a list of `family`, in any letter case, or nullopt.

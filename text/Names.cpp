@@ -178,13 +178,6 @@ constexpr std::array keywordHelps{
 
 }  // namespace
 
-std::string_view keywordHelp(std::string_view keyword) noexcept {
-  for (const KeywordHelp& k : keywordHelps) {
-    if (equalsIgnoringCase(k.keyword, keyword)) return k.help;
-  }
-  return {};
-}
-
 bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
   return std::ranges::equal(a, b, [](char x, char y) { return lower(x) == lower(y); });
 }
@@ -224,6 +217,13 @@ std::optional<unsigned> valueNamed(Named kind, std::string_view name, Acl::AclTy
     default:
       return valueOf(tcpFlagNames(), name);
   }
+}
+
+std::string_view keywordHelp(std::string_view keyword) noexcept {
+  for (const internal::KeywordHelp& k : internal::keywordHelps) {
+    if (internal::equalsIgnoringCase(k.keyword, keyword)) return k.help;
+  }
+  return {};
 }
 
 }  // namespace Text

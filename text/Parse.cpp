@@ -16,7 +16,6 @@ namespace Text {
 
 using namespace Acl;
 using internal::equalsIgnoringCase;
-using internal::keywordHelp;
 using internal::Name;
 
 ParseError::ParseError(std::size_t column, std::string expected)

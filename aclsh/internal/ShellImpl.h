@@ -72,6 +72,8 @@ class CommandError : public std::runtime_error {
 // A line as typed, ready to split: a CR before the line's end goes (CRLF files read as LF);
 // text that is not UTF-8 is a CommandError at the column of its first bad byte.
 std::string_view typedLine(std::string_view text);
+// Where the word being typed at the end of `line` starts: past its last blank.
+std::size_t partialStart(std::string_view line);
 // Reads a number, or raises CommandError naming what was expected at the word's column.
 U32 number(const Words& words, std::size_t i, std::string_view what);
 // "in" or "out", as the grammar lets through.
@@ -215,6 +217,7 @@ class Shell::Impl {
     Syntax interface;
   };
   static const Grammar& grammar();
+  static std::vector<Syntax> showCommands(bool inList, Syntax::Names lists);
   [[nodiscard]] const Syntax& mode() const;
   // Follows `words` through `root`, expanding abbreviations (when `abbreviated`); a
   // CommandError names what was expected where they go wrong.
@@ -271,7 +274,7 @@ class Shell::Impl {
   void note(const Interchange::Finding& finding, std::ostream& text) const;
 
   // ---- show (Show.cpp) ----
-  void show(const Words& words);
+  void showAccessLists(const Words& words);
   void showLists(std::optional<AclType> only, const String& name);
   void showRunning();
   void showPending();

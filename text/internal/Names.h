@@ -28,9 +28,6 @@ std::span<const Name> ethertypeNames();
 // TCP flags by bit, in header order (fin first).
 std::span<const Name> tcpFlagNames();
 
-// A keyword's short help, for the `?` of a shell; "" for a word that is no keyword.
-std::string_view keywordHelp(std::string_view keyword) noexcept;
-
 bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept;
 // The value of `word` in `names`, in any letter case.
 std::optional<unsigned> valueOf(std::span<const Name> names, std::string_view word) noexcept;
