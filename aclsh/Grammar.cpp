@@ -140,7 +140,8 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
              "error", "refuse what it is sent, with this error",
              {ending(Syntax{
                  .kind = WordKind::name, .word = "TEXT", .help = "the error's text", .rest = Rest::text, .next = {}})}),
-         ending(keyword("tick", "let one event pass"))});
+         ending(keyword("tick", "let one event pass")),
+         ending(keyword("kernel", "one that also programs this network namespace's kernel (nf_tables)"))});
     settings.ends = true;
     settings.names = dataplanes;
 
@@ -189,7 +190,7 @@ const Shell::Impl::Grammar& Shell::Impl::grammar() {
                           keyword("mac", "in MAC rules", {ending(value(WordKind::number, "ELEMENTS", "a number"))})}),
                  capability})));
     top.next.push_back(runs([](Impl& shell, const Words& words) { shell.dataplane(words, false); },
-                            keyword("dataplane", "a simulated dataplane, and how it answers", {settings})));
+                            keyword("dataplane", "a dataplane, and how it answers", {settings})));
     top.next.push_back(
         runs([](Impl& shell, const Words& words) { shell.testPacket(words); },
              keyword("test", "check a packet against a dataplane",

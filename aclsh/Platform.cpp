@@ -4,6 +4,7 @@
 
 #include "aclkit/aclsh/internal/ShellImpl.h"
 #include "aclkit/agent/Dataplane.h"
+#include "aclkit/kernel/Kernel.h"
 #include "aclkit/platform/trace/Clock.h"
 #include "aclkit/text/AclText.h"
 
@@ -39,6 +40,7 @@ constexpr std::string_view waits = "waits";
 constexpr std::string_view capacity = "capacity";
 constexpr std::string_view delay = "delay";
 constexpr std::string_view forcedError = "error";
+constexpr std::string_view inKernel = "kernel";
 
 std::string kebab(std::string_view camel) {
   std::string out;
@@ -203,6 +205,15 @@ void Shell::Impl::showPlatform() {
 
 // ---- dataplanes ---------------------------------------------------------------------------------
 
+Shell::Impl::Dataplane::Dataplane(std::unique_ptr<Agent::Dataplane> s, std::unique_ptr<Kernel::Dataplane> k)
+    : simulated(std::move(s)), kernel(std::move(k)) {}
+Shell::Impl::Dataplane::Dataplane(Dataplane&&) noexcept = default;
+Shell::Impl::Dataplane& Shell::Impl::Dataplane::operator=(Dataplane&&) noexcept = default;
+Shell::Impl::Dataplane::~Dataplane() = default;
+Agent::Dataplane* Shell::Impl::Dataplane::get() const {
+  return kernel ? &kernel->agent() : simulated.get();
+}
+
 // [no] dataplane NAME [SETTING ...]; the grammar has let through only the settings of each form.
 void Shell::Impl::dataplane(const Words& words, bool negated) {
   const std::size_t at = negated ? 2 : 1;
@@ -212,14 +223,37 @@ void Shell::Impl::dataplane(const Words& words, bool negated) {
   const std::string_view setting = words[at + 1];
   if (negated && setting.empty()) {
     found->second->waitForHwStatusIs(false);  // sessions stop waiting for it before it goes
+    const bool inTheKernel = found->second.kernel != nullptr;
     dataplanes_.erase(found);
+    if (inTheKernel) {
+      try {
+        Kernel::removeTables(name);
+      } catch (const Kernel::Error& e) {
+        throw CommandError(0, "dataplane " + name + " removed, but its tables stay in the kernel: " + e.what());
+      }
+    }
     message("dataplane " + name + " removed");
     return;
   }
-  if (found == dataplanes_.end()) {
-    found = dataplanes_.emplace(name, std::make_unique<Agent::Dataplane>(library_.mounts(), String(name))).first;
+  if (setting == inKernel) {
+    if (found != dataplanes_.end()) {
+      if (found->second.kernel) return;
+      throw CommandError(words.column(at), "dataplane " + name + " is a simulated one; remove it first");
+    }
+    try {
+      auto kernel = std::make_unique<Kernel::Dataplane>(library_.mounts(), String(name));
+      dataplanes_.emplace(name, Dataplane(nullptr, std::move(kernel)));
+    } catch (const Kernel::Error& e) {
+      throw CommandError(words.column(at + 1), "no kernel dataplane here: " + std::string(e.what()));
+    }
+    return;
   }
-  Agent::Dataplane& dp = *found->second;
+  if (found == dataplanes_.end()) {
+    found = dataplanes_
+                .emplace(name, Dataplane(std::make_unique<Agent::Dataplane>(library_.mounts(), String(name)), nullptr))
+                .first;
+  }
+  Agent::Dataplane& dp = *found->second.get();
   if (setting == waits) {
     dp.waitForHwStatusIs(onOff(words, at + 2));
   } else if (setting == capacity) {
@@ -242,7 +276,7 @@ std::pair<std::string, std::string> Shell::Impl::dataplaneConfig() const {
   std::string answers;
   for (const auto& [name, dp] : dataplanes_) {
     const std::string command = "dataplane " + name;
-    made += command + "\n";
+    made += command + (dp.kernel ? " kernel\n" : "\n");
     const auto set = [&](std::string_view setting, const std::string& value) {
       answers.append(command).append(" ").append(setting).append(" ").append(value).append("\n");
     };
@@ -257,7 +291,7 @@ std::pair<std::string, std::string> Shell::Impl::dataplaneConfig() const {
 Json Shell::Impl::dataplanesJson(bool settingsOnly) const {
   Json all = Json::array();
   for (const auto& [name, dp] : dataplanes_) {
-    Json d{{"name", name}, {"waits", dp->waitForHwStatus()}};
+    Json d{{"name", name}, {"kernel", dp.kernel != nullptr}, {"waits", dp->waitForHwStatus()}};
     d["capacity"] = dp->capacity() == Agent::Dataplane::unlimited ? Json() : Json(dp->capacity());
     d["delay"] = dp->delay();
     d["forcedError"] = dp->forcedError().str();
@@ -282,6 +316,7 @@ void Shell::Impl::showDataplanes() {
     if (!dp->forcedError().empty()) settings += ", forced error \"" + dp->forcedError().str() + "\"";
     std::string heading = "dataplane ";
     heading += name;
+    if (dp.kernel) heading += " (kernel)";
     heading += ": ";
     heading += settings;
     line(heading);

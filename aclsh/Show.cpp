@@ -7,14 +7,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sstream>
 #include <tuple>
 
 #include "aclkit/aclsh/internal/ShellImpl.h"
+#include "aclkit/kernel/Kernel.h"
 
 namespace aclsh {
 
@@ -23,7 +26,7 @@ namespace {
 constexpr AclType families[] = {AclType::ip, AclType::ipv6, AclType::mac};
 
 // Where each list is bound: (family, list name) to "Ethernet1 in" and the like.
-using Bindings = std::map<std::pair<AclType, std::string>, std::vector<std::pair<std::string, AclDirection>>>;
+using Bindings = std::map<std::pair<AclType, std::string>, BoundAt>;
 
 Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
   Bindings bound;
@@ -42,6 +45,50 @@ Bindings bindingsOf(const Acl::IntfConfig& intfConfig) {
 
 }  // namespace
 
+namespace {
+
+// Each entry line that has hits, with them: "   10 permit ip any any (3 packets, 180 bytes)".
+std::string withHits(const std::string& rendered, const std::map<U32, Kernel::Hits>& hits) {
+  if (hits.empty()) return rendered;
+  std::istringstream lines(rendered);
+  std::string out;
+  for (std::string text; std::getline(lines, text);) {
+    U32 sequence = 0;
+    const std::size_t digits = text.find_first_not_of(' ');
+    const auto [end, error] = std::from_chars(text.data() + digits, text.data() + text.size(), sequence);
+    if (error == std::errc() && end != text.data() + digits) {
+      if (auto h = hits.find(sequence); h != hits.end()) {
+        text += " (" + std::to_string(h->second.packets) + " packets, " + std::to_string(h->second.bytes) + " bytes)";
+      }
+    }
+    out += text + "\n";
+  }
+  return out;
+}
+
+}  // namespace
+
+// Hits are counted where a kernel dataplane programs the list, summed over its bindings, and
+// shown only for a list that counts per entry.
+std::map<U32, Kernel::Hits> Shell::Impl::hitsOf(const Acl::AclConfig& list, const BoundAt* where) const {
+  std::map<U32, Kernel::Hits> sum;
+  if (!where || !list.currCfg() || !list.currCfg()->countersEnabled()) return sum;
+  for (const auto& [name, dp] : dataplanes_) {
+    if (!dp.kernel) continue;
+    for (const auto& [intf, dir] : *where) {
+      try {
+        for (const auto& [sequence, h] : dp.kernel->hits({list.type(), Acl::IntfId(String(intf)), dir})) {
+          sum[sequence].packets += h.packets;
+          sum[sequence].bytes += h.bytes;
+        }
+      } catch (const Kernel::Error& e) {
+        throw CommandError(0, "cannot read the hits of dataplane " + name + ": " + e.what());
+      }
+    }
+  }
+  return sum;
+}
+
 // show access-lists [NAME], show ip|ipv6|mac access-lists [NAME]
 void Shell::Impl::showAccessLists(const Words& words) {
   const std::optional<AclType> type = family(words[1]);
@@ -59,8 +106,15 @@ void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
       any = true;
       const auto where = bound.find({type, std::string(list->name().view())});
       const bool programmed = list->currCfg() && list->currCfg()->committed();
+      const std::map<U32, Kernel::Hits> hits = hitsOf(*list, where == bound.end() ? nullptr : &where->second);
       if (options_.json) {
         Json l = listJson(*list);
+        for (Json& entry : l["entries"]) {
+          if (auto h = hits.find(entry["sequence"].get<U32>()); h != hits.end()) {
+            entry["packets"] = h->second.packets;
+            entry["bytes"] = h->second.bytes;
+          }
+        }
         l["bound"] = Json::array();
         if (where != bound.end()) {
           for (const auto& [intf, dir] : where->second) {
@@ -71,7 +125,7 @@ void Shell::Impl::showLists(std::optional<AclType> only, const String& name) {
         all.push_back(std::move(l));
         continue;
       }
-      out_ << Client::render(*list);
+      out_ << withHits(Client::render(*list), hits);
       std::string places;
       if (where != bound.end()) {
         for (const auto& [intf, dir] : where->second) {

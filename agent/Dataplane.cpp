@@ -59,24 +59,31 @@ Table snapshot(const String& acl, const AclSubConfig& version) {
 // identity can change only if that identity's record did; those records come from the
 // storage the two record maps do not share. A list rebuilt apart from the one held (nothing
 // shared) is one merge walk of both in sequence order.
+// With `listed`, it also lists the entries that go and come.
 template <class F>
-void diff(const Table* held, Table& next, RunReport& report) {
+void diff(const Table* held, Table& next, RunReport& report, TableChange* listed) {
   using R = typename F::Rule;
   using Records = fwk::HashMap<UniqueId, R>;
   const Records& records = std::get<Records>(next.records);
   auto ruleOf = [](const Records& byId, const UniqueId* id) { return id ? byId.find(*id) : nullptr; };
   if (!held) {
-    next.forEachEntry([&](U32, const auto&) { return ++next.size, false; });
+    next.forEachEntry([&](U32 sequence, const auto& rule) {
+      if (listed) listed->added.push_back(Entry{sequence, Rule(rule)});
+      return ++next.size, false;
+    });
     report.added += next.size;
     return;
   }
   const Records& heldRecords = std::get<Records>(held->records);
   std::size_t added = 0;
   std::size_t removed = 0;
-  auto change = [&](const R* before, const R* after) {
+  auto change = [&](U32 sequence, const R* before, const R* after) {
     if (before && after && *before == *after) return;
     removed += before ? 1 : 0;
     added += after ? 1 : 0;
+    if (!listed) return;
+    if (before) listed->removed.push_back(Entry{sequence, *before});
+    if (after) listed->added.push_back(Entry{sequence, *after});
   };
   // Identities whose record changed, unless so many did that a walk of everything is cheaper.
   std::unordered_set<UniqueId, fwk::Hash<UniqueId>> changedIds;
@@ -97,13 +104,13 @@ void diff(const Table* held, Table& next, RunReport& report) {
     auto now = next.places.begin();
     while (old != held->places.end() || now != next.places.end()) {
       if (now == next.places.end() || (old != held->places.end() && (*old).first < (*now).first)) {
-        change(ruleOf(heldRecords, &(*old).second), nullptr);
+        change((*old).first, ruleOf(heldRecords, &(*old).second), nullptr);
         ++old;
       } else if (old == held->places.end() || (*now).first < (*old).first) {
-        change(nullptr, ruleOf(records, &(*now).second));
+        change((*now).first, nullptr, ruleOf(records, &(*now).second));
         ++now;
       } else {
-        change(ruleOf(heldRecords, &(*old).second), ruleOf(records, &(*now).second));
+        change((*now).first, ruleOf(heldRecords, &(*old).second), ruleOf(records, &(*now).second));
         ++old;
         ++now;
       }
@@ -112,14 +119,14 @@ void diff(const Table* held, Table& next, RunReport& report) {
     std::unordered_set<U32> movedPlaces;
     held->places.forEachDifference(next.places,
                                    [&](const U32& sequence, const UniqueId* before, const UniqueId* after) {
-                                     change(ruleOf(heldRecords, before), ruleOf(records, after));
+                                     change(sequence, ruleOf(heldRecords, before), ruleOf(records, after));
                                      if (!changedIds.empty()) movedPlaces.insert(sequence);
                                    });
     // A place outside the differing paths holds the same identity in both versions.
     if (!changedIds.empty()) {
       for (const auto& [sequence, id] : next.places) {
         if (changedIds.contains(id) && !movedPlaces.contains(sequence)) {
-          change(heldRecords.find(id), records.find(id));
+          change(sequence, heldRecords.find(id), records.find(id));
         }
       }
     }
@@ -140,11 +147,12 @@ void Dataplane::RequestReactor::dpAclUpdateRequestTimeChanged() {
   owner_.event(true);
 }
 
-Dataplane::Dataplane(const AclMounts& mounts, const String& name)
+Dataplane::Dataplane(const AclMounts& mounts, const String& name, Programmer* programmer)
     : config_(mounts.config),
       intfConfig_(mounts.intfConfig),
       hw_(mounts.hwConfig),
-      status_(mounts.statusDpDir->entityIs<StatusDp>(name)) {
+      status_(mounts.statusDpDir->entityIs<StatusDp>(name)),
+      programmer_(programmer) {
   status_->waitForHwStatusIs(true);
   reactor_.notifierIs(hw_.get());
   pending_ = true;
@@ -230,6 +238,15 @@ void Dataplane::run() {
       report.errorKey = "capacity";
       report.error = name().str() + " needs " + count(total) + " but holds at most " + std::to_string(capacity_) +
                      "; it keeps its " + count(entryCount_) + " programmed.";
+    } else if (programmer_) {
+      if (std::string why = programmer_->program(plan.changes); !why.empty()) {
+        RunReport refused;
+        refused.run = report.run;
+        refused.requestTime = report.requestTime;
+        report = refused;
+        report.errorKey = programmer_->errorKey();
+        report.error = name().str() + " could not program its lists: " + why;
+      }
     }
   }
   if (report.programmed()) {
@@ -254,7 +271,10 @@ Dataplane::Plan Dataplane::prepare(RunReport& report) {
     withFamily(familyOrMac(key.family), [&](auto family) {
       using F = decltype(family);
       Table next = snapshot<F>(want.acl, *want.version);
-      diff<F>(held == tables_.end() ? nullptr : &held->second, next, report);
+      TableChange* listed = nullptr;
+      if (programmer_) listed = &plan.changes.emplace_back(TableChange{key, false, nullptr, {}, {}});
+      diff<F>(held == tables_.end() ? nullptr : &held->second, next, report, listed);
+      if (listed && listed->added.empty() && listed->removed.empty()) plan.changes.pop_back();
       if (held == tables_.end()) {
         plan.fresh.emplace(key, std::move(next));
       } else {
@@ -262,10 +282,18 @@ Dataplane::Plan Dataplane::prepare(RunReport& report) {
       }
     });
   }
+  // The tables the changes leave, now that neither the edits nor the fresh tables move.
+  if (!plan.changes.empty()) {
+    std::map<TableKey, const Table*> next;
+    for (const auto& [key, table] : plan.fresh) next.emplace(key, &table);
+    for (const Plan::Edit& edit : plan.edits) next.emplace(edit.table->first, &edit.next);
+    for (TableChange& change : plan.changes) change.table = next.at(change.key);
+  }
   for (auto it = tables_.begin(); it != tables_.end(); ++it) {
     if (wanted.contains(it->first)) continue;
     report.removed += it->second.size;
     plan.gone.push_back(it);
+    if (programmer_) plan.changes.push_back(TableChange{it->first, true, nullptr, {}, {}});
   }
   return plan;
 }

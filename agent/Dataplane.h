@@ -39,6 +39,7 @@
 //               lists: <reason>" until forcedErrorDel();
 //   "capacity"  the run would hold more entries than capacity(): "<name> needs N entries but
 //               holds at most C; it keeps its M entries programmed."
+//   the programmer's key, when the programmer refused the run's changes (see Programmer).
 // A failed run keeps every table as it was and still answers, so a waiting session ends in
 // errHw with the message. A dataplane also runs once when it is made, to hold what is bound.
 //
@@ -51,6 +52,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <string>
 #include <variant>
 #include <vector>
 
@@ -93,13 +95,14 @@ struct Table {
   Records records;
   std::size_t size = 0;  // the entries: places that hold a rule
 
-  // Calls visit(sequence, rule) for each entry in ascending sequence order, with the rule's
-  // own record type; a visit that returns true ends the walk.
+  // Calls visit(sequence, rule) for each entry in ascending sequence order from `first` on,
+  // with the rule's own record type; a visit that returns true ends the walk.
   template <class Visit>
-  void forEachEntry(Visit&& visit) const {
+  void forEachEntry(Visit&& visit, U32 first = 0) const {
     std::visit(
         [&](const auto& byId) {
-          for (const auto& [sequence, id] : places) {
+          for (auto at = places.lowerBound(first); at != places.end(); ++at) {
+            const auto& [sequence, id] = *at;
             if (const auto* rule = byId.find(id); rule && visit(sequence, *rule)) return;
           }
         },
@@ -116,9 +119,33 @@ struct RunReport {
   std::size_t added = 0;
   std::size_t removed = 0;
   std::size_t kept = 0;  // a failed run keeps every entry it held
-  fwk::String errorKey;  // "forced" or "capacity"; empty when the run programmed
+  fwk::String errorKey;  // "forced", "capacity" or the programmer's; empty when the run programmed
   fwk::String error;     // the message written under errorKey
   [[nodiscard]] bool programmed() const noexcept { return errorKey.empty(); }
+};
+
+// What one run changes in one table, for a dataplane that keeps its entries somewhere of its own
+// (a kernel): the entries that go and those that come, in no particular order. An entry whose
+// rule changed at its sequence is in both. A table no longer bound is `gone` and
+// lists nothing; one not held before lists all its entries as added.
+struct TableChange {
+  TableKey key;
+  bool gone = false;
+  const Table* table = nullptr;  // what the table holds after the run; null when gone
+  std::vector<Entry> removed;
+  std::vector<Entry> added;
+};
+
+// Where a dataplane puts its entries besides its own tables. program() is called with every
+// run's changes before the tables change, and only when the run has nothing else against it; it
+// makes all of them or none, and says why in a message that names no dataplane when it made none.
+class Programmer {
+ public:
+  virtual ~Programmer() = default;
+  // The key of the error map that holds its failures.
+  [[nodiscard]] virtual const char* errorKey() const noexcept = 0;
+  // An empty string when every change was made; otherwise nothing was.
+  [[nodiscard]] virtual std::string program(const std::vector<TableChange>& changes) = 0;
 };
 
 // The outcome of a packet check.
@@ -134,8 +161,10 @@ class Dataplane {
   static constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 
   // Takes the StatusDp called `name` in mounts.statusDpDir (making it when absent), sets it to
-  // take part in hardware waits, watches mounts.hwConfig and runs once.
-  Dataplane(const Acl::AclMounts& mounts, const fwk::String& name);
+  // take part in hardware waits, watches mounts.hwConfig and runs once. With a programmer, every
+  // run hands it the run's changes, and a run it refuses fails with "<name> could not program
+  // its lists: <its message>" under its error key; the programmer must outlive the dataplane.
+  Dataplane(const Acl::AclMounts& mounts, const fwk::String& name, Programmer* programmer = nullptr);
   ~Dataplane();
   Dataplane(const Dataplane&) = delete;
   Dataplane& operator=(const Dataplane&) = delete;
@@ -187,7 +216,8 @@ class Dataplane {
   };
 
   // What a run changes, prepared before anything held is touched: per held table still bound,
-  // what it holds next; the tables not held yet; the held tables no longer bound.
+  // what it holds next; the tables not held yet; the held tables no longer bound; and, with a
+  // programmer, the entries that change.
   struct Plan {
     struct Edit {
       std::map<TableKey, Table>::iterator table;
@@ -196,6 +226,7 @@ class Dataplane {
     std::vector<Edit> edits;
     std::map<TableKey, Table> fresh;
     std::vector<std::map<TableKey, Table>::iterator> gone;
+    std::vector<TableChange> changes;
   };
 
   void event(bool request);
@@ -209,6 +240,7 @@ class Dataplane {
   fwk::Ptr<Acl::IntfConfig> intfConfig_;
   fwk::Ptr<Acl::HwConfig> hw_;
   fwk::Ptr<Acl::StatusDp> status_;
+  Programmer* programmer_;
 
   std::size_t capacity_ = unlimited;
   unsigned delay_ = 0;

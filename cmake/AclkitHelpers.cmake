@@ -45,7 +45,8 @@ endfunction()
 # headers (internal/ stays behind: no installed header includes it) and an export set of its
 # own, and records what the package config and the pkg-config module need to know of it. The
 # component's dependencies are the static layers it names, and the packages of the imported
-# libraries it links (nlohmann_json::nlohmann_json comes from the package nlohmann_json).
+# libraries it links (nlohmann_json::nlohmann_json comes from the package nlohmann_json), and
+# the system libraries it links by name.
 function(aclkit_install_layer name dir)
   cmake_parse_arguments(ARG "" "" "DEPENDS;LIBS" ${ARGN})
   set(target aclkit_${name})
@@ -71,15 +72,19 @@ function(aclkit_install_layer name dir)
   endforeach()
   list(REMOVE_DUPLICATES closure)
   set(packages "")
+  set(system_libs "")
   foreach(lib IN LISTS ARG_LIBS)
     if(lib MATCHES "^([^:]+)::")
       list(APPEND packages ${CMAKE_MATCH_1})
+    else()  # a system library linked by name: -l<name> for a pkg-config consumer
+      list(APPEND system_libs ${lib})
     endif()
   endforeach()
   set_property(GLOBAL APPEND PROPERTY ACLKIT_COMPONENTS ${name})
   set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_CLOSURE ${closure})
   set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_DEPENDS ${components})
   set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_PACKAGES ${packages})
+  set_property(GLOBAL PROPERTY ACLKIT_COMPONENT_${name}_SYSTEM_LIBS ${system_libs})
 endfunction()
 
 # aclkit_layer(DIR <directory> CORE|STATIC|PYTHON [DEPENDS <directories...>] SOURCES <files...>

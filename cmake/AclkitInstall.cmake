@@ -54,9 +54,15 @@ foreach(ACLKIT_PC_LAYER IN LISTS ACLKIT_COMPONENTS)
   if(ACLKIT_PC_REQUIRES_PRIVATE)
     set(ACLKIT_PC_REQUIRES_PRIVATE " ${ACLKIT_PC_REQUIRES_PRIVATE}")
   endif()
+  get_property(system_libs GLOBAL PROPERTY ACLKIT_COMPONENT_${ACLKIT_PC_LAYER}_SYSTEM_LIBS)
+  set(layer_libs "${ACLKIT_PC_LAYER_LIBS}")
+  foreach(lib IN LISTS system_libs)
+    string(APPEND ACLKIT_PC_LAYER_LIBS " -l${lib}")
+  endforeach()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/aclkit-layer.pc.in
                  ${PROJECT_BINARY_DIR}/aclkit-${ACLKIT_PC_LAYER}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/aclkit-${ACLKIT_PC_LAYER}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  set(ACLKIT_PC_LAYER_LIBS "${layer_libs}")
 endforeach()
 
 # The object layers are build-only; the installed library stands alone.

@@ -3,7 +3,8 @@
 # `tools/setup.sh compare` also installs the peers and tools of benchmarks/compare.sh.
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev clang-format clang-tidy valgrind gcovr
-          libedit-dev nlohmann-json3-dev pybind11-dev python3-dev python3-pytest scdoc man-db)
+          libedit-dev nlohmann-json3-dev pybind11-dev python3-dev python3-pytest scdoc man-db libnftnl-dev libmnl-dev
+          iproute2)
 if [ "${1:-}" = compare ]; then packages+=(hyperfine gnuplot-nox nftables iptables); fi
 missing=()
 for p in "${packages[@]}"; do

@@ -21,6 +21,10 @@
 namespace Agent {
 class Dataplane;
 }
+namespace Kernel {
+class Dataplane;
+struct Hits;
+}  // namespace Kernel
 namespace Interchange {
 struct Finding;
 }
@@ -30,6 +34,8 @@ namespace aclsh {
 using Acl::AclDirection;
 using Acl::AclType;
 using Acl::U32;
+// Where a list is bound: interfaces and directions.
+using BoundAt = std::vector<std::pair<std::string, AclDirection>>;
 using AclApi::ApiState;
 using fwk::Ptr;
 using fwk::String;
@@ -276,6 +282,8 @@ class Shell::Impl {
   // ---- show (Show.cpp) ----
   void showAccessLists(const Words& words);
   void showLists(std::optional<AclType> only, const String& name);
+  // Each entry's hits in the kernel dataplanes, for a list that counts per entry.
+  [[nodiscard]] std::map<U32, Kernel::Hits> hitsOf(const Acl::AclConfig& list, const BoundAt* where) const;
   void showRunning();
   void showPending();
   void showDiff();
@@ -335,7 +343,18 @@ class Shell::Impl {
   std::unique_ptr<Acl::AclConfigSession> config_;
   Client::Snapshot configOpenedOn_;  // the running configuration the candidate was taken from
   std::string configName_;
-  std::map<std::string, std::unique_ptr<Agent::Dataplane>> dataplanes_;
+  // A dataplane the shell made: a simulated one, or one in this namespace's kernel.
+  struct Dataplane {
+    std::unique_ptr<Agent::Dataplane> simulated;
+    std::unique_ptr<Kernel::Dataplane> kernel;
+    Dataplane(std::unique_ptr<Agent::Dataplane> s, std::unique_ptr<Kernel::Dataplane> k);
+    Dataplane(Dataplane&&) noexcept;
+    Dataplane& operator=(Dataplane&&) noexcept;
+    ~Dataplane();
+    [[nodiscard]] Agent::Dataplane* get() const;
+    Agent::Dataplane* operator->() const { return get(); }
+  };
+  std::map<std::string, Dataplane> dataplanes_;
   std::vector<std::unique_ptr<Outstanding>> outstanding_;
   bool skipping_ = false;   // in a list block that failed: its lines go, up to its end
   bool ended_ = false;      // `exit` or `quit` at the top
